@@ -1,0 +1,68 @@
+# The commands of the README. Each configures its own build folder under
+# build/ on first use, builds, and runs.
+
+JOBS ?= $(shell nproc 2>/dev/null || echo 2)
+GENERATOR := $(shell command -v ninja >/dev/null 2>&1 && echo "-G Ninja")
+CMAKE_ARGS ?=
+
+RELEASE := build/release
+ASAN := build/asan
+HOST := build/host
+WINDOWS := build/windows
+BENCH := build/bench
+FUZZ := build/fuzz
+
+.PHONY: all demo test asan windows bench fuzz install-check clean
+
+all: $(RELEASE)/CMakeCache.txt
+	cmake --build $(RELEASE) -j $(JOBS)
+
+$(RELEASE)/CMakeCache.txt:
+	cmake -S . -B $(RELEASE) $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_ARGS)
+
+demo: all
+	$(RELEASE)/qzk demo
+
+test: all
+	cd $(RELEASE) && ctest --output-on-failure -j $(JOBS)
+
+$(ASAN)/CMakeCache.txt:
+	cmake -S . -B $(ASAN) $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug -DQZ_SANITIZE=ON $(CMAKE_ARGS)
+
+asan: $(ASAN)/CMakeCache.txt
+	cmake --build $(ASAN) -j $(JOBS)
+	cd $(ASAN) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
+	    UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+	    ctest --output-on-failure -j $(JOBS)
+
+# The 32-bit Windows DLL. The export generator runs on the host, so it is
+# built natively first.
+$(HOST)/CMakeCache.txt:
+	cmake -S . -B $(HOST) $(GENERATOR) -DQZ_TESTS=OFF
+
+$(WINDOWS)/CMakeCache.txt: $(HOST)/CMakeCache.txt
+	cmake --build $(HOST) --target qz_exportgen -j $(JOBS)
+	cmake -S . -B $(WINDOWS) $(GENERATOR) -DCMAKE_BUILD_TYPE=Release \
+	    -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-i686.cmake \
+	    -DQZ_EXPORTGEN=$(CURDIR)/$(HOST)/qz_exportgen
+
+windows: $(WINDOWS)/CMakeCache.txt
+	cmake --build $(HOST) --target qz_exportgen -j $(JOBS)
+	cmake --build $(WINDOWS) -j $(JOBS)
+
+$(BENCH)/CMakeCache.txt:
+	cmake -S . -B $(BENCH) $(GENERATOR) -DCMAKE_BUILD_TYPE=Release -DQZ_BENCH=ON -DQZ_TESTS=OFF
+
+bench: $(BENCH)/CMakeCache.txt
+	cmake --build $(BENCH) -j $(JOBS)
+	for b in $(BENCH)/bench/*_bench; do $$b; done
+
+$(FUZZ)/CMakeCache.txt:
+	CC=clang CXX=clang++ cmake -S . -B $(FUZZ) $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	    -DQZ_FUZZ=ON -DQZ_TESTS=OFF
+
+fuzz: $(FUZZ)/CMakeCache.txt
+	cmake --build $(FUZZ) -j $(JOBS)
+
+clean:
+	rm -rf build

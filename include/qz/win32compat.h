@@ -1,0 +1,229 @@
+/*
+ * win32compat.h - the Win32 functions a host needs to call the library on
+ * POSIX systems.
+ *
+ * The library's families take Win32 file handles and hand out Win32 global
+ * memory. On Windows those come from <windows.h>; on POSIX the library
+ * implements the same functions with the documented Win32 semantics for the
+ * cases it uses, and this header declares the part a host needs: opening and
+ * closing the handles it passes in, freeing the memory it is handed, events
+ * and waits, and the thread's last-error value (Win32 error numbers).
+ *
+ * Paths are UTF-16 and are converted to UTF-8 for the operating system.
+ * On Windows this header only includes qzdefs.h.
+ */
+#ifndef QZ_WIN32COMPAT_H
+#define QZ_WIN32COMPAT_H
+
+#include "qzdefs.h"
+
+#if !defined(_WIN32)
+
+/* ---- Win32 error numbers (GetLastError) ---------------------------------- */
+
+#define ERROR_SUCCESS 0
+#define NO_ERROR 0
+#define ERROR_INVALID_FUNCTION 1
+#define ERROR_FILE_NOT_FOUND 2
+#define ERROR_PATH_NOT_FOUND 3
+#define ERROR_TOO_MANY_OPEN_FILES 4
+#define ERROR_ACCESS_DENIED 5
+#define ERROR_INVALID_HANDLE 6
+#define ERROR_NOT_ENOUGH_MEMORY 8
+#define ERROR_INVALID_ACCESS 12
+#define ERROR_INVALID_DATA 13
+#define ERROR_OUTOFMEMORY 14
+#define ERROR_NOT_SAME_DEVICE 17
+#define ERROR_NO_MORE_FILES 18
+#define ERROR_WRITE_PROTECT 19
+#define ERROR_SEEK 25
+#define ERROR_WRITE_FAULT 29
+#define ERROR_READ_FAULT 30
+#define ERROR_GEN_FAILURE 31
+#define ERROR_SHARING_VIOLATION 32
+#define ERROR_LOCK_VIOLATION 33
+#define ERROR_HANDLE_EOF 38
+#define ERROR_HANDLE_DISK_FULL 39
+#define ERROR_NOT_SUPPORTED 50
+#define ERROR_FILE_EXISTS 80
+#define ERROR_INVALID_PARAMETER 87
+#define ERROR_BROKEN_PIPE 109
+#define ERROR_OPEN_FAILED 110
+#define ERROR_DISK_FULL 112
+#define ERROR_CALL_NOT_IMPLEMENTED 120
+#define ERROR_INSUFFICIENT_BUFFER 122
+#define ERROR_INVALID_NAME 123
+#define ERROR_MOD_NOT_FOUND 126
+#define ERROR_PROC_NOT_FOUND 127
+#define ERROR_NEGATIVE_SEEK 131
+#define ERROR_DIR_NOT_EMPTY 145
+#define ERROR_BUSY 170
+#define ERROR_ALREADY_EXISTS 183
+#define ERROR_FILENAME_EXCED_RANGE 206
+#define ERROR_NOACCESS 998
+#define ERROR_FILE_INVALID 1006
+#define ERROR_NO_UNICODE_TRANSLATION 1113
+#define ERROR_MAPPED_ALIGNMENT 1132
+#define ERROR_NOT_LOCKED 158
+#define ERROR_INVALID_FLAGS 1004
+#define ERROR_TIMEOUT 1460
+
+/* ---- files ---------------------------------------------------------------- */
+
+#define GENERIC_READ 0x80000000u
+#define GENERIC_WRITE 0x40000000u
+#define GENERIC_EXECUTE 0x20000000u
+#define GENERIC_ALL 0x10000000u
+
+#define FILE_SHARE_READ 0x00000001u
+#define FILE_SHARE_WRITE 0x00000002u
+#define FILE_SHARE_DELETE 0x00000004u
+
+#define CREATE_NEW 1
+#define CREATE_ALWAYS 2
+#define OPEN_EXISTING 3
+#define OPEN_ALWAYS 4
+#define TRUNCATE_EXISTING 5
+
+#define FILE_ATTRIBUTE_READONLY 0x00000001u
+#define FILE_ATTRIBUTE_HIDDEN 0x00000002u
+#define FILE_ATTRIBUTE_SYSTEM 0x00000004u
+#define FILE_ATTRIBUTE_DIRECTORY 0x00000010u
+#define FILE_ATTRIBUTE_ARCHIVE 0x00000020u
+#define FILE_ATTRIBUTE_NORMAL 0x00000080u
+#define FILE_ATTRIBUTE_TEMPORARY 0x00000100u
+#define INVALID_FILE_ATTRIBUTES ((DWORD)-1)
+
+#define FILE_FLAG_WRITE_THROUGH 0x80000000u
+#define FILE_FLAG_RANDOM_ACCESS 0x10000000u
+#define FILE_FLAG_SEQUENTIAL_SCAN 0x08000000u
+#define FILE_FLAG_DELETE_ON_CLOSE 0x04000000u
+
+#define FILE_BEGIN 0
+#define FILE_CURRENT 1
+#define FILE_END 2
+#define INVALID_SET_FILE_POINTER ((DWORD)-1)
+#define INVALID_FILE_SIZE ((DWORD)0xFFFFFFFF)
+
+/* ---- file mapping ---------------------------------------------------------- */
+
+#define PAGE_READONLY 0x02u
+#define PAGE_READWRITE 0x04u
+#define PAGE_WRITECOPY 0x08u
+#define FILE_MAP_COPY 0x0001u
+#define FILE_MAP_WRITE 0x0002u
+#define FILE_MAP_READ 0x0004u
+#define FILE_MAP_ALL_ACCESS 0x000F001Fu
+
+/* ---- global memory ---------------------------------------------------------- */
+
+#define GMEM_FIXED 0x0000u
+#define GMEM_MOVEABLE 0x0002u
+#define GMEM_ZEROINIT 0x0040u
+#define GMEM_MODIFY 0x0080u
+#define GHND (GMEM_MOVEABLE | GMEM_ZEROINIT)
+#define GPTR (GMEM_FIXED | GMEM_ZEROINIT)
+
+/* ---- waits ------------------------------------------------------------------- */
+
+#define INFINITE 0xFFFFFFFFu
+#define WAIT_OBJECT_0 0x00000000u
+#define WAIT_ABANDONED 0x00000080u
+#define WAIT_IO_COMPLETION 0x000000C0u
+#define WAIT_TIMEOUT 0x00000102u
+#define WAIT_FAILED 0xFFFFFFFFu
+#define MAXIMUM_WAIT_OBJECTS 64
+
+QZ_EXTERN_C_BEGIN
+
+/* The calling thread's last Win32 error number. */
+QZ_API DWORD GetLastError(void);
+QZ_API void SetLastError(DWORD error);
+
+/*
+ * Opens or creates a file. Access is GENERIC_READ and/or GENERIC_WRITE;
+ * share modes are honoured between handles of this process (a conflicting
+ * open fails with ERROR_SHARING_VIOLATION); dispositions CREATE_NEW,
+ * CREATE_ALWAYS, OPEN_EXISTING, OPEN_ALWAYS and TRUNCATE_EXISTING behave as
+ * on Windows, including ERROR_ALREADY_EXISTS as the last error after
+ * CREATE_ALWAYS/OPEN_ALWAYS found an existing file. Attribute flags and the
+ * scan hints are accepted; FILE_FLAG_DELETE_ON_CLOSE removes the file when
+ * the handle closes. Returns INVALID_HANDLE_VALUE on failure.
+ */
+QZ_API HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES sa,
+                          DWORD disposition, DWORD flags, HANDLE template_file);
+
+/* Reading at or past the end succeeds with a smaller (or zero) count. */
+QZ_API BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD to_read, LPDWORD read,
+                     LPOVERLAPPED overlapped);
+QZ_API BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD to_write, LPDWORD written,
+                      LPOVERLAPPED overlapped);
+
+/*
+ * Moves the file pointer. Without the high-word pointer the distance is a
+ * signed 32-bit value and the new position must fit 32 bits. With it, the
+ * distance is the signed 64-bit pair and the high word of the new position
+ * is written back. Returns the low word, or INVALID_SET_FILE_POINTER with
+ * the last error set (ERROR_NEGATIVE_SEEK for a position before the start);
+ * a successful result that equals INVALID_SET_FILE_POINTER sets NO_ERROR.
+ * Positions past the end are allowed.
+ */
+QZ_API DWORD SetFilePointer(HANDLE file, LONG distance, PLONG distance_high, DWORD method);
+QZ_API BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER new_position,
+                             DWORD method);
+/* Cuts or extends the file at the current position. */
+QZ_API BOOL SetEndOfFile(HANDLE file);
+QZ_API DWORD GetFileSize(HANDLE file, LPDWORD size_high);
+QZ_API BOOL GetFileSizeEx(HANDLE file, PLARGE_INTEGER size);
+QZ_API BOOL FlushFileBuffers(HANDLE file);
+
+/* Closes any handle of the layer: file, mapping, event. */
+QZ_API BOOL CloseHandle(HANDLE handle);
+
+QZ_API DWORD GetFileAttributesW(LPCWSTR path);
+QZ_API BOOL DeleteFileW(LPCWSTR path);
+/* Fails with ERROR_ALREADY_EXISTS when the destination exists. */
+QZ_API BOOL MoveFileW(LPCWSTR from, LPCWSTR to);
+QZ_API BOOL CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES sa);
+QZ_API BOOL RemoveDirectoryW(LPCWSTR path);
+
+/*
+ * File mapping. A size of zero maps the whole file; a read-write mapping
+ * larger than the file extends it. View offsets must be multiples of the
+ * 64 KiB allocation granularity.
+ */
+QZ_API HANDLE CreateFileMappingW(HANDLE file, LPSECURITY_ATTRIBUTES sa, DWORD protect,
+                                 DWORD size_high, DWORD size_low, LPCWSTR name);
+QZ_API LPVOID MapViewOfFile(HANDLE mapping, DWORD access, DWORD offset_high, DWORD offset_low,
+                            SIZE_T bytes);
+QZ_API BOOL UnmapViewOfFile(LPCVOID view);
+
+/*
+ * Global memory, as the library hands it to callers: GlobalAlloc with
+ * GMEM_MOVEABLE returns a handle that GlobalLock turns into the address and
+ * GlobalHandle turns back; GMEM_FIXED returns the address itself. Free with
+ * GlobalUnlock and GlobalFree(GlobalHandle(address)).
+ */
+QZ_API HGLOBAL GlobalAlloc(UINT flags, SIZE_T bytes);
+QZ_API HGLOBAL GlobalReAlloc(HGLOBAL memory, SIZE_T bytes, UINT flags);
+QZ_API SIZE_T GlobalSize(HGLOBAL memory);
+QZ_API LPVOID GlobalLock(HGLOBAL memory);
+QZ_API BOOL GlobalUnlock(HGLOBAL memory);
+QZ_API HGLOBAL GlobalHandle(LPCVOID address);
+/* Returns null on success, the handle itself on failure. */
+QZ_API HGLOBAL GlobalFree(HGLOBAL memory);
+
+/* Events (manual- or auto-reset) and the waits on them. */
+QZ_API HANDLE CreateEventW(LPSECURITY_ATTRIBUTES sa, BOOL manual_reset, BOOL initial_state,
+                           LPCWSTR name);
+QZ_API BOOL SetEvent(HANDLE event);
+QZ_API BOOL ResetEvent(HANDLE event);
+QZ_API DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
+QZ_API DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wait_all,
+                                    DWORD milliseconds);
+
+QZ_EXTERN_C_END
+
+#endif /* !_WIN32 */
+
+#endif /* QZ_WIN32COMPAT_H */

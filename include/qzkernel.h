@@ -1,0 +1,14 @@
+/*
+ * qzkernel.h - umbrella header of the qzkernel library: includes the
+ * exported interface of every family.
+ */
+#ifndef QZKERNEL_H
+#define QZKERNEL_H
+
+#include "qz/qzdefs.h"
+#include "qz/qzresult.h"
+#include "qz/win32compat.h"
+#include "qz/qzkernel.h"
+#include "qz/qzlang.h"
+
+#endif

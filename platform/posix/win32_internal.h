@@ -1,0 +1,111 @@
+/*
+ * win32_internal.h - the Win32 subset that the library uses internally on
+ * POSIX but does not offer to hosts: private heaps, critical sections,
+ * interlocked operations, thread ids and ticks, code-page conversion, time
+ * conversions and module file names. Hidden in the shared library.
+ */
+#ifndef QZ_PLATFORM_POSIX_WIN32_INTERNAL_H
+#define QZ_PLATFORM_POSIX_WIN32_INTERNAL_H
+
+#include "qz/win32compat.h"
+
+#define QZ_INTERNAL __attribute__((visibility("hidden")))
+
+/* ---- private heaps ---------------------------------------------------------- */
+
+#define HEAP_NO_SERIALIZE 0x00000001u
+#define HEAP_GENERATE_EXCEPTIONS 0x00000004u
+#define HEAP_ZERO_MEMORY 0x00000008u
+#define HEAP_REALLOC_IN_PLACE_ONLY 0x00000010u
+
+/* ---- error mode --------------------------------------------------------------- */
+
+#define SEM_FAILCRITICALERRORS 0x0001u
+#define SEM_NOOPENFILEERRORBOX 0x8000u
+
+/* ---- code pages ------------------------------------------------------------------ */
+
+#define CP_ACP 0u
+#define CP_OEMCP 1u
+#define CP_UTF8 65001u
+#define MB_PRECOMPOSED 0x00000001u
+#define MB_ERR_INVALID_CHARS 0x00000008u
+#define WC_NO_BEST_FIT_CHARS 0x00000400u
+#define WC_ERR_INVALID_CHARS 0x00000080u
+
+QZ_EXTERN_C_BEGIN
+
+QZ_INTERNAL HANDLE HeapCreate(DWORD options, SIZE_T initial_size, SIZE_T maximum_size);
+QZ_INTERNAL BOOL HeapDestroy(HANDLE heap);
+QZ_INTERNAL LPVOID HeapAlloc(HANDLE heap, DWORD flags, SIZE_T bytes);
+QZ_INTERNAL LPVOID HeapReAlloc(HANDLE heap, DWORD flags, LPVOID memory, SIZE_T bytes);
+QZ_INTERNAL SIZE_T HeapSize(HANDLE heap, DWORD flags, LPCVOID memory);
+QZ_INTERNAL BOOL HeapFree(HANDLE heap, DWORD flags, LPVOID memory);
+QZ_INTERNAL HANDLE GetProcessHeap(void);
+
+/* Recursive locks, owned by the entering thread. */
+QZ_INTERNAL void InitializeCriticalSection(LPCRITICAL_SECTION section);
+QZ_INTERNAL void DeleteCriticalSection(LPCRITICAL_SECTION section);
+QZ_INTERNAL void EnterCriticalSection(LPCRITICAL_SECTION section);
+QZ_INTERNAL BOOL TryEnterCriticalSection(LPCRITICAL_SECTION section);
+QZ_INTERNAL void LeaveCriticalSection(LPCRITICAL_SECTION section);
+
+QZ_INTERNAL LONG InterlockedExchange(LONG volatile* target, LONG value);
+QZ_INTERNAL LONG InterlockedIncrement(LONG volatile* target);
+QZ_INTERNAL LONG InterlockedDecrement(LONG volatile* target);
+QZ_INTERNAL LONG InterlockedCompareExchange(LONG volatile* target, LONG value, LONG comparand);
+QZ_INTERNAL LONG_PTR InterlockedExchangeLongPtr(LONG_PTR volatile* target, LONG_PTR value);
+QZ_INTERNAL PVOID InterlockedExchangePointer(PVOID volatile* target, PVOID value);
+
+QZ_INTERNAL DWORD GetCurrentThreadId(void);
+QZ_INTERNAL DWORD GetCurrentProcessId(void);
+QZ_INTERNAL DWORD GetTickCount(void);
+QZ_INTERNAL ULONGLONG GetTickCount64(void);
+QZ_INTERNAL void Sleep(DWORD milliseconds);
+/* An alertable sleep returns WAIT_IO_COMPLETION only when woken for a
+   queued call; this layer queues none, so it sleeps the full time. */
+QZ_INTERNAL DWORD SleepEx(DWORD milliseconds, BOOL alertable);
+QZ_INTERNAL DWORD WaitForSingleObjectEx(HANDLE handle, DWORD milliseconds, BOOL alertable);
+QZ_INTERNAL UINT SetErrorMode(UINT mode);
+
+/*
+ * Code pages: CP_ACP is Windows-1252 (with its 0x80-0x9F characters; what it
+ * cannot represent becomes the default character, '?'), CP_UTF8 is UTF-8
+ * (malformed input becomes U+FFFD unless the ERR_INVALID_CHARS flag asks
+ * for failure). A source length of -1 includes the terminating zero; an
+ * output size of 0 asks for the length needed.
+ */
+QZ_INTERNAL int MultiByteToWideChar(UINT code_page, DWORD flags, LPCSTR source, int source_length,
+                                    LPWSTR target, int target_size);
+QZ_INTERNAL int WideCharToMultiByte(UINT code_page, DWORD flags, LPCWSTR source, int source_length,
+                                    LPSTR target, int target_size, LPCSTR default_char,
+                                    LPBOOL used_default);
+
+/* Time: SYSTEMTIME in UTC or local time, FILETIME in 100 ns since 1601. */
+QZ_INTERNAL void GetLocalTime(LPSYSTEMTIME time);
+QZ_INTERNAL void GetSystemTime(LPSYSTEMTIME time);
+QZ_INTERNAL void GetSystemTimeAsFileTime(LPFILETIME time);
+QZ_INTERNAL BOOL SystemTimeToFileTime(const SYSTEMTIME* system_time, LPFILETIME file_time);
+QZ_INTERNAL BOOL FileTimeToSystemTime(const FILETIME* file_time, LPSYSTEMTIME system_time);
+QZ_INTERNAL BOOL FileTimeToLocalFileTime(const FILETIME* file_time, LPFILETIME local_time);
+QZ_INTERNAL BOOL LocalFileTimeToFileTime(const FILETIME* local_time, LPFILETIME file_time);
+QZ_INTERNAL BOOL FileTimeToDosDateTime(const FILETIME* file_time, LPWORD dos_date,
+                                       LPWORD dos_time);
+QZ_INTERNAL BOOL DosDateTimeToFileTime(WORD dos_date, WORD dos_time, LPFILETIME file_time);
+QZ_INTERNAL LONG CompareFileTime(const FILETIME* a, const FILETIME* b);
+
+/*
+ * Modules: a null module is the host executable; the library's own module
+ * handle is the load address of the shared object (see qz::posix).
+ */
+QZ_INTERNAL DWORD GetModuleFileNameW(HMODULE module, LPWSTR buffer, DWORD size);
+QZ_INTERNAL HMODULE GetModuleHandleW(LPCWSTR name);
+
+QZ_EXTERN_C_END
+
+namespace qz::posix {
+/* The handle of the library's own module (the base it was loaded at). */
+QZ_INTERNAL HMODULE library_module();
+}  // namespace qz::posix
+
+#endif

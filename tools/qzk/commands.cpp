@@ -1,0 +1,12 @@
+// The table of qzk subcommands: one line per family.
+#include "qzk.h"
+
+namespace qzk {
+
+const Command kCommands[] = {
+    {"version", "print the kernel version word", "qzk version [--json]", run_version},
+    {"demo", "write sample files with the library and read them back", "qzk demo", run_demo},
+    {nullptr, nullptr, nullptr, nullptr},
+};
+
+}  // namespace qzk

@@ -1,0 +1,35 @@
+// `qzk demo`: each family shows its writers and readers at work.
+#include <cstdio>
+
+#include "qzk.h"
+
+namespace qzk {
+
+namespace {
+
+int demo_kernel() {
+    std::printf("kernel version word: 0x%08X\n", unsigned(QzKernel_GetVersion()));
+    return 0;
+}
+
+}  // namespace
+
+const DemoSection kDemoSections[] = {
+    {"kernel", demo_kernel},
+    {nullptr, nullptr},
+};
+
+int run_demo(const Args&) {
+    int failures = 0;
+    for (const DemoSection* section = kDemoSections; section->title; ++section) {
+        std::printf("== %s\n", section->title);
+        if (section->run() != 0) {
+            std::printf("!! %s failed\n", section->title);
+            ++failures;
+        }
+        std::printf("\n");
+    }
+    return failures == 0 ? 0 : 1;
+}
+
+}  // namespace qzk
