@@ -16,7 +16,9 @@ std::string narrow_format(size_t capacity, const char* format, Args... args) {
     std::string out(capacity + 4, '#');
     const qz::FormatResult r = qz::format(out.data(), capacity, format, args...);
     EXPECT_LT(r.length, capacity == 0 ? 1 : capacity);
-    if (capacity > 0) EXPECT_EQ(out[r.length], '\0');
+    if (capacity > 0) {
+        EXPECT_EQ(out[r.length], '\0');
+    }
     // Nothing past the capacity was touched.
     for (size_t i = capacity; i < out.size(); ++i) EXPECT_EQ(out[i], '#') << "at " << i;
     return capacity ? std::string(out.c_str()) : std::string();
