@@ -25,6 +25,15 @@ std::string user_locale_name();
  */
 int show_default_message_box(HWND owner, LPCWSTR text, LPCWSTR caption, UINT style);
 
+/*
+ * True when the test fault plan fails this allocation of the kernel's
+ * standard allocator (POSIX test builds); always false on Windows.
+ */
+bool allocation_fault();
+
+/* True when `bytes` bytes at `address` can be read without a fault. */
+bool is_readable(const void* address, size_t bytes);
+
 }  // namespace qz::platform
 
 #endif

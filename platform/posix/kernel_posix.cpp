@@ -1,8 +1,14 @@
 // The kernel frame's needs from a POSIX system (see kernel_platform.h).
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 #include <string>
 
+#include "fault_plan.h"
 #include "kernel_platform.h"
 #include "qz/qzkernel.h"
 #include "win32_internal.h"
@@ -41,6 +47,34 @@ int show_default_message_box(HWND, LPCWSTR text, LPCWSTR caption, UINT) {
     else
         std::fprintf(stderr, "%s: %s\n", caption8.c_str(), text8.c_str());
     return IDOK;
+}
+
+bool allocation_fault() {
+    DWORD error = 0;
+    if (!qz::posix::inject_fault(qz::testing::FaultOp::Alloc, &error)) return false;
+    SetLastError(error);
+    return true;
+}
+
+bool is_readable(const void* address, size_t bytes) {
+    // The kernel reads the bytes for write(2) and answers EFAULT instead of
+    // faulting; a pipe of our own takes them and gives them back.
+    static std::mutex* mutex = new std::mutex;
+    static int fds[2] = {-1, -1};
+    std::lock_guard<std::mutex> lock(*mutex);
+    if (fds[0] < 0 && pipe2(fds, O_CLOEXEC | O_NONBLOCK) != 0) return false;
+    char sink[256];
+    const char* p = static_cast<const char*>(address);
+    while (bytes > 0) {
+        const size_t chunk = bytes < sizeof(sink) ? bytes : sizeof(sink);
+        const ssize_t written = write(fds[1], p, chunk);
+        if (written <= 0) return false;
+        while (read(fds[0], sink, size_t(written)) < 0 && errno == EINTR) {
+        }
+        p += written;
+        bytes -= size_t(written);
+    }
+    return true;
 }
 
 }  // namespace qz::platform

@@ -29,4 +29,12 @@ int show_default_message_box(HWND owner, LPCWSTR text, LPCWSTR caption, UINT sty
     return MessageBoxW(owner, text, caption, style);
 }
 
+bool allocation_fault() {
+    return false;
+}
+
+bool is_readable(const void* address, size_t bytes) {
+    return !IsBadReadPtr(address, bytes);
+}
+
 }  // namespace qz::platform

@@ -1,0 +1,207 @@
+// tQZLIST: owned blocks on the standard allocator and on private heaps,
+// sizes, and transfers between heap-item lists.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "posix/fault_plan.h"
+#include "support/list_support.h"
+#include "win32api.h"
+
+namespace {
+
+using qz::test::TestList;
+using qz::testing::FaultOp;
+using qz::testing::FaultPlan;
+
+constexpr DWORD kStandard = QZLIST_HEAPITEMS;
+constexpr DWORD kPrivate = QZLIST_HEAPITEMS | QZLIST_PRIVATEHEAP;
+
+// Appends an owned block holding `tag` in its first word.
+void add_tagged(tQZLIST* list, uint32_t tag, UINT size = 16) {
+    int at = -2;
+    ASSERT_EQ(QzList_AllocAndInsertItem(list, &tag, 4, -1, &at), S_OK);
+    ASSERT_EQ(at, list->count - 1);
+    if (size != 16) {
+        ASSERT_EQ(QzList_ReAllocItem(list, at, size), S_OK);
+    }
+}
+
+std::vector<uint32_t> tags(const tQZLIST* list) {
+    std::vector<uint32_t> out;
+    for (LONG i = 0; i < list->count; ++i)
+        out.push_back(*static_cast<const uint32_t*>(QZLIST_ITEMPTR(list, i)));
+    return out;
+}
+
+TEST(ListAllocItem, OnePendingItemOnHeapItemListsOnly) {
+    TestList values(4, QZLIST_VALUES);
+    void* block = reinterpret_cast<void*>(0x1);
+    EXPECT_EQ(QzList_AllocItem(values.get(), 8, &block), E_FAIL);
+    EXPECT_EQ(block, nullptr);
+    EXPECT_EQ(QzList_AllocItem(values.get(), 8, nullptr), E_POINTER);
+
+    for (DWORD options : {kStandard, kPrivate}) {
+        TestList list(0, options);
+        void* first = nullptr;
+        void* second = nullptr;
+        ASSERT_EQ(QzList_AllocItem(list.get(), 24, &first), S_OK);
+        ASSERT_NE(first, nullptr);
+        EXPECT_EQ(std::memcmp(first, std::vector<char>(24, 0).data(), 24), 0);
+        EXPECT_EQ(QzList_AllocItem(list.get(), 24, &second), E_FAIL);
+        EXPECT_EQ(second, nullptr);
+        ASSERT_EQ(QzList_InsertList(list.get(), 5, nullptr, -1), S_OK);
+        EXPECT_EQ(list->pending_item, nullptr);
+        EXPECT_EQ(QZLIST_ITEMPTR(list.get(), 0), first);
+        ASSERT_EQ(QzList_AllocItem(list.get(), 8, &second), S_OK);  // freed by destroy
+    }
+}
+
+TEST(ListAllocAndInsertItem, CopiesInsertsAndCleansUpOnFailure) {
+    for (DWORD options : {kStandard, kPrivate}) {
+        TestList list(0, options, 4, 4);
+        for (uint32_t tag : {1u, 2u, 3u}) add_tagged(list.get(), tag);
+        const uint32_t front = 9;
+        int at = -2;
+        ASSERT_EQ(QzList_AllocAndInsertItem(list.get(), &front, 4, 0, &at), S_OK);
+        EXPECT_EQ(at, 0);
+        EXPECT_EQ(tags(list.get()), (std::vector<uint32_t>{9, 1, 2, 3}));
+
+        // The block allocation fails, then the growth of the full slot block.
+        for (unsigned failing : {1u, 2u}) {
+            FaultPlan plan;
+            plan.fail(FaultOp::Alloc, failing);
+            at = 5;
+            EXPECT_EQ(QzList_AllocAndInsertItem(list.get(), &front, 4, -1, &at), E_OUTOFMEMORY);
+            EXPECT_EQ(at, -1);
+            EXPECT_EQ(list->pending_item, nullptr);
+            EXPECT_EQ(list->count, 4);
+            EXPECT_EQ(plan.failures(FaultOp::Alloc), 1u);
+        }
+    }
+    TestList values(4, QZLIST_VALUES);
+    int at = 0;
+    EXPECT_EQ(QzList_AllocAndInsertItem(values.get(), nullptr, 4, 0, &at), E_FAIL);
+    EXPECT_EQ(at, -1);
+}
+
+TEST(ListReAllocItem, KeepsTheBytesZeroesTheRestAndSurvivesFailure) {
+    for (DWORD options : {kStandard, kPrivate}) {
+        TestList list(0, options);
+        add_tagged(list.get(), 0xCAFE);
+        ASSERT_EQ(QzList_ReAllocItem(list.get(), 0, 4000), S_OK);
+        const auto* bytes = static_cast<const BYTE*>(QZLIST_ITEMPTR(list.get(), 0));
+        EXPECT_EQ(*reinterpret_cast<const uint32_t*>(bytes), 0xCAFEu);
+        bool rest_zero = true;
+        for (int i = 4; i < 4000; ++i) rest_zero = rest_zero && bytes[i] == 0;
+        EXPECT_TRUE(rest_zero);
+        EXPECT_EQ(QzList_AllocSize(list.get(), 0), 4000);
+
+        void* before = QZLIST_ITEMPTR(list.get(), 0);
+        FaultPlan plan;
+        plan.fail(FaultOp::Alloc, 1);
+        EXPECT_EQ(QzList_ReAllocItem(list.get(), 0, 100000), E_OUTOFMEMORY);
+        EXPECT_EQ(QZLIST_ITEMPTR(list.get(), 0), before);
+        EXPECT_EQ(QzList_AllocSize(list.get(), 0), 4000);
+        EXPECT_EQ(QzList_ReAllocItem(list.get(), 1, 8), E_FAIL);
+        EXPECT_EQ(QzList_ReAllocItem(list.get(), -1, 8), E_FAIL);
+    }
+    TestList values(4, QZLIST_VALUES);
+    qz::test::fill(values.get(), 0, 2);
+    EXPECT_EQ(QzList_ReAllocItem(values.get(), 0, 8), E_FAIL);
+}
+
+TEST(ListAllocSize, ReportsTheSizesAskedForAndTheWholeList) {
+    for (DWORD options : {kStandard, kPrivate}) {
+        TestList list(0, options);
+        const UINT sizes[] = {5, 100, 0, 4097};
+        for (UINT size : sizes) {
+            int at = -1;
+            ASSERT_EQ(QzList_AllocAndInsertItem(list.get(), nullptr, size, -1, &at), S_OK);
+            EXPECT_EQ(QzList_AllocSize(list.get(), at), LONG_PTR(size));
+        }
+        EXPECT_EQ(QzList_AllocSize(list.get(), 4), -1);
+        const LONG_PTR whole =
+            5 + 100 + 0 + 4097 + LONG_PTR(GlobalSize(list->items)) + LONG_PTR(sizeof(tQZLIST));
+        EXPECT_EQ(QzList_AllocSize(list.get(), -1), whole);
+        EXPECT_EQ(GlobalSize(list->items), SIZE_T(list->allocated) * sizeof(void*));
+    }
+    TestList values(12, QZLIST_VALUES);
+    const uint32_t item[3] = {};
+    ASSERT_EQ(QzList_InsertList(values.get(), 0, item, 1), S_OK);
+    EXPECT_EQ(QzList_AllocSize(values.get(), 0), 12);
+    EXPECT_EQ(QzList_AllocSize(values.get(), -1), LONG_PTR(16 * 12 + sizeof(tQZLIST)));
+}
+
+TEST(ListMoveItemsBetweenHeapLists, HandsBlocksOverInOrder) {
+    struct Case {
+        int destination_index, source_start, count;
+        HRESULT result;
+        std::vector<uint32_t> destination, source;
+    };
+    const Case cases[] = {
+        {1, 1, 2, S_OK, {100, 2, 3, 101}, {1, 4}},    {-1, 2, 2, S_OK, {100, 101, 3, 4}, {1, 2}},
+        {50, 0, 1, S_OK, {100, 101, 1}, {2, 3, 4}},   {0, 0, -1, S_OK, {1, 2, 3, 4, 100, 101}, {}},
+        {0, 1, -1, E_FAIL, {100, 101}, {1, 2, 3, 4}},  // the whole count from 1 passes the end
+        {0, 3, 2, E_FAIL, {100, 101}, {1, 2, 3, 4}},  {0, -1, 1, E_FAIL, {100, 101}, {1, 2, 3, 4}},
+        {0, 2, 0, S_OK, {100, 101}, {1, 2, 3, 4}},
+    };
+    for (const Case& c : cases) {
+        TestList destination(0, kStandard);
+        TestList source(0, kStandard);
+        for (uint32_t tag : {100u, 101u}) add_tagged(destination.get(), tag);
+        for (uint32_t tag : {1u, 2u, 3u, 4u}) add_tagged(source.get(), tag);
+        EXPECT_EQ(QzList_MoveItemsBetweenHeapLists(destination.get(), c.destination_index,
+                                                   source.get(), c.source_start, c.count),
+                  c.result);
+        EXPECT_EQ(tags(destination.get()), c.destination);
+        EXPECT_EQ(tags(source.get()), c.source);
+        EXPECT_TRUE(source->create_options & QZLIST_HEAPITEMS);
+    }
+}
+
+TEST(ListMoveItemsBetweenHeapLists, RefusesWrongListsAndStopsAtTheFirstFailure) {
+    TestList standard(0, kStandard, 4, 4);
+    TestList standard2(0, kStandard);
+    TestList private1(0, kPrivate);
+    TestList private2(0, kPrivate);
+    TestList values(4, QZLIST_VALUES);
+    for (uint32_t tag : {1u, 2u, 3u, 4u}) add_tagged(standard.get(), tag);
+    for (uint32_t tag : {5u, 6u, 7u, 8u, 9u, 10u}) add_tagged(standard2.get(), tag);
+    add_tagged(private1.get(), 11);
+    EXPECT_EQ(QzList_MoveItemsBetweenHeapLists(values.get(), 0, standard.get(), 0, 1), E_FAIL);
+    EXPECT_EQ(QzList_MoveItemsBetweenHeapLists(standard.get(), 0, values.get(), 0, 1), E_FAIL);
+    EXPECT_EQ(QzList_MoveItemsBetweenHeapLists(private2.get(), 0, private1.get(), 0, 1), E_FAIL);
+    EXPECT_EQ(QzList_MoveItemsBetweenHeapLists(standard.get(), 0, private1.get(), 0, 1), E_FAIL);
+    EXPECT_EQ(QzList_MoveItemsBetweenHeapLists(standard.get(), 0, standard.get(), 0, 1),
+              E_INVALIDARG);
+    void* pending = nullptr;
+    ASSERT_EQ(QzList_AllocItem(standard.get(), 4, &pending), S_OK);
+    EXPECT_EQ(QzList_MoveItemsBetweenHeapLists(standard.get(), 0, standard2.get(), 0, 1), E_FAIL);
+    ASSERT_EQ(QzList_DeleteList(standard.get(), -1, -1, FALSE), S_OK);
+
+    // The destination is full (4 of 4 slots): its growth fails after two
+    // blocks moved, and each block is in exactly one list afterwards.
+    ASSERT_EQ(QzList_DeleteList(standard.get(), 2, 2, FALSE), S_OK);
+    FaultPlan plan;
+    plan.fail(FaultOp::Alloc, 1);
+    EXPECT_EQ(QzList_MoveItemsBetweenHeapLists(standard.get(), 1, standard2.get(), 0, 6),
+              E_OUTOFMEMORY);
+    EXPECT_EQ(tags(standard.get()), (std::vector<uint32_t>{1, 9, 10, 2}));
+    EXPECT_EQ(tags(standard2.get()), (std::vector<uint32_t>{5, 6, 7, 8}));
+    EXPECT_EQ(standard->pending_item, nullptr);
+}
+
+TEST(ListDestroy, FreesOwnedBlocksOnBothAllocators) {
+    for (DWORD options : {kStandard, kPrivate, kPrivate | QZLIST_THREADSAFE}) {
+        tQZLIST* list = nullptr;
+        ASSERT_EQ(QzList_CreateExZ(&list, 0, 0, 0, options, 0, 0, 0), S_OK);
+        for (uint32_t tag = 0; tag < 40; ++tag) add_tagged(list, tag, 16 + tag);
+        void* pending = nullptr;
+        ASSERT_EQ(QzList_AllocItem(list, 64, &pending), S_OK);
+        EXPECT_EQ(QzList_Destroy(list), S_OK);  // the leak checker sees anything left
+    }
+}
+
+}  // namespace

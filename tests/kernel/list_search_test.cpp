@@ -1,0 +1,136 @@
+// tQZLIST: identity, linear and sorted searches and their ranges.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <vector>
+
+#include "support/list_support.h"
+
+namespace {
+
+using qz::test::append;
+using qz::test::compare_u32;
+using qz::test::TestList;
+using V = std::vector<uint32_t>;
+
+TEST(ListFindSpecificItem, ComparesBytesOrPointersOverTheRange) {
+    TestList list(4, QZLIST_VALUES);
+    append(list.get(), {7, 8, 9, 7, 8});
+    struct Case {
+        uint32_t item;
+        int start, count, expected;
+    };
+    const Case cases[] = {
+        {8, 0, -1, 1},  {8, 2, -1, 4},  {8, 2, 2, -1},  {7, -5, 1, 0},
+        {7, 1, 100, 3}, {9, 5, -1, -1}, {9, 6, -1, -1}, {5, 0, -1, -1},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(QzList_FindSpecificItemRange(list.get(), c.start, c.count, &c.item), c.expected)
+            << c.item << " from " << c.start;
+
+    TestList pointers(0, 0);
+    int a = 0, b = 0;
+    void* slots[] = {&a, &b, &a};
+    ASSERT_EQ(QzList_InsertList(pointers.get(), 0, slots, 3), S_OK);
+    EXPECT_EQ(QzList_FindSpecificItemRange(pointers.get(), 1, -1, &a), 2);
+    int same_value = 0;  // equal contents, another address
+    EXPECT_EQ(QzList_FindSpecificItemRange(pointers.get(), 0, -1, &same_value), -1);
+}
+
+TEST(ListFindItem, UsesTheComparisonWithTheStoredCriteria) {
+    TestList list(4, QZLIST_VALUES);
+    append(list.get(), {3, 1, 2, 1});
+    const uint32_t key = 1;
+    EXPECT_EQ(QzList_FindItemRange(list.get(), &key, 0, -1, compare_u32), 1);
+    EXPECT_EQ(QzList_FindItemRange(list.get(), &key, 2, -1, compare_u32), 3);
+    EXPECT_EQ(QzList_FindItemRange(list.get(), &key, 2, 1, compare_u32), -1);
+    EXPECT_EQ(QzList_FindItemRange(list.get(), &key, 0, -1, nullptr), -1);
+}
+
+// [10, 20, 30, 40, 50]: where the bisection places keys, including ranges
+// that start inside the list.
+TEST(ListFindSortedInsertIndex, BisectsAsDescribed) {
+    TestList list(4, QZLIST_VALUES);
+    append(list.get(), {10, 20, 30, 40, 50});
+    struct Case {
+        uint32_t key;
+        int start, count, expected;
+    };
+    const Case cases[] = {
+        {5, 0, -1, 0},  {10, 0, -1, 0}, {15, 0, -1, 1}, {30, 0, -1, 2},
+        {35, 0, -1, 3}, {45, 0, -1, 4}, {55, 0, -1, 5}, {5, 2, 2, 2},
+        {100, 2, 2, 4}, {35, 2, 2, 3},  {1, 4, -1, 4},  {99, 4, -1, 5},
+        {1, -3, 1, 0},  {11, -3, 1, 1}, {7, 5, -1, 0},  // empty range at the end answers 0, not its
+                                                        // start
+        {7, 2, 0, 0},                                   // empty range inside answers 0
+        {7, 6, -1, -1},                                 // start past the items
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(
+            QzList_FindSortedInsertIndexRange(list.get(), &c.key, c.start, c.count, compare_u32),
+            c.expected)
+            << c.key << " in [" << c.start << ", +" << c.count << ")";
+}
+
+TEST(ListFindSortedInsertIndex, AnswersTheEqualItemTheProbeMeets) {
+    TestList list(4, QZLIST_VALUES);
+    append(list.get(), {20, 20, 20, 20});
+    const uint32_t key = 20;
+    // Four items: the first probe is item 1, not the first of the run.
+    EXPECT_EQ(QzList_FindSortedInsertIndexRange(list.get(), &key, 0, -1, compare_u32), 1);
+    EXPECT_EQ(QzList_FindSortedItemRange(list.get(), &key, 0, -1, compare_u32), 1);
+    TestList empty(4, QZLIST_VALUES);
+    EXPECT_EQ(QzList_FindSortedInsertIndexRange(empty.get(), &key, 0, -1, compare_u32), 0);
+}
+
+// Against the standard library on random sorted lists: distinct keys go
+// exactly where lower_bound puts them; with duplicates the answer keeps the
+// order, and an equal item found is one of the run.
+TEST(ListFindSortedInsertIndex, KeepsTheOrderOnRandomLists) {
+    std::mt19937 random(7);
+    for (int round = 0; round < 300; ++round) {
+        const bool duplicates = round % 2 == 1;
+        V items(random() % 40);
+        for (auto& v : items) v = uint32_t(random() % (duplicates ? 20 : 1000)) * 2;
+        std::sort(items.begin(), items.end());
+        if (!duplicates) items.erase(std::unique(items.begin(), items.end()), items.end());
+        TestList list(4, QZLIST_VALUES);
+        append(list.get(), items);
+        for (uint32_t key = 0; key < 42; ++key) {
+            const auto lower = std::lower_bound(items.begin(), items.end(), key) - items.begin();
+            const auto upper = std::upper_bound(items.begin(), items.end(), key) - items.begin();
+            const int at = QzList_FindSortedInsertIndexRange(list.get(), &key, 0, -1, compare_u32);
+            const int found = QzList_FindSortedItemRange(list.get(), &key, 0, -1, compare_u32);
+            if (!duplicates) {
+                EXPECT_EQ(at, lower) << "key " << key;
+            }
+            EXPECT_GE(at, lower);
+            EXPECT_LE(at, upper);
+            if (lower == upper) {
+                EXPECT_EQ(found, -1);
+            } else {
+                EXPECT_GE(found, lower);
+                EXPECT_LT(found, upper);
+            }
+        }
+    }
+}
+
+TEST(ListFindSortedItem, UsesTheCriteriaOfTheLastSort) {
+    TestList list(4, QZLIST_VALUES);
+    append(list.get(), {3, 9, 1, 7, 5});
+    ASSERT_EQ(QzList_HeapSort(list.get(), 1, compare_u32), S_OK);  // descending
+    EXPECT_EQ(qz::test::values(list.get()), (V{9, 7, 5, 3, 1}));
+    for (uint32_t key : {9u, 7u, 5u, 3u, 1u}) {
+        const int at = QzList_FindSortedItemRange(list.get(), &key, 0, -1, compare_u32);
+        ASSERT_GE(at, 0);
+        EXPECT_EQ(qz::test::values(list.get())[size_t(at)], key);
+    }
+    const uint32_t absent = 4;
+    EXPECT_EQ(QzList_FindSortedItemRange(list.get(), &absent, 0, -1, compare_u32), -1);
+    EXPECT_EQ(QzList_FindSortedInsertIndexRange(list.get(), &absent, 0, -1, compare_u32), 3);
+    EXPECT_EQ(QzList_FindSortedItemRange(list.get(), &absent, 5, -1, compare_u32), -1);
+}
+
+}  // namespace
