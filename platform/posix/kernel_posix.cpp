@@ -77,4 +77,29 @@ bool is_readable(const void* address, size_t bytes) {
     return true;
 }
 
+// POSIX has no window classes, cursors or GDI objects, and no display
+// information without a windowing library: those steps do nothing and the
+// frame keeps its defaults.
+void register_kernel_window_class(HMODULE) {}
+void unregister_kernel_window_class(HMODULE) {}
+bool display_state(BOOL*, DWORD*) {
+    return false;
+}
+void create_colour_objects(ColourObjects* objects) {
+    *objects = {};
+}
+void release_colour_objects(ColourObjects* objects) {
+    *objects = {};
+}
+void set_arrow_cursor() {}
+void destroy_cursor(HCURSOR) {}
+
+// Neither the Windows 95 line nor a system older than it.
+bool is_old_platform() {
+    return false;
+}
+bool is_too_old_system() {
+    return false;
+}
+
 }  // namespace qz::platform

@@ -1,6 +1,7 @@
 // The kernel frame's needs from Windows (see kernel_platform.h).
 #include <string>
 
+#include "kernel/frame.h"
 #include "kernel_platform.h"
 #include "win32api.h"
 
@@ -35,6 +36,72 @@ bool allocation_fault() {
 
 bool is_readable(const void* address, size_t bytes) {
     return !IsBadReadPtr(address, bytes);
+}
+
+void register_kernel_window_class(HMODULE kernel_module) {
+    WNDCLASSEXW window_class = {};
+    window_class.cbSize = sizeof(window_class);
+    window_class.lpfnWndProc = DefWindowProcW;
+    window_class.hInstance = kernel_module;
+    window_class.hCursor = LoadCursorW(nullptr, IDC_ARROW);
+    window_class.lpszClassName = qz::frame::kWindowClassName;
+    RegisterClassExW(&window_class);
+}
+
+void unregister_kernel_window_class(HMODULE kernel_module) {
+    UnregisterClassW(qz::frame::kWindowClassName, kernel_module);
+}
+
+bool is_old_platform() {
+    return (GetVersion() & 0x80000000u) != 0;
+}
+
+bool is_too_old_system() {
+    return LOBYTE(LOWORD(GetVersion())) < 4;
+}
+
+namespace {
+
+BOOL CALLBACK count_monitor(HMONITOR, HDC, LPRECT, LPARAM count) {
+    ++*reinterpret_cast<DWORD*>(count);
+    return TRUE;
+}
+
+// The system colours the kernel draws with.
+constexpr int kColourIndexes[kColourObjectCount] = {COLOR_BTNFACE, COLOR_BTNSHADOW,
+                                                    COLOR_BTNHIGHLIGHT, COLOR_WINDOW};
+
+}  // namespace
+
+bool display_state(BOOL* high_colour, DWORD* monitors) {
+    HDC screen = GetDC(nullptr);
+    if (!screen) return false;
+    *high_colour = GetDeviceCaps(screen, BITSPIXEL) >= 16 ? TRUE : FALSE;
+    ReleaseDC(nullptr, screen);
+    DWORD count = 0;
+    EnumDisplayMonitors(nullptr, nullptr, count_monitor, reinterpret_cast<LPARAM>(&count));
+    *monitors = count;
+    return true;
+}
+
+void create_colour_objects(ColourObjects* objects) {
+    for (int i = 0; i < kColourObjectCount; ++i)
+        objects->objects[i] = CreateSolidBrush(GetSysColor(kColourIndexes[i]));
+}
+
+void release_colour_objects(ColourObjects* objects) {
+    for (HANDLE& object : objects->objects) {
+        if (object) DeleteObject(static_cast<HGDIOBJ>(object));
+        object = nullptr;
+    }
+}
+
+void set_arrow_cursor() {
+    SetCursor(LoadCursorW(nullptr, IDC_ARROW));
+}
+
+void destroy_cursor(HCURSOR cursor) {
+    DestroyCursor(cursor);
 }
 
 }  // namespace qz::platform

@@ -1,0 +1,25 @@
+// The library's entry point on Windows: the loader's process and thread
+// notifications run the frame's sequences.
+#include "kernel/frame.h"
+#include "win32api.h"
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
+    switch (reason) {
+        case DLL_PROCESS_ATTACH:
+            return qz::frame::process_attach(instance);
+        case DLL_THREAD_DETACH:
+            qz::frame::thread_detach();
+            return TRUE;
+        case DLL_PROCESS_DETACH:
+            return qz::frame::process_detach();
+        default:
+            return TRUE;  // thread attach: nothing to do
+    }
+}
+
+namespace qz::platform {
+
+// The loader reports every thread's end to DllMain.
+void watch_thread_exit() {}
+
+}  // namespace qz::platform

@@ -1,0 +1,291 @@
+// The library frame: version agreement, early initialisation and late
+// termination, the attach sequences, per-thread storage and display changes.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "kernel/frame.h"
+#include "kernel/lang.h"
+#include "qz/qzkernel.h"
+#include "win32api.h"
+
+namespace {
+
+using WString = std::basic_string<WCHAR>;
+using qz::frame::state;
+
+struct Box {
+    HWND owner;
+    WString text;
+    WString caption;
+    UINT style;
+};
+
+int QZ_STDCALL record_box(void* context, HWND owner, LPCWSTR text, LPCWSTR caption, UINT style) {
+    static_cast<std::vector<Box>*>(context)->push_back({owner, text, caption, style});
+    return IDOK;
+}
+
+class FrameTest : public ::testing::Test {
+protected:
+    void SetUp() override { QzKernel_SetMessageBoxHandler(record_box, &boxes_); }
+    void TearDown() override {
+        QzKernel_SetMessageBoxHandler(nullptr, nullptr);
+        qz::frame::set_system_check(nullptr);
+    }
+    std::vector<Box> boxes_;
+};
+
+TEST_F(FrameTest, CheckVersionAgreesOrExplainsWhy) {
+    const WString incompatible =
+        QZTEXT("The version of the Kavo Kernel is incompatible with the following client:\n\n");
+    const WString too_old = QZTEXT("The version of the Kavo Kernel is too old.");
+    const std::string long_name(200, 'x');
+    struct Case {
+        const char* client;
+        DWORD required, agreement;
+        BOOL quiet;
+        HRESULT result;
+        WString message;  // empty: no box
+    };
+    const Case cases[] = {
+        {"Vegas", 0x0A000086, 3, FALSE, S_OK, {}},
+        {"Vegas", 0, 3, FALSE, S_OK, {}},
+        {"Vegas", 0x0A000087, 3, FALSE, E_FAIL, too_old},
+        {"Vegas", 0xFFFFFFFF, 3, TRUE, E_FAIL, {}},
+        {"Vegas", 0x0A000086, 2, FALSE, E_FAIL, incompatible + QZTEXT("Vegas.")},
+        {"Vegas", 0x0A000086, 2, TRUE, E_FAIL, {}},
+        {nullptr, 0, 4, FALSE, E_FAIL, incompatible + QZTEXT(".")},
+        {"", 0, 0, FALSE, E_FAIL, incompatible + QZTEXT(".")},
+        {"Caf\xE9 \x80", 0, 1, FALSE, E_FAIL, incompatible + QZTEXT("Caf\u00e9 \u20ac.")},
+        {long_name.c_str(), 0, 1, FALSE, E_FAIL, incompatible + WString(128, u'x') + u'.'},
+    };
+    HWND owner = reinterpret_cast<HWND>(0x42);
+    for (const Case& c : cases) {
+        boxes_.clear();
+        EXPECT_EQ(QzKernel_CheckVersion(owner, c.client, c.required, c.agreement, 0, c.quiet),
+                  c.result);
+        if (c.message.empty()) {
+            EXPECT_TRUE(boxes_.empty());
+            continue;
+        }
+        ASSERT_EQ(boxes_.size(), 1u);
+        EXPECT_EQ(boxes_[0].text, c.message);
+        EXPECT_EQ(boxes_[0].caption, WString(QZTEXT("Kavo Kernel")));
+        EXPECT_EQ(boxes_[0].style, UINT(MB_ICONINFORMATION));
+        EXPECT_EQ(boxes_[0].owner, owner);
+    }
+}
+
+TEST_F(FrameTest, CheckVersionRefusesATooOldSystemFirst) {
+    qz::frame::set_system_check([] { return true; });
+    EXPECT_EQ(QzKernel_CheckVersion(nullptr, "Vegas", 0x0A000086, 3, 0, FALSE), E_FAIL);
+    ASSERT_EQ(boxes_.size(), 1u);
+    EXPECT_EQ(boxes_[0].text,
+              WString(QZTEXT("This product requires Windows 95 or Windows NT 4.0 or later.")));
+}
+
+// Runs early initialisation again and puts the load-time state back.
+class FrameInitTest : public ::testing::Test {
+protected:
+    void SetUp() override { module_ = QzKernel_GetAppKernel(); }
+    void TearDown() override {
+        QzKernel_SetProcessorFeatureMasks(QZCPU_ALL, 0);
+        qz::frame::set_processor_probe(nullptr);
+        ASSERT_TRUE(QzKernel_EarlyInitialize(module_, QZKERNEL_INIT_ATTACH));
+    }
+    HMODULE module_ = nullptr;
+};
+
+int g_probe_calls = 0;
+DWORD counting_probe() {
+    ++g_probe_calls;
+    return QZCPU_SSE | QZCPU_SSE2;
+}
+
+TEST_F(FrameInitTest, LoadTimeInitialisationHasRun) {
+    EXPECT_NE(module_, nullptr);
+    EXPECT_NE(state().registered_objects, nullptr);
+    EXPECT_NE(state().thread_table, nullptr);
+    EXPECT_NE(qz::lang::kernel_instance(), nullptr);
+    EXPECT_EQ(state().startup_mode, 1u);
+    EXPECT_EQ(state().internal_setting, qz::frame::kInternalSettingDefault);
+    EXPECT_FALSE(state().hosted_by_rundll);
+    EXPECT_NE(state().app_instance, nullptr);
+}
+
+TEST_F(FrameInitTest, RepeatingKeepsOneListOneLanguageAndTheFirstProbe) {
+    tQZLIST* const list = state().registered_objects;
+    HQZLANG const lang = qz::lang::kernel_instance();
+    const DWORD first_probe = state().probe_result;
+    g_probe_calls = 0;
+    qz::frame::set_processor_probe(counting_probe);
+    QzKernel_SetSplash(reinterpret_cast<HWND>(0x99));
+
+    struct Case {
+        DWORD flags, mode;
+    };
+    for (const Case& c : {Case{0x20, 2}, Case{0x21, 1}, Case{0, 0}, Case{0x40, 0}, Case{1, 1}}) {
+        ASSERT_TRUE(QzKernel_EarlyInitialize(module_, c.flags));
+        EXPECT_EQ(state().startup_mode, c.mode) << c.flags;
+        EXPECT_EQ(state().init_flags, c.flags);
+    }
+    EXPECT_EQ(state().registered_objects, list);
+    EXPECT_EQ(qz::lang::kernel_instance(), lang);
+    EXPECT_EQ(state().splash, nullptr);
+    EXPECT_EQ(g_probe_calls, 0);
+    EXPECT_EQ(state().probe_result, first_probe);
+
+    QzKernel_SetProcessorFeatureMasks(QZCPU_SSE2 | QZCPU_MMX, QZCPU_AVX512BW);
+    EXPECT_EQ(QzKernel_GetProcessorFeatures(), (first_probe & QZCPU_ALL));  // not yet applied
+    ASSERT_TRUE(QzKernel_EarlyInitialize(module_, 0));
+    EXPECT_EQ(QzKernel_GetProcessorFeatures(),
+              (first_probe & (QZCPU_SSE2 | QZCPU_MMX)) | QZCPU_AVX512BW);
+}
+
+TEST_F(FrameInitTest, LateTerminationClearsEveryHandle) {
+    state().cursors[3] = reinterpret_cast<HCURSOR>(0x10);
+    state().more_cursors[49] = reinterpret_cast<HCURSOR>(0x20);
+    EXPECT_TRUE(QzKernel_LateTerminate(0, 0));
+    EXPECT_EQ(QzKernel_GetAppKernel(), nullptr);
+    EXPECT_EQ(qz::lang::kernel_instance(), nullptr);
+    EXPECT_EQ(state().registered_objects, nullptr);
+    EXPECT_EQ(state().cursors[3], nullptr);
+    EXPECT_EQ(state().more_cursors[49], nullptr);
+    EXPECT_FALSE(state().colours_created);
+    EXPECT_TRUE(QzKernel_LateTerminate(0, 0));  // twice is harmless
+    ASSERT_TRUE(QzKernel_EarlyInitialize(module_, QZKERNEL_INIT_ATTACH));
+    EXPECT_EQ(QzKernel_GetAppKernel(), module_);
+    EXPECT_NE(state().registered_objects, nullptr);
+    EXPECT_NE(qz::lang::kernel_instance(), nullptr);
+}
+
+TEST(FrameProcessor, ProbeReportsTheBaselineOfThisProcessor) {
+    const DWORD features = qz::frame::probe_processor();
+#if defined(__x86_64__)
+    const DWORD baseline = QZCPU_MMX | QZCPU_SSE | QZCPU_SSE2 | QZCPU_CMOV;
+    EXPECT_EQ(features & baseline, baseline);
+#endif
+    // The AVX families come only with AVX's register state.
+    if (features & (QZCPU_AVX2 | QZCPU_FMA3 | QZCPU_AVX512F)) {
+        EXPECT_TRUE(features & QZCPU_AVX);
+    }
+    if (features & QZCPU_AVX512BW) {
+        EXPECT_TRUE(features & QZCPU_AVX512F);
+    }
+}
+
+TEST(FrameAttach, RecognisesRunDllWhateverTheCaseAndFolder) {
+    struct Case {
+        const WCHAR* path;
+        bool rundll;
+    };
+    const Case cases[] = {
+        {QZTEXT("rundll32.exe"), true},
+        {QZTEXT("C:\\Windows\\SysWOW64\\RUNDLL32.EXE"), true},
+        {QZTEXT("/opt/wine/RunDll32.Exe"), true},
+        {QZTEXT("C:\\rundll32.exe\\host.exe"), false},
+        {QZTEXT("myrundll32.exe"), false},
+        {QZTEXT("rundll32.exe.bak"), false},
+        {QZTEXT("rundll32"), false},
+        {QZTEXT(""), false},
+        {nullptr, false},
+    };
+    for (const Case& c : cases) EXPECT_EQ(qz::frame::is_rundll_host(c.path), c.rundll);
+}
+
+int g_registered = 0;
+int g_unregistered = 0;
+void count_register(HMODULE) {
+    ++g_registered;
+}
+void count_unregister(HMODULE) {
+    ++g_unregistered;
+}
+constexpr qz::frame::WindowSteps kCountingSteps = {count_register, count_unregister};
+
+TEST(FrameAttach, RunDllHostSkipsTheWindowStepsBothWays) {
+    const HMODULE module = QzKernel_GetAppKernel();
+    g_registered = g_unregistered = 0;
+    ASSERT_TRUE(qz::frame::process_detach(kCountingSteps));  // the load-time attach
+    EXPECT_EQ(g_unregistered, 1);
+    EXPECT_EQ(state().thread_table, nullptr);
+    EXPECT_EQ(state().settings, nullptr);
+    EXPECT_EQ(QzKernel_GetAppKernel(), nullptr);
+
+    ASSERT_TRUE(
+        qz::frame::process_attach(module, QZTEXT("C:\\Windows\\rundll32.exe"), kCountingSteps));
+    EXPECT_TRUE(state().hosted_by_rundll);
+    EXPECT_EQ(g_registered, 0);
+    EXPECT_EQ(state().settings, nullptr);
+    EXPECT_NE(state().thread_table, nullptr);
+    EXPECT_NE(qz::lang::kernel_instance(), nullptr);
+    ASSERT_TRUE(qz::frame::process_detach(kCountingSteps));
+    EXPECT_EQ(g_unregistered, 1);
+
+    ASSERT_TRUE(qz::frame::process_attach(module, QZTEXT("/usr/bin/host"), kCountingSteps));
+    EXPECT_FALSE(state().hosted_by_rundll);
+    EXPECT_EQ(g_registered, 1);
+    EXPECT_NE(state().settings, nullptr);
+    ASSERT_TRUE(qz::frame::process_detach(kCountingSteps));
+    EXPECT_EQ(g_unregistered, 2);
+
+    ASSERT_TRUE(qz::frame::process_attach(module));  // as loaded
+    EXPECT_EQ(QzKernel_GetAppKernel(), module);
+}
+
+TEST(FrameThreadStorage, BlocksLiveUntilTheirThreadEnds) {
+    tQZLIST* table = state().thread_table;
+    ASSERT_NE(table, nullptr);
+    const LONG before = table->count;
+    LONG during = 0;
+    bool zeroed = false, kept = false;
+    std::thread([&] {
+        auto* block = static_cast<BYTE*>(qz::frame::thread_storage(64));
+        ASSERT_NE(block, nullptr);
+        zeroed = block[0] == 0 && block[63] == 0;
+        block[10] = 0x5A;
+        auto* grown = static_cast<BYTE*>(qz::frame::thread_storage(4096));
+        ASSERT_NE(grown, nullptr);
+        kept = grown[10] == 0x5A && grown[4095] == 0;
+        during = table->count;
+    }).join();
+    EXPECT_TRUE(zeroed);
+    EXPECT_TRUE(kept);
+    EXPECT_EQ(during, before + 1);
+    EXPECT_EQ(table->count, before);  // freed by the thread's detach
+
+    std::thread([] {}).join();   // never asked: nothing to do
+    qz::frame::thread_detach();  // this thread has no entry
+    EXPECT_EQ(table->count, before);
+}
+
+TEST(FrameUserPrefChanges, ColourChangesRecreateTheDrawingObjects) {
+    const DWORD generation = state().colour_generation;
+    QzKernel_UserPrefChanges(nullptr, WM_DISPLAYCHANGE, 0, 0);
+    EXPECT_EQ(state().colour_generation, generation);
+    QzKernel_UserPrefChanges(nullptr, WM_SYSCOLORCHANGE, 0, 0);
+    EXPECT_EQ(state().colour_generation, generation + 1);
+    EXPECT_TRUE(state().colours_created);
+    QzKernel_UserPrefChanges(nullptr, 0x0111 /* WM_COMMAND */, 0, 0);
+    EXPECT_EQ(state().colour_generation, generation + 1);
+    EXPECT_TRUE(qz::frame::high_colour());  // no display information: the default
+}
+
+TEST(FrameQueries, PathOfTheKernelModuleAndTheSplash) {
+    WCHAR path[MAX_PATH] = {};
+    ASSERT_EQ(QzKernel_GetAppKernelPathName(path, MAX_PATH), S_OK);
+    const WString text(path);
+    const WString suffix = QZTEXT("qz_kernel_tests");
+    ASSERT_GE(text.size(), suffix.size());
+    EXPECT_EQ(text.substr(text.size() - suffix.size()), suffix);
+    EXPECT_LT(QzKernel_GetAppKernelPathName(path, 0), 0);
+    HWND splash = reinterpret_cast<HWND>(0x77);
+    EXPECT_EQ(QzKernel_SetSplash(splash), splash);
+    EXPECT_EQ(state().splash, splash);
+    EXPECT_EQ(QzKernel_SetSplash(nullptr), nullptr);
+}
+
+}  // namespace

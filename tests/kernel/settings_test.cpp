@@ -1,0 +1,142 @@
+// The kernel's settings stores and their file-backed POSIX backend.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "kernel/settings.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using WString = std::basic_string<WCHAR>;
+constexpr DWORD kVersion = 0x0A000086;
+
+// Points $XDG_CONFIG_HOME at a fresh folder for one test.
+class SettingsTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        const char* old = std::getenv("XDG_CONFIG_HOME");
+        had_old_ = old != nullptr;
+        if (had_old_) old_ = old;
+        folder_ = fs::temp_directory_path() /
+                  ("qz_settings_" + std::to_string(getpid()) + "_" +
+                   ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(folder_);
+        fs::create_directories(folder_);
+        setenv("XDG_CONFIG_HOME", folder_.c_str(), 1);
+    }
+    void TearDown() override {
+        if (had_old_)
+            setenv("XDG_CONFIG_HOME", old_.c_str(), 1);
+        else
+            unsetenv("XDG_CONFIG_HOME");
+        fs::remove_all(folder_);
+    }
+    HQZMETRIC open(LPCWSTR product = QZTEXT("Test Product")) {
+        HQZMETRIC store = nullptr;
+        EXPECT_EQ(qz::settings::open(product, kVersion, QZTEXT("Kernel"), &store), S_OK);
+        return store;
+    }
+    fs::path folder_;
+    bool had_old_ = false;
+    std::string old_;
+};
+
+TEST_F(SettingsTest, ValuesSurviveReopeningByName) {
+    const WString awkward = QZTEXT("Caf\u00e9 = \"x\"\nline two\\ \r end");
+    const WString awkward_name = QZTEXT("a=b\nc\\");
+    HQZMETRIC store = open();
+    ASSERT_NE(store, nullptr);
+    EXPECT_EQ(qz::settings::set_number(store, QZTEXT("Count"), 42), S_OK);
+    EXPECT_EQ(qz::settings::set_number(store, QZTEXT("Mask"), 0xFFFFFFFF), S_OK);
+    EXPECT_EQ(qz::settings::set_text(store, QZTEXT("Name"), awkward.c_str()), S_OK);
+    EXPECT_EQ(qz::settings::set_text(store, awkward_name.c_str(), QZTEXT("")), S_OK);
+    EXPECT_EQ(qz::settings::set_text(store, QZTEXT("Gone"), QZTEXT("soon")), S_OK);
+    EXPECT_EQ(qz::settings::remove(store, QZTEXT("Gone")), S_OK);
+    EXPECT_EQ(qz::settings::remove(store, QZTEXT("Gone")), QZE_NOT_FOUND);
+    qz::settings::close(store);
+
+    EXPECT_TRUE(fs::exists(folder_ / "Test Product" / "10.0" / "Kernel.ini"));
+    store = open();
+    DWORD number = 0;
+    WString text;
+    EXPECT_EQ(qz::settings::get_number(store, QZTEXT("Count"), &number), S_OK);
+    EXPECT_EQ(number, 42u);
+    EXPECT_EQ(qz::settings::get_number(store, QZTEXT("Mask"), &number), S_OK);
+    EXPECT_EQ(number, 0xFFFFFFFFu);
+    EXPECT_EQ(qz::settings::get_text(store, QZTEXT("Name"), &text), S_OK);
+    EXPECT_EQ(text, awkward);
+    text = QZTEXT("x");
+    EXPECT_EQ(qz::settings::get_text(store, awkward_name.c_str(), &text), S_OK);
+    EXPECT_TRUE(text.empty());
+    EXPECT_EQ(qz::settings::get_text(store, QZTEXT("Gone"), &text), QZE_NOT_FOUND);
+    EXPECT_EQ(qz::settings::get_text(store, QZTEXT("Count"), &text), QZE_NOT_FOUND);  // a number
+    EXPECT_EQ(qz::settings::get_number(store, QZTEXT("Name"), &number), QZE_NOT_FOUND);
+    // A value changes kind when it is set as the other kind.
+    EXPECT_EQ(qz::settings::set_text(store, QZTEXT("Count"), QZTEXT("many")), S_OK);
+    EXPECT_EQ(qz::settings::get_number(store, QZTEXT("Count"), &number), QZE_NOT_FOUND);
+    qz::settings::close(store);
+}
+
+TEST_F(SettingsTest, SkipsLinesOfAnotherShape) {
+    const fs::path file = folder_ / "Test Product" / "10.0" / "Kernel.ini";
+    fs::create_directories(file.parent_path());
+    std::ofstream(file) << "# comment\n"
+                           "no equals sign\n"
+                           "=dword:1\n"
+                           "Bad=dword:12x\n"
+                           "Huge=dword:0x1FFFFFFFF\n"
+                           "Kind=float:1.5\n"
+                           "Good=dword:0x10\n"
+                           "Last=sz:no newline at the end";
+    HQZMETRIC store = open();
+    DWORD number = 0;
+    WString text;
+    EXPECT_EQ(qz::settings::get_number(store, QZTEXT("Good"), &number), S_OK);
+    EXPECT_EQ(number, 16u);
+    EXPECT_EQ(qz::settings::get_text(store, QZTEXT("Last"), &text), S_OK);
+    EXPECT_EQ(text, WString(QZTEXT("no newline at the end")));
+    for (const WCHAR* name : {QZTEXT("Bad"), QZTEXT("Huge"), QZTEXT("Kind")})
+        EXPECT_EQ(qz::settings::get_number(store, name, &number), QZE_NOT_FOUND);
+    qz::settings::close(store);
+}
+
+TEST_F(SettingsTest, AFailedWriteKeepsTheStoresView) {
+    HQZMETRIC store = open(QZTEXT("Blocked"));
+    ASSERT_EQ(qz::settings::set_number(store, QZTEXT("Count"), 1), S_OK);
+    // The version folder becomes a file: the store cannot be written.
+    fs::remove_all(folder_ / "Blocked" / "10.0");
+    std::ofstream(folder_ / "Blocked" / "10.0") << "in the way";
+    EXPECT_EQ(qz::settings::set_number(store, QZTEXT("Count"), 2), QZE_FILE_CREATE);
+    DWORD number = 0;
+    EXPECT_EQ(qz::settings::get_number(store, QZTEXT("Count"), &number), S_OK);
+    EXPECT_EQ(number, 1u);
+    qz::settings::close(store);
+}
+
+TEST_F(SettingsTest, ProductNamesStayInsideTheConfigurationFolder) {
+    HQZMETRIC store = open(QZTEXT("../a/b"));
+    ASSERT_EQ(qz::settings::set_number(store, QZTEXT("Count"), 3), S_OK);
+    qz::settings::close(store);
+    EXPECT_TRUE(fs::exists(folder_ / ".._a_b" / "10.0" / "Kernel.ini"));
+}
+
+TEST_F(SettingsTest, RejectsBadArguments) {
+    HQZMETRIC store = reinterpret_cast<HQZMETRIC>(1);
+    EXPECT_EQ(qz::settings::open(QZTEXT(""), kVersion, QZTEXT("Kernel"), &store), E_INVALIDARG);
+    EXPECT_EQ(store, nullptr);
+    EXPECT_EQ(qz::settings::open(QZTEXT("P"), kVersion, nullptr, &store), E_INVALIDARG);
+    EXPECT_EQ(qz::settings::open(QZTEXT("P"), kVersion, QZTEXT("Kernel"), nullptr), E_POINTER);
+    DWORD number = 0;
+    EXPECT_EQ(qz::settings::get_number(nullptr, QZTEXT("Count"), &number), E_HANDLE);
+    store = open();
+    EXPECT_EQ(qz::settings::set_number(store, QZTEXT(""), 1), E_INVALIDARG);
+    EXPECT_EQ(qz::settings::close(store), S_OK);
+    EXPECT_EQ(qz::settings::close(nullptr), S_OK);
+}
+
+}  // namespace
