@@ -521,6 +521,8 @@ TEST(Handles, InvalidAndClosedHandlesFailWithInvalidHandle) {
         expect_invalid(!GetFileSizeEx(h, &where));
         expect_invalid(!FlushFileBuffers(h));
         expect_invalid(!CloseHandle(h));
+        expect_invalid(CreateFileMappingW(h, nullptr, PAGE_READONLY, 0, 0, nullptr) == nullptr);
+        expect_invalid(MapViewOfFile(h, FILE_MAP_READ, 0, 0, 0) == nullptr);
     }
 }
 
