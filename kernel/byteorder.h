@@ -20,8 +20,7 @@ inline uint16_t load_le16(const void* p) {
 }
 inline uint32_t load_le32(const void* p) {
     const auto* b = static_cast<const uint8_t*>(p);
-    return uint32_t(b[0]) | (uint32_t(b[1]) << 8) | (uint32_t(b[2]) << 16) |
-           (uint32_t(b[3]) << 24);
+    return uint32_t(b[0]) | (uint32_t(b[1]) << 8) | (uint32_t(b[2]) << 16) | (uint32_t(b[3]) << 24);
 }
 inline uint64_t load_le64(const void* p) {
     const auto* b = static_cast<const uint8_t*>(p);
@@ -33,8 +32,7 @@ inline uint16_t load_be16(const void* p) {
 }
 inline uint32_t load_be32(const void* p) {
     const auto* b = static_cast<const uint8_t*>(p);
-    return (uint32_t(b[0]) << 24) | (uint32_t(b[1]) << 16) | (uint32_t(b[2]) << 8) |
-           uint32_t(b[3]);
+    return (uint32_t(b[0]) << 24) | (uint32_t(b[1]) << 16) | (uint32_t(b[2]) << 8) | uint32_t(b[3]);
 }
 inline uint64_t load_be64(const void* p) {
     const auto* b = static_cast<const uint8_t*>(p);

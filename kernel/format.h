@@ -24,8 +24,8 @@
 namespace qz {
 
 struct FormatResult {
-    size_t length;   /* characters written, without the terminating zero */
-    bool truncated;  /* the full text did not fit */
+    size_t length;  /* characters written, without the terminating zero */
+    bool truncated; /* the full text did not fit */
 };
 
 FormatResult vformat(WCHAR* out, size_t capacity, const WCHAR* format, va_list args);

@@ -11,19 +11,27 @@ std::atomic<FaultPlan*> g_active_plan{nullptr};
 
 DWORD usual_error(FaultOp op) {
     switch (op) {
-        case FaultOp::Read: return ERROR_READ_FAULT;
-        case FaultOp::Write: return ERROR_DISK_FULL;
-        case FaultOp::Seek: return ERROR_SEEK;
-        case FaultOp::Truncate: return ERROR_DISK_FULL;
-        case FaultOp::Alloc: return ERROR_NOT_ENOUGH_MEMORY;
-        case FaultOp::kCount: break;
+        case FaultOp::Read:
+            return ERROR_READ_FAULT;
+        case FaultOp::Write:
+            return ERROR_DISK_FULL;
+        case FaultOp::Seek:
+            return ERROR_SEEK;
+        case FaultOp::Truncate:
+            return ERROR_DISK_FULL;
+        case FaultOp::Alloc:
+            return ERROR_NOT_ENOUGH_MEMORY;
+        case FaultOp::kCount:
+            break;
     }
     return ERROR_GEN_FAILURE;
 }
 
 }  // namespace
 
-FaultPlan::FaultPlan() { g_active_plan.store(this); }
+FaultPlan::FaultPlan() {
+    g_active_plan.store(this);
+}
 
 FaultPlan::~FaultPlan() {
     FaultPlan* self = this;
@@ -38,7 +46,9 @@ FaultPlan& FaultPlan::fail(FaultOp op, unsigned nth, unsigned times, DWORD error
     return *this;
 }
 
-unsigned FaultPlan::calls(FaultOp op) const { return rules_[static_cast<int>(op)].seen.load(); }
+unsigned FaultPlan::calls(FaultOp op) const {
+    return rules_[static_cast<int>(op)].seen.load();
+}
 
 unsigned FaultPlan::failures(FaultOp op) const {
     return rules_[static_cast<int>(op)].failed.load();

@@ -57,33 +57,54 @@ std::shared_ptr<HandleObject> unregister_handle(HANDLE handle) {
 
 DWORD win32_error_from_errno(int error) {
     switch (error) {
-        case 0: return ERROR_SUCCESS;
-        case ENOENT: return ERROR_FILE_NOT_FOUND;
-        case ENOTDIR: return ERROR_PATH_NOT_FOUND;
+        case 0:
+            return ERROR_SUCCESS;
+        case ENOENT:
+            return ERROR_FILE_NOT_FOUND;
+        case ENOTDIR:
+            return ERROR_PATH_NOT_FOUND;
         case EACCES:
         case EPERM:
-        case EISDIR: return ERROR_ACCESS_DENIED;
-        case EBADF: return ERROR_INVALID_HANDLE;
-        case ENOMEM: return ERROR_NOT_ENOUGH_MEMORY;
-        case EEXIST: return ERROR_FILE_EXISTS;
+        case EISDIR:
+            return ERROR_ACCESS_DENIED;
+        case EBADF:
+            return ERROR_INVALID_HANDLE;
+        case ENOMEM:
+            return ERROR_NOT_ENOUGH_MEMORY;
+        case EEXIST:
+            return ERROR_FILE_EXISTS;
         case ENOSPC:
         case EDQUOT:
-        case EFBIG: return ERROR_DISK_FULL;
+        case EFBIG:
+            return ERROR_DISK_FULL;
         case EMFILE:
-        case ENFILE: return ERROR_TOO_MANY_OPEN_FILES;
-        case EINVAL: return ERROR_INVALID_PARAMETER;
-        case ENAMETOOLONG: return ERROR_FILENAME_EXCED_RANGE;
-        case EROFS: return ERROR_WRITE_PROTECT;
+        case ENFILE:
+            return ERROR_TOO_MANY_OPEN_FILES;
+        case EINVAL:
+            return ERROR_INVALID_PARAMETER;
+        case ENAMETOOLONG:
+            return ERROR_FILENAME_EXCED_RANGE;
+        case EROFS:
+            return ERROR_WRITE_PROTECT;
         case EBUSY:
-        case ETXTBSY: return ERROR_BUSY;
-        case EXDEV: return ERROR_NOT_SAME_DEVICE;
-        case ENOTEMPTY: return ERROR_DIR_NOT_EMPTY;
-        case EIO: return ERROR_GEN_FAILURE;
-        case EPIPE: return ERROR_BROKEN_PIPE;
-        case ESPIPE: return ERROR_SEEK;
-        case EFAULT: return ERROR_NOACCESS;
-        case ELOOP: return ERROR_INVALID_NAME;
-        default: return ERROR_GEN_FAILURE;
+        case ETXTBSY:
+            return ERROR_BUSY;
+        case EXDEV:
+            return ERROR_NOT_SAME_DEVICE;
+        case ENOTEMPTY:
+            return ERROR_DIR_NOT_EMPTY;
+        case EIO:
+            return ERROR_GEN_FAILURE;
+        case EPIPE:
+            return ERROR_BROKEN_PIPE;
+        case ESPIPE:
+            return ERROR_SEEK;
+        case EFAULT:
+            return ERROR_NOACCESS;
+        case ELOOP:
+            return ERROR_INVALID_NAME;
+        default:
+            return ERROR_GEN_FAILURE;
     }
 }
 

@@ -18,11 +18,11 @@
 namespace qz::posix {
 
 enum class HandleKind : uint32_t {
-    File = 0x454C4946,     /* "FILE" */
-    Mapping = 0x5050414D,  /* "MAPP" */
-    Event = 0x544E5645,    /* "EVNT" */
-    Find = 0x444E4946,     /* "FIND" */
-    Heap = 0x50414548,     /* "HEAP" */
+    File = 0x454C4946,    /* "FILE" */
+    Mapping = 0x5050414D, /* "MAPP" */
+    Event = 0x544E5645,   /* "EVNT" */
+    Find = 0x444E4946,    /* "FIND" */
+    Heap = 0x50414548,    /* "HEAP" */
 };
 
 class HandleObject {

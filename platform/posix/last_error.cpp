@@ -5,5 +5,9 @@ namespace {
 thread_local DWORD t_last_error = 0;
 }
 
-QZ_EXTERN_C DWORD GetLastError(void) { return t_last_error; }
-QZ_EXTERN_C void SetLastError(DWORD error) { t_last_error = error; }
+QZ_EXTERN_C DWORD GetLastError(void) {
+    return t_last_error;
+}
+QZ_EXTERN_C void SetLastError(DWORD error) {
+    t_last_error = error;
+}

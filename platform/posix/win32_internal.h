@@ -98,8 +98,7 @@ QZ_INTERNAL BOOL SystemTimeToFileTime(const SYSTEMTIME* system_time, LPFILETIME 
 QZ_INTERNAL BOOL FileTimeToSystemTime(const FILETIME* file_time, LPSYSTEMTIME system_time);
 QZ_INTERNAL BOOL FileTimeToLocalFileTime(const FILETIME* file_time, LPFILETIME local_time);
 QZ_INTERNAL BOOL LocalFileTimeToFileTime(const FILETIME* local_time, LPFILETIME file_time);
-QZ_INTERNAL BOOL FileTimeToDosDateTime(const FILETIME* file_time, LPWORD dos_date,
-                                       LPWORD dos_time);
+QZ_INTERNAL BOOL FileTimeToDosDateTime(const FILETIME* file_time, LPWORD dos_date, LPWORD dos_time);
 QZ_INTERNAL BOOL DosDateTimeToFileTime(WORD dos_date, WORD dos_time, LPFILETIME file_time);
 QZ_INTERNAL LONG CompareFileTime(const FILETIME* a, const FILETIME* b);
 

@@ -36,7 +36,9 @@ std::string utf8(const WCHAR* text) {
     return out;
 }
 
-std::string utf8(const std::basic_string<WCHAR>& text) { return utf8(text.c_str()); }
+std::string utf8(const std::basic_string<WCHAR>& text) {
+    return utf8(text.c_str());
+}
 
 std::basic_string<WCHAR> utf16(const std::string& text) {
     std::basic_string<WCHAR> out;
@@ -73,11 +75,21 @@ std::string json_quote(const std::string& text) {
     std::string out = "\"";
     for (unsigned char c : text) {
         switch (c) {
-            case '"': out += "\\\""; break;
-            case '\\': out += "\\\\"; break;
-            case '\n': out += "\\n"; break;
-            case '\r': out += "\\r"; break;
-            case '\t': out += "\\t"; break;
+            case '"':
+                out += "\\\"";
+                break;
+            case '\\':
+                out += "\\\\";
+                break;
+            case '\n':
+                out += "\\n";
+                break;
+            case '\r':
+                out += "\\r";
+                break;
+            case '\t':
+                out += "\\t";
+                break;
             default:
                 if (c < 0x20) {
                     char buf[8];
@@ -98,8 +110,8 @@ std::string hex_code(HRESULT code) {
 }
 
 int fail(const char* command, HRESULT code, const std::string& context) {
-    std::fprintf(stderr, "qzk %s: %s%s%s\n", command, context.c_str(),
-                 context.empty() ? "" : ": ", hex_code(code).c_str());
+    std::fprintf(stderr, "qzk %s: %s%s%s\n", command, context.c_str(), context.empty() ? "" : ": ",
+                 hex_code(code).c_str());
     return 1;
 }
 

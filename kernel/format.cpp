@@ -1,0 +1,433 @@
+// The library's printf-style formatter (see format.h for the conventions).
+//
+// One template serves wide and 8-bit output. The text is produced directly
+// into the caller's buffer; nothing is ever written past `capacity`.
+#include "kernel/format.h"
+
+#include <cstdio>
+#include <cstdint>
+#include <type_traits>
+
+#include "win32api.h"
+
+namespace qz {
+
+namespace {
+
+template <class CharT>
+class Sink {
+public:
+    Sink(CharT* out, size_t capacity) : out_(out), capacity_(out ? capacity : 0) {}
+
+    void put(CharT c) {
+        if (length_ + 1 < capacity_)
+            out_[length_++] = c;
+        else
+            truncated_ = true;
+    }
+    void repeat(CharT c, size_t n) {
+        for (size_t i = 0; i < n; ++i) put(c);
+    }
+    FormatResult finish() {
+        if (capacity_ > 0) out_[length_] = CharT(0);
+        return {length_, truncated_};
+    }
+
+private:
+    CharT* out_;
+    size_t capacity_;
+    size_t length_ = 0;
+    bool truncated_ = false;
+};
+
+enum class Size { Default, Char, Short, Long, LongLong, Pointer, Max, LongDouble, Wide };
+
+struct Spec {
+    bool left = false;
+    bool plus = false;
+    bool space = false;
+    bool alternate = false;
+    bool zero = false;
+    int width = 0;
+    int precision = -1;
+    Size size = Size::Default;
+    char conversion = 0;
+};
+
+// One character of the other width, through the ANSI code page.
+WCHAR widen(char c) {
+    WCHAR w = 0;
+    if (MultiByteToWideChar(CP_ACP, 0, &c, 1, &w, 1) != 1) w = WCHAR('?');
+    return w;
+}
+char narrow(WCHAR w) {
+    char c = 0;
+    if (WideCharToMultiByte(CP_ACP, 0, &w, 1, &c, 1, nullptr, nullptr) != 1) c = '?';
+    return c;
+}
+
+template <class CharT>
+CharT convert_char(char c) {
+    if constexpr (std::is_same_v<CharT, char>)
+        return c;
+    else
+        return widen(c);
+}
+template <class CharT>
+CharT convert_char(WCHAR w) {
+    if constexpr (std::is_same_v<CharT, WCHAR>)
+        return w;
+    else
+        return narrow(w);
+}
+
+template <class CharT>
+void pad(Sink<CharT>& sink, int width, size_t used, CharT fill = CharT(' ')) {
+    if (width > 0 && size_t(width) > used) sink.repeat(fill, size_t(width) - used);
+}
+
+// Writes a string of either width, honouring precision and width.
+template <class CharT, class SrcT>
+void put_string(Sink<CharT>& sink, const Spec& spec, const SrcT* text) {
+    static const char kNull[] = "(null)";
+    if (!text) {
+        // Print "(null)" through the same path as an 8-bit string.
+        Spec plain = spec;
+        put_string<CharT, char>(sink, plain, kNull);
+        return;
+    }
+    size_t length = 0;
+    while (text[length] && (spec.precision < 0 || length < size_t(spec.precision))) ++length;
+    if (!spec.left) pad(sink, spec.width, length);
+    for (size_t i = 0; i < length; ++i) sink.put(convert_char<CharT>(text[i]));
+    if (spec.left) pad(sink, spec.width, length);
+}
+
+template <class CharT>
+void put_ascii(Sink<CharT>& sink, const char* text, size_t length) {
+    for (size_t i = 0; i < length; ++i) sink.put(CharT(static_cast<unsigned char>(text[i])));
+}
+
+// Integer conversions: d i u o x X and p.
+template <class CharT>
+void put_integer(Sink<CharT>& sink, const Spec& spec, uint64_t magnitude, bool negative) {
+    char digits[32];
+    size_t count = 0;
+    const char conv = spec.conversion;
+    const unsigned base = (conv == 'o') ? 8 : (conv == 'x' || conv == 'X' || conv == 'p') ? 16 : 10;
+    const char* alphabet = (conv == 'x') ? "0123456789abcdef" : "0123456789ABCDEF";
+    for (uint64_t v = magnitude; v != 0; v /= base) digits[count++] = alphabet[v % base];
+
+    size_t min_digits = spec.precision >= 0 ? size_t(spec.precision) : 1;
+    if (conv == 'p') min_digits = 2 * sizeof(void*);
+    if (spec.precision == 0 && magnitude == 0 && conv != 'p') min_digits = 0;
+    const size_t zeros = count < min_digits ? min_digits - count : 0;
+
+    char prefix[2];
+    size_t prefix_length = 0;
+    if (conv == 'd' || conv == 'i') {
+        if (negative)
+            prefix[prefix_length++] = '-';
+        else if (spec.plus)
+            prefix[prefix_length++] = '+';
+        else if (spec.space)
+            prefix[prefix_length++] = ' ';
+    } else if (spec.alternate && magnitude != 0 && (conv == 'x' || conv == 'X')) {
+        prefix[prefix_length++] = '0';
+        prefix[prefix_length++] = conv;
+    } else if (spec.alternate && conv == 'o' && zeros == 0) {
+        prefix[prefix_length++] = '0';
+    }
+
+    const size_t body = prefix_length + zeros + count;
+    const bool zero_fill = spec.zero && !spec.left && spec.precision < 0;
+    if (!spec.left && !zero_fill) pad(sink, spec.width, body);
+    put_ascii(sink, prefix, prefix_length);
+    if (zero_fill) pad(sink, spec.width, body, CharT('0'));
+    sink.repeat(CharT('0'), zeros);
+    while (count > 0) sink.put(CharT(digits[--count]));
+    if (spec.left) pad(sink, spec.width, body);
+}
+
+// Floating-point conversions go through the C library's formatting of the
+// same specification; the result is plain ASCII.
+template <class CharT>
+void put_floating(Sink<CharT>& sink, const Spec& spec, va_list& args) {
+    char format[32];
+    size_t n = 0;
+    format[n++] = '%';
+    if (spec.left) format[n++] = '-';
+    if (spec.plus) format[n++] = '+';
+    if (spec.space) format[n++] = ' ';
+    if (spec.alternate) format[n++] = '#';
+    if (spec.zero) format[n++] = '0';
+    format[n++] = '*';
+    format[n++] = '.';
+    format[n++] = '*';
+    if (spec.size == Size::LongDouble) format[n++] = 'L';
+    format[n++] = spec.conversion;
+    format[n] = 0;
+    char text[512];
+    const int precision = spec.precision < 0 ? 6 : spec.precision;
+    const int width = spec.width < 480 ? spec.width : 480;
+    const int clamped = precision < 400 ? precision : 400;
+    int length;
+    if (spec.size == Size::LongDouble)
+        length =
+            std::snprintf(text, sizeof text, format, width, clamped, va_arg(args, long double));
+    else
+        length = std::snprintf(text, sizeof text, format, width, clamped, va_arg(args, double));
+    if (length < 0) return;
+    put_ascii(sink, text, size_t(length) < sizeof text ? size_t(length) : sizeof text - 1);
+}
+
+template <class CharT>
+int read_number(const CharT*& p) {
+    int value = 0;
+    while (*p >= CharT('0') && *p <= CharT('9')) {
+        if (value < 100000) value = value * 10 + int(*p - CharT('0'));
+        ++p;
+    }
+    return value;
+}
+
+template <class CharT>
+const CharT* parse_spec(const CharT* p, Spec& spec, va_list& args) {
+    for (;; ++p) {
+        if (*p == CharT('-'))
+            spec.left = true;
+        else if (*p == CharT('+'))
+            spec.plus = true;
+        else if (*p == CharT(' '))
+            spec.space = true;
+        else if (*p == CharT('#'))
+            spec.alternate = true;
+        else if (*p == CharT('0'))
+            spec.zero = true;
+        else
+            break;
+    }
+    if (*p == CharT('*')) {
+        spec.width = va_arg(args, int);
+        if (spec.width < 0) {
+            spec.left = true;
+            spec.width = spec.width == INT32_MIN ? 0 : -spec.width;
+        }
+        ++p;
+    } else {
+        spec.width = read_number(p);
+    }
+    if (*p == CharT('.')) {
+        ++p;
+        if (*p == CharT('*')) {
+            spec.precision = va_arg(args, int);
+            if (spec.precision < 0) spec.precision = -1;
+            ++p;
+        } else {
+            spec.precision = read_number(p);
+        }
+    }
+    if (*p == CharT('h')) {
+        ++p;
+        spec.size = Size::Short;
+        if (*p == CharT('h')) {
+            spec.size = Size::Char;
+            ++p;
+        }
+    } else if (*p == CharT('l')) {
+        ++p;
+        spec.size = Size::Long;
+        if (*p == CharT('l')) {
+            spec.size = Size::LongLong;
+            ++p;
+        }
+    } else if (*p == CharT('w')) {
+        spec.size = Size::Wide;
+        ++p;
+    } else if (*p == CharT('L')) {
+        spec.size = Size::LongDouble;
+        ++p;
+    } else if (*p == CharT('z') || *p == CharT('t')) {
+        spec.size = Size::Pointer;
+        ++p;
+    } else if (*p == CharT('j')) {
+        spec.size = Size::Max;
+        ++p;
+    } else if (*p == CharT('I')) {
+        ++p;
+        if (p[0] == CharT('6') && p[1] == CharT('4')) {
+            spec.size = Size::LongLong;
+            p += 2;
+        } else if (p[0] == CharT('3') && p[1] == CharT('2')) {
+            spec.size = Size::Long;
+            p += 2;
+        } else {
+            spec.size = Size::Pointer;
+        }
+    }
+    spec.conversion = (*p > 0 && *p < 128) ? char(*p) : 0;
+    return p;
+}
+
+template <class CharT>
+void put_signed(Sink<CharT>& sink, const Spec& spec, va_list& args) {
+    int64_t value;
+    switch (spec.size) {
+        case Size::Char:
+            value = static_cast<signed char>(va_arg(args, int));
+            break;
+        case Size::Short:
+            value = static_cast<short>(va_arg(args, int));
+            break;
+        case Size::LongLong:
+        case Size::Max:
+            value = va_arg(args, long long);
+            break;
+        case Size::Pointer:
+            value = va_arg(args, intptr_t);
+            break;
+        default:
+            value = va_arg(args, int);
+            break;  // "l" is 32 bits here
+    }
+    const uint64_t magnitude = value < 0 ? uint64_t(0) - uint64_t(value) : uint64_t(value);
+    put_integer(sink, spec, magnitude, value < 0);
+}
+
+template <class CharT>
+void put_unsigned(Sink<CharT>& sink, const Spec& spec, va_list& args) {
+    uint64_t value;
+    switch (spec.size) {
+        case Size::Char:
+            value = static_cast<unsigned char>(va_arg(args, unsigned));
+            break;
+        case Size::Short:
+            value = static_cast<unsigned short>(va_arg(args, unsigned));
+            break;
+        case Size::LongLong:
+        case Size::Max:
+            value = va_arg(args, unsigned long long);
+            break;
+        case Size::Pointer:
+            value = va_arg(args, uintptr_t);
+            break;
+        default:
+            value = va_arg(args, unsigned);
+            break;
+    }
+    put_integer(sink, spec, value, false);
+}
+
+// Does this conversion take a string (or character) of the other width?
+template <class CharT>
+bool wants_wide_argument(const Spec& spec, bool upper) {
+    if (spec.size == Size::Short) return false;
+    if (spec.size == Size::Long || spec.size == Size::Wide) return true;
+    const bool natural_wide = std::is_same_v<CharT, WCHAR>;
+    return upper ? !natural_wide : natural_wide;
+}
+
+template <class CharT>
+void put_character(Sink<CharT>& sink, const Spec& spec, va_list& args, bool upper) {
+    const int raw = va_arg(args, int);
+    CharT c;
+    if (wants_wide_argument<CharT>(spec, upper))
+        c = convert_char<CharT>(WCHAR(raw));
+    else
+        c = convert_char<CharT>(char(raw));
+    if (!spec.left) pad(sink, spec.width, 1);
+    sink.put(c);
+    if (spec.left) pad(sink, spec.width, 1);
+}
+
+template <class CharT>
+FormatResult format_impl(CharT* out, size_t capacity, const CharT* format, va_list args) {
+    Sink<CharT> sink(out, capacity);
+    if (!format) return sink.finish();
+    va_list ap;
+    va_copy(ap, args);
+    for (const CharT* p = format; *p; ++p) {
+        if (*p != CharT('%')) {
+            sink.put(*p);
+            continue;
+        }
+        const CharT* start = p;
+        Spec spec;
+        p = parse_spec(p + 1, spec, ap);
+        switch (spec.conversion) {
+            case '%':
+                sink.put(CharT('%'));
+                break;
+            case 'd':
+            case 'i':
+                put_signed(sink, spec, ap);
+                break;
+            case 'u':
+            case 'o':
+            case 'x':
+            case 'X':
+                put_unsigned(sink, spec, ap);
+                break;
+            case 'p':
+                put_integer(sink, spec, reinterpret_cast<uintptr_t>(va_arg(ap, void*)), false);
+                break;
+            case 'c':
+            case 'C':
+                put_character(sink, spec, ap, spec.conversion == 'C');
+                break;
+            case 's':
+            case 'S':
+                if (wants_wide_argument<CharT>(spec, spec.conversion == 'S'))
+                    put_string(sink, spec, va_arg(ap, const WCHAR*));
+                else
+                    put_string(sink, spec, va_arg(ap, const char*));
+                break;
+            case 'e':
+            case 'E':
+            case 'f':
+            case 'F':
+            case 'g':
+            case 'G':
+            case 'a':
+            case 'A':
+                put_floating(sink, spec, ap);
+                break;
+            default:
+                // An unknown conversion is copied as it stands; the end of
+                // the format stops the loop.
+                for (const CharT* q = start; q <= p && *q; ++q) sink.put(*q);
+                if (!*p) --p;
+                break;
+        }
+    }
+    va_end(ap);
+    return sink.finish();
+}
+
+}  // namespace
+
+FormatResult vformat(WCHAR* out, size_t capacity, const WCHAR* format, va_list args) {
+    return format_impl(out, capacity, format, args);
+}
+
+FormatResult vformat(char* out, size_t capacity, const char* format, va_list args) {
+    return format_impl(out, capacity, format, args);
+}
+
+FormatResult format(WCHAR* out, size_t capacity, const WCHAR* format, ...) {
+    va_list args;
+    va_start(args, format);
+    const FormatResult result = vformat(out, capacity, format, args);
+    va_end(args);
+    return result;
+}
+
+FormatResult format(char* out, size_t capacity, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    const FormatResult result = vformat(out, capacity, format, args);
+    va_end(args);
+    return result;
+}
+
+}  // namespace qz
