@@ -648,6 +648,32 @@ TEST(MoveFile, MovesFolders) {
     EXPECT_EQ(native_read(dir.native("g/f")), "inside");
 }
 
+TEST(MoveFile, CopiesFilesToAnotherFileSystem) {
+    ScratchDir dir;
+    struct stat here, there;
+    if (::stat(dir.native("").c_str(), &here) != 0 || ::stat("/dev/shm", &there) != 0 ||
+        here.st_dev == there.st_dev) {
+        GTEST_SKIP() << "needs /dev/shm on another file system than the temporary folder";
+    }
+    const std::string target = "/dev/shm/qz-move-" + std::to_string(::getpid());
+    native_write(dir.native("a"), std::string(100000, 'm'));
+    ASSERT_EQ(::chmod(dir.native("a").c_str(), 0640), 0);
+    const BOOL moved = MoveFileW(dir.wide("a").c_str(), qz::testing::widen(target).c_str());
+    const std::string copied = native_read(target);
+    struct stat st {};
+    ::stat(target.c_str(), &st);
+    ::unlink(target.c_str());
+    EXPECT_TRUE(moved);
+    EXPECT_FALSE(native_exists(dir.native("a")));
+    EXPECT_EQ(copied, std::string(100000, 'm'));
+    EXPECT_EQ(st.st_mode & 0777, 0640u);
+    // A folder does not move there.
+    ASSERT_EQ(::mkdir(dir.native("d").c_str(), 0777), 0);
+    EXPECT_FALSE(MoveFileW(dir.wide("d").c_str(), qz::testing::widen(target).c_str()));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_SAME_DEVICE));
+    EXPECT_TRUE(native_exists(dir.native("d")));
+}
+
 TEST(Directories, CreateAndRemoveWithWin32Errors) {
     ScratchDir dir;
     EXPECT_TRUE(CreateDirectoryW(dir.wide("d").c_str(), nullptr));
