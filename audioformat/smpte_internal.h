@@ -19,6 +19,7 @@ inline constexpr DWORD kFramesPerDayDrop = 24 * (kFramesPerHour30 - kDroppedPerH
 inline constexpr DWORD kFirstDropFrameLabel = 2;
 
 inline constexpr double kNanoPerSecond = 1e7;
+inline constexpr double kSecondsPerNano = 1e-7;
 inline constexpr double kNtscClock30 = 29.97002997002997;   // 30000 / 1001
 inline constexpr double kNtscClock24 = 23.976023976023978;  // 24000 / 1001
 

@@ -74,7 +74,9 @@ QZ_EXTERN_C QZ_API void QZ_STDCALL QzNanoTimeToHMSF(LONGLONG nano_time, _smpteva
         QZSMPTE_NanoToSMPTE(nano_time, smpte);
         return;
     }
-    double seconds = double(nano_time) / kNanoPerSecond;
+    // Scaled by 1e-7 rather than divided by 1e7: the two can differ in the
+    // last bit, which the truncations below can show, so keep the product.
+    double seconds = double(nano_time) * kSecondsPerNano;
     // Round to the nearest frame; a rate below 0.01 (or not a number) has
     // frames too long for that to mean anything.
     if (frames_per_second >= qz::kMinimumRoundingRate) seconds += 0.5 / frames_per_second;
