@@ -6,6 +6,7 @@ namespace qzk {
 const Command kCommands[] = {
     {"version", "print the kernel version word", "qzk version [--json]", run_version},
     {"demo", "write sample files with the library and read them back", "qzk demo", run_demo},
+    {"tc", "convert SMPTE timecodes, frame counts and nano time", kTcUsage, run_tc},
     {nullptr, nullptr, nullptr, nullptr},
 };
 

@@ -16,6 +16,7 @@ int demo_kernel() {
 
 const DemoSection kDemoSections[] = {
     {"kernel", demo_kernel},
+    {"smpte", demo_smpte},
     {nullptr, nullptr},
 };
 

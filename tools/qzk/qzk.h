@@ -32,6 +32,9 @@ extern const DemoSection kDemoSections[];
 
 int run_version(const Args& args);
 int run_demo(const Args& args);
+int run_tc(const Args& args);
+extern const char kTcUsage[];
+int demo_smpte();
 
 // ---- helpers shared by the subcommands ----
 
