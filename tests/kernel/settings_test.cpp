@@ -70,7 +70,7 @@ TEST_F(SettingsTest, ValuesSurviveReopeningByName) {
     EXPECT_EQ(number, 0xFFFFFFFFu);
     EXPECT_EQ(qz::settings::get_text(store, QZTEXT("Name"), &text), S_OK);
     EXPECT_EQ(text, awkward);
-    text = QZTEXT("x");
+    text.assign(1, u'x');
     EXPECT_EQ(qz::settings::get_text(store, awkward_name.c_str(), &text), S_OK);
     EXPECT_TRUE(text.empty());
     EXPECT_EQ(qz::settings::get_text(store, QZTEXT("Gone"), &text), QZE_NOT_FOUND);
