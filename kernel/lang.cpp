@@ -105,10 +105,12 @@ struct AppName {
     WCHAR default_name[MAX_PATH] = {};
 };
 
-// Never destroyed: texts may be expanded while the process shuts down.
+// Constant-initialised, so texts can be expanded from the load hooks and
+// from other libraries' constructors.
+constinit AppName g_app_name;
+
 AppName& app_name_state() {
-    static AppName* state = new AppName;
-    return *state;
+    return g_app_name;
 }
 
 void copy_name(WCHAR* target, const WCHAR* source, size_t length) {

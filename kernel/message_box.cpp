@@ -16,13 +16,13 @@ struct Handler {
     void* context = nullptr;
 };
 
-// Never destroyed: a box may be shown while the process shuts down.
-std::mutex& handler_mutex() {
-    static std::mutex* mutex = new std::mutex;
-    return *mutex;
-}
+// Constant-initialised, so a box may be shown from any constructor.
+constinit std::mutex g_handler_mutex;
+constinit Handler g_handler;
 
-Handler g_handler;
+std::mutex& handler_mutex() {
+    return g_handler_mutex;
+}
 
 Handler current_handler() {
     std::lock_guard<std::mutex> lock(handler_mutex());

@@ -2,10 +2,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <mutex>
 #include <string>
 
 #include "fault_plan.h"
@@ -59,22 +57,21 @@ bool allocation_fault() {
 bool is_readable(const void* address, size_t bytes) {
     // The kernel reads the bytes for write(2) and answers EFAULT instead of
     // faulting; a pipe of our own takes them and gives them back.
-    static std::mutex* mutex = new std::mutex;
-    static int fds[2] = {-1, -1};
-    std::lock_guard<std::mutex> lock(*mutex);
-    if (fds[0] < 0 && pipe2(fds, O_CLOEXEC | O_NONBLOCK) != 0) return false;
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC | O_NONBLOCK) != 0) return false;
+    bool readable = true;
     char sink[256];
     const char* p = static_cast<const char*>(address);
-    while (bytes > 0) {
+    while (readable && bytes > 0) {
         const size_t chunk = bytes < sizeof(sink) ? bytes : sizeof(sink);
         const ssize_t written = write(fds[1], p, chunk);
-        if (written <= 0) return false;
-        while (read(fds[0], sink, size_t(written)) < 0 && errno == EINTR) {
-        }
-        p += written;
-        bytes -= size_t(written);
+        readable = written > 0 && read(fds[0], sink, size_t(written)) == written;
+        p += chunk;
+        bytes -= chunk;
     }
-    return true;
+    close(fds[0]);
+    close(fds[1]);
+    return readable;
 }
 
 // POSIX has no window classes, cursors or GDI objects, and no display
