@@ -32,6 +32,16 @@ std::int64_t initial_slots(int initial, int step) {
     return round_up(slots, step);
 }
 
+// Copies n items; single items of the usual sizes are plain moves.
+inline void copy_items(BYTE* target, const void* source, SIZE_T n, SIZE_T size) {
+    if (n == 1 && size == 4)
+        std::memcpy(target, source, 4);
+    else if (n == 1 && size == 8)
+        std::memcpy(target, source, 8);
+    else
+        std::memcpy(target, source, n * size);
+}
+
 bool reallocate_slots(tQZLIST* list, std::int64_t slots) {
     SIZE_T bytes = 0;
     if (slots > kMaxSlots || !slot_block_bytes(list, slots, &bytes)) return false;
@@ -249,6 +259,20 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzList_ShrinkAllocated(tQZLIST* list, int 
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzList_InsertList(tQZLIST* list, int index,
                                                         const void* source, int count) {
+    // The common case, one item appended to an unguarded list with room,
+    // skips the general path: appending item by item is how most callers
+    // fill a list.
+    // (Only heap-item lists, which take the general path, hold a pending item.)
+    if (count == 1 && source && is_live(list) &&
+        (list->create_options & (QZLIST_THREADSAFE | QZLIST_HEAPITEMS | QZLIST_ANYTHREAD)) ==
+            QZLIST_ANYTHREAD) {
+        const LONG n = list->count;
+        if (unsigned(index) >= unsigned(n) && n < list->allocated) {
+            copy_items(slot_address(list, n), source, 1, list->item_size);
+            list->count = n + 1;
+            return S_OK;
+        }
+    }
     Entry entry(list);
     if (!entry.ok()) return entry.refusal();
     if (index < 0 || index >= list->count) index = list->count;
@@ -274,8 +298,8 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzList_InsertList(tQZLIST* list, int index
     }
     const SIZE_T size = list->item_size;
     BYTE* at = slot_address(list, index);
-    std::memmove(at + n * size, at, SIZE_T(list->count - index) * size);
-    if (n > 0) std::memcpy(at, items, SIZE_T(n) * size);
+    if (index < list->count) std::memmove(at + n * size, at, SIZE_T(list->count - index) * size);
+    if (n > 0) copy_items(at, items, SIZE_T(n), size);
     list->count += LONG(n);
     list->pending_item = nullptr;
     return S_OK;
