@@ -5,15 +5,6 @@
 
 namespace qzk {
 
-namespace {
-
-int demo_kernel() {
-    std::printf("kernel version word: 0x%08X\n", unsigned(QzKernel_GetVersion()));
-    return 0;
-}
-
-}  // namespace
-
 const DemoSection kDemoSections[] = {
     {"kernel", demo_kernel},
     {"smpte", demo_smpte},

@@ -34,6 +34,7 @@ int run_version(const Args& args);
 int run_demo(const Args& args);
 int run_tc(const Args& args);
 extern const char kTcUsage[];
+int demo_kernel();
 int demo_smpte();
 
 // ---- helpers shared by the subcommands ----
