@@ -62,6 +62,10 @@ struct ThreadEntry {
     HGLOBAL block;
 };
 
+#if defined(_WIN32) && !defined(_WIN64)
+static_assert(sizeof(ThreadEntry) == 12, "per-thread entries are 12 bytes on 32-bit Windows");
+#endif
+
 // The calling thread's zeroed block of at least `bytes` bytes, created on
 // first use and freed when the thread ends (or at unload); null when there
 // is no per-thread table or no memory.

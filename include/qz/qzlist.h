@@ -140,8 +140,11 @@ QZ_API HRESULT QZ_STDCALL QzList_ShrinkAllocated(tQZLIST* list, int release);
  * Inserts `count` items from `source` before `index` (an index outside
  * 0..count-1 appends). Heap-item lists, null sources and negative counts
  * take one of two forms: a source with count -n copies n items (so a
- * heap-item list takes over n blocks the caller allocated), and a null
- * source with count -1 inserts the pending item; anything else is E_FAIL.
+ * heap-item list takes over n blocks the caller allocated: from its private
+ * heap, item_heap, since the list frees them there; a list on the standard
+ * allocator can adopt only the kernel's own blocks, which is what
+ * QzList_MoveItemsBetweenHeapLists is for), and a null source with count -1
+ * inserts the pending item; anything else is E_FAIL.
  * E_OUTOFMEMORY leaves the list unchanged.
  */
 QZ_API HRESULT QZ_STDCALL QzList_InsertList(tQZLIST* list, int index, const void* source,
