@@ -75,6 +75,14 @@ public:
         return true;
     }
     bool truncate_here() { return SetEndOfFile(file_) != FALSE; }
+    /* The file's length in bytes; the position is left at the end. */
+    bool length(uint64_t* bytes) {
+        LARGE_INTEGER zero{};
+        LARGE_INTEGER end{};
+        if (!SetFilePointerEx(file_, zero, &end, FILE_END)) return false;
+        *bytes = uint64_t(end.QuadPart);
+        return true;
+    }
 
 private:
     bool move(int64_t distance, DWORD method) {
