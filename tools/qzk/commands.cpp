@@ -6,6 +6,8 @@ namespace qzk {
 const Command kCommands[] = {
     {"version", "print the kernel version word", "qzk version [--json]", run_version},
     {"demo", "write sample files with the library and read them back", "qzk demo", run_demo},
+    {"chunks", "print the chunk tree of a RIFF file", "qzk chunks FILE [--json]", run_chunks},
+    {"cda", "print the fields of a CD-audio track file (.cda)", "qzk cda FILE [--json]", run_cda},
     {nullptr, nullptr, nullptr, nullptr},
 };
 

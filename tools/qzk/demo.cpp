@@ -16,6 +16,7 @@ int demo_kernel() {
 
 const DemoSection kDemoSections[] = {
     {"kernel", demo_kernel},
+    {"riff", demo_riff},
     {nullptr, nullptr},
 };
 

@@ -32,6 +32,9 @@ extern const DemoSection kDemoSections[];
 
 int run_version(const Args& args);
 int run_demo(const Args& args);
+int run_chunks(const Args& args);
+int run_cda(const Args& args);
+int demo_riff();
 
 // ---- helpers shared by the subcommands ----
 
