@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <cstdio>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -101,12 +100,15 @@ std::vector<ChunkEntry> walk(const std::string& path) {
 std::vector<ChunkEntry> sndfile_chunks(const std::string& path) {
     std::vector<ChunkEntry> out;
     std::istringstream lines(run("sndfile-info " + quoted(path) + " 2>&1"));
-    static const std::regex chunk_line("^(.{4}) : ([0-9]+)$");
     std::string line;
     while (std::getline(lines, line)) {
-        std::smatch m;
-        if (!std::regex_match(line, m, chunk_line) || m[1] == "RIFF") continue;
-        ChunkEntry e{cc(m[1].str().c_str()), DWORD(std::stoul(m[2])), 0};
+        // Four characters, " : ", then digits only.
+        if (line.size() < 8 || line.compare(4, 3, " : ") != 0 ||
+            line.find_first_not_of("0123456789", 7) != std::string::npos)
+            continue;
+        const std::string id = line.substr(0, 4);
+        if (id == "RIFF") continue;
+        ChunkEntry e{cc(id.c_str()), DWORD(std::stoul(line.substr(7))), 0};
         if (e.id == cc("LIST") && std::getline(lines, line)) {
             const auto start = line.find_first_not_of(' ');
             if (start != std::string::npos && line.size() >= start + 4)
