@@ -310,29 +310,3 @@ TEST(RiffInterop, ToolsReadWhatTheWritersWriteAndWhatDeletionLeaves) {
         EXPECT_EQ(walk(path).size(), 2u);
     }
 }
-
-TEST(RiffInterop, DeletingLibsndfileMetadataKeepsTheFileReadable) {
-    REQUIRE_TOOLS();
-    TempDir dir;
-    const std::string plain = dir.file("plain.wav"), tagged = dir.file("tagged.wav");
-    ASSERT_EQ(
-        system(("sox -n -r 32000 -c 1 -b 16 " + quoted(plain) + " synth 0.05 sine 300 2>/dev/null")
-                   .c_str()),
-        0);
-    ASSERT_EQ(system(("sndfile-metadata-set --str-comment 'an odd comment' " + quoted(plain) + " " +
-                      quoted(tagged) + " >/dev/null 2>&1")
-                         .c_str()),
-              0);
-    const HANDLE h = CreateFileW(wide(tagged).c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                                 OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    ASSERT_NE(h, INVALID_HANDLE_VALUE);
-    EXPECT_EQ(riff_DeleteChunk(h, cc("INFO"), nullptr, TRUE), S_OK);
-    DWORD size = 0;
-    EXPECT_EQ(riff_GetFileSize(h, &size), S_OK);
-    CloseHandle(h);
-    EXPECT_EQ(size + 4, read_file(tagged).size());
-    for (const ChunkEntry& e : walk(tagged)) EXPECT_NE(e.id, cc("LIST"));
-    EXPECT_EQ(walk(tagged), sndfile_chunks(tagged));
-    expect_sox_agrees(tagged);
-    EXPECT_EQ(sox_info("-s", tagged), sox_info("-s", plain));
-}
