@@ -4,8 +4,6 @@
 
 namespace qz::riff {
 
-using chunks::RiffLayout;
-
 HRESULT read_file_header(FileSource& file, uint32_t* riff_size, uint32_t* form_type) {
     uint32_t id = 0;
     if (!file.read_u32(&id)) return QZE_FILE_READ;
