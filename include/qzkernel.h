@@ -11,5 +11,6 @@
 #include "qz/qzkernel.h"
 #include "qz/qzlang.h"
 #include "qz/riff.h"
+#include "qz/qzsmpte.h"
 
 #endif

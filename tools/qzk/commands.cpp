@@ -8,6 +8,7 @@ const Command kCommands[] = {
     {"demo", "write sample files with the library and read them back", "qzk demo", run_demo},
     {"chunks", "print the chunk tree of a RIFF file", "qzk chunks FILE [--json]", run_chunks},
     {"cda", "print the fields of a CD-audio track file (.cda)", "qzk cda FILE [--json]", run_cda},
+    {"tc", "convert SMPTE timecodes, frame counts and nano time", kTcUsage, run_tc},
     {nullptr, nullptr, nullptr, nullptr},
 };
 

@@ -35,6 +35,9 @@ int run_demo(const Args& args);
 int run_chunks(const Args& args);
 int run_cda(const Args& args);
 int demo_riff();
+int run_tc(const Args& args);
+extern const char kTcUsage[];
+int demo_smpte();
 
 // ---- helpers shared by the subcommands ----
 
