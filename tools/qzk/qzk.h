@@ -32,6 +32,11 @@ extern const DemoSection kDemoSections[];
 
 int run_version(const Args& args);
 int run_demo(const Args& args);
+int run_error(const Args& args);
+
+// The library's message text of a code without its leading line breaks
+// ("" when the code has none).
+std::string message_text(HRESULT code);
 
 // ---- helpers shared by the subcommands ----
 
