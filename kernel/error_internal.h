@@ -62,6 +62,21 @@ void compose_error_text(DWORD_PTR context, HRESULT code, LPCWSTR extra, WCHAR* o
  */
 void append_details_for_box(std::basic_string<WCHAR>& box, DWORD flags);
 
+/* What a stack dump saw besides its lines. */
+struct StackSummary {
+    int lines;
+    int code_references;   /* words into the application's own images */
+    int module_references; /* words into other modules, only flagged */
+};
+
+/*
+ * The stack lines of the exception dump, from `sp` up to the top of the
+ * calling thread's stack (when `sp` lies in it) or until the buffer is
+ * nearly full, keeping `reserve` characters free. The buffer starts as an
+ * empty string, as with the other dumps. Returns what it saw.
+ */
+StackSummary dump_stack_lines(char* buffer, int size, const void* sp, size_t reserve);
+
 }  // namespace qz::detail
 
 #endif

@@ -1,12 +1,18 @@
 /*
  * qzerror.h - the error handler: message texts for result codes, error
  * tables that applications add, the details record of the last error,
- * and Win32 and common-dialog error translation.
+ * Win32 and common-dialog error translation, and plain-text dumps of memory
+ * and of an exception for crash reports.
  *
  * Message texts are localised text records (qzlang.h) resolved through a
  * language instance. The kernel's own texts begin with two line breaks so
  * that they read as a paragraph after a context sentence ("An error occurred
  * while opening the file ...").
+ *
+ * The dumps write 8-bit text with "\r\n" line ends. Addresses print as
+ * 2 * sizeof(void*) upper-case hexadecimal digits, and every line needs as
+ * much more room as the addresses have digits beyond eight, so a dump never
+ * writes past its buffer: it stops when the buffer is nearly full.
  */
 #ifndef QZ_QZERROR_H
 #define QZ_QZERROR_H
@@ -14,6 +20,76 @@
 #include "qzdefs.h"
 #include "qzresult.h"
 #include "qzlang.h"
+
+/* ---- exception records (from <windows.h> on Windows) ---------------------- */
+
+#if !defined(_WIN32)
+
+#define EXCEPTION_MAXIMUM_PARAMETERS 15
+
+typedef struct _EXCEPTION_RECORD {
+    DWORD ExceptionCode;
+    DWORD ExceptionFlags;
+    struct _EXCEPTION_RECORD* ExceptionRecord;
+    PVOID ExceptionAddress;
+    DWORD NumberParameters;
+    ULONG_PTR ExceptionInformation[EXCEPTION_MAXIMUM_PARAMETERS];
+} EXCEPTION_RECORD, *PEXCEPTION_RECORD;
+
+/*
+ * The thread context with the x86 register names. Each field holds the
+ * platform's register of the same role at its full width (RAX in Eax on
+ * x86-64); registers a platform does not have read as zero.
+ */
+typedef struct _CONTEXT {
+    DWORD ContextFlags;
+    DWORD SegGs;
+    DWORD SegFs;
+    DWORD SegEs;
+    DWORD SegDs;
+    DWORD_PTR Edi;
+    DWORD_PTR Esi;
+    DWORD_PTR Ebx;
+    DWORD_PTR Edx;
+    DWORD_PTR Ecx;
+    DWORD_PTR Eax;
+    DWORD_PTR Ebp;
+    DWORD_PTR Eip;
+    DWORD SegCs;
+    DWORD EFlags;
+    DWORD_PTR Esp;
+    DWORD SegSs;
+} CONTEXT, *PCONTEXT;
+
+typedef struct _EXCEPTION_POINTERS {
+    PEXCEPTION_RECORD ExceptionRecord;
+    PCONTEXT ContextRecord;
+} EXCEPTION_POINTERS, *PEXCEPTION_POINTERS;
+
+#define EXCEPTION_EXECUTE_HANDLER 1
+#define EXCEPTION_CONTINUE_SEARCH 0
+#define EXCEPTION_CONTINUE_EXECUTION (-1)
+
+#define EXCEPTION_ACCESS_VIOLATION ((DWORD)0xC0000005)
+#define EXCEPTION_DATATYPE_MISALIGNMENT ((DWORD)0x80000002)
+#define EXCEPTION_BREAKPOINT ((DWORD)0x80000003)
+#define EXCEPTION_SINGLE_STEP ((DWORD)0x80000004)
+#define EXCEPTION_IN_PAGE_ERROR ((DWORD)0xC0000006)
+#define EXCEPTION_ILLEGAL_INSTRUCTION ((DWORD)0xC000001D)
+#define EXCEPTION_ARRAY_BOUNDS_EXCEEDED ((DWORD)0xC000008C)
+#define EXCEPTION_FLT_DIVIDE_BY_ZERO ((DWORD)0xC000008E)
+#define EXCEPTION_FLT_INEXACT_RESULT ((DWORD)0xC000008F)
+#define EXCEPTION_FLT_INVALID_OPERATION ((DWORD)0xC0000090)
+#define EXCEPTION_FLT_OVERFLOW ((DWORD)0xC0000091)
+#define EXCEPTION_FLT_STACK_CHECK ((DWORD)0xC0000092)
+#define EXCEPTION_FLT_UNDERFLOW ((DWORD)0xC0000093)
+#define EXCEPTION_INT_DIVIDE_BY_ZERO ((DWORD)0xC0000094)
+#define EXCEPTION_INT_OVERFLOW ((DWORD)0xC0000095)
+#define EXCEPTION_PRIV_INSTRUCTION ((DWORD)0xC0000096)
+#define EXCEPTION_STACK_OVERFLOW ((DWORD)0xC00000FD)
+#define STATUS_CONTROL_C_EXIT ((DWORD)0xC000013A)
+
+#endif /* !_WIN32 */
 
 /* ---- error tables ------------------------------------------------------------ */
 
@@ -107,6 +183,16 @@ typedef struct _qzerror_table_rcid {
 #define QZERRMB_NODETAILS 0x1u
 /* Leave the hyperlink of the details record out of the box. */
 #define QZERRMB_NOHYPERLINK 0x2u
+
+/* ---- sections of the exception dump ------------------------------------------ */
+
+#define QZDUMP_EXCEPTION 0x01u /* code, name, faulting address, instruction address */
+#define QZDUMP_MODULE 0x02u    /* module holding the instruction */
+#define QZDUMP_REGISTERS 0x04u /* the four register lines */
+#define QZDUMP_CODE 0x08u      /* 16 bytes at the instruction */
+#define QZDUMP_STACK 0x10u     /* stack words from the stack pointer */
+#define QZDUMP_THREAD 0x20u    /* caption, thread id and stack region */
+#define QZDUMP_ALL 0xFFu       /* a mask of 0 means the same */
 
 #ifdef __cplusplus
 /*
@@ -230,6 +316,49 @@ QZ_API HRESULT QZ_CDECL QzErrorHandler_DetailsAddString(HRESULT code, LPCWSTR fo
  * is null.
  */
 QZ_API HRESULT QZ_STDCALL QzErrorHandler_DetailsSetHyperlink(LPCWSTR target, LPCWSTR text);
+
+/* ---- dumps ---------------------------------------------------------------------
+ * Each dump starts `buffer` as an empty string, writes whole lines while
+ * enough room remains (50 characters, plus twice the address digits beyond
+ * eight for the stack lines, plus the extra digits otherwise) and returns
+ * the characters written without the terminating zero. A null buffer or a
+ * size below 1 writes nothing and returns 0. Memory that cannot be read is
+ * marked (".." or "........") without being touched. */
+
+/*
+ * Hex dump of `count` bytes at `address`, eight a line:
+ * " %p: " + "%02X " per byte (".. " unreadable, three blanks past the data)
+ * + the bytes as characters (32..126 as they are, "." otherwise) + "\r\n".
+ */
+QZ_API int QZ_STDCALL QzErrorHandler_DumpHex(LPSTR buffer, int size, LPCVOID address, int count);
+
+/*
+ * Dump of `count` 32-bit words at `address`, four a line:
+ * " %p: " + "%08X " per word ("........ " unreadable) + "\r\n".
+ */
+QZ_API int QZ_STDCALL QzErrorHandler_DumpHexDWords(LPSTR buffer, int size, LPCVOID address,
+                                                   int count);
+
+/*
+ * Dump of an exception for a crash report: the sections of `mask`
+ * (QZDUMP_..., 0 for all) in the order exception, module, thread,
+ * registers, code bytes, stack; each begins only while 50 characters (plus
+ * the extra address digits) of room remain. Sections that need the record
+ * or the context are left out when `pointers` does not carry it. A null
+ * caption reads as empty.
+ */
+QZ_API int QZ_STDCALL QzErrorHandler_DumpExceptionRecord(LPSTR buffer, int size, LPCWSTR caption,
+                                                         EXCEPTION_POINTERS* pointers, DWORD mask);
+
+/*
+ * An exception filter for a host's handler: passes datatype misalignments
+ * and exceptions under a debugger on (EXCEPTION_CONTINUE_SEARCH); otherwise
+ * clears the details record, adds the caption and the whole dump under
+ * QZE_EXCEPTION, shows the message box and returns
+ * EXCEPTION_EXECUTE_HANDLER.
+ */
+QZ_API LONG QZ_STDCALL QzErrorHandler_ExceptionFilter(EXCEPTION_POINTERS* pointers,
+                                                      LPCWSTR caption);
 
 QZ_EXTERN_C_END
 

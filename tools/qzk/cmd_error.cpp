@@ -66,4 +66,35 @@ int run_error(const Args& args) {
     return 0;
 }
 
+namespace {
+
+// The dump's "\r\n" line ends as the terminal's.
+std::string terminal_lines(const char* text) {
+    std::string out;
+    for (const char* p = text; *p; ++p)
+        if (*p != '\r') out += *p;
+    return out;
+}
+
+}  // namespace
+
+int demo_errors() {
+    QzErrorHandler_DetailsInit();
+    QzErrorHandler_DetailsAddString(QZE_FILE_OPEN, QZTEXT("Path: %s"),
+                                    QZTEXT("/music/session/take 3.wav"));
+    const LPCWSTR message =
+        QzErrorHandler_GetErrorMessage(QZERRCTX_FILE_OPEN, QZE_FILE_OPEN, QZTEXT("take 3.wav"));
+    int lines = 0;
+    const LPCWSTR details = QzErrorHandler_DetailsInfo(nullptr, &lines, nullptr);
+    std::printf("composed message:\n%s\n", utf8(message).c_str());
+    std::printf("details (%d line): %s", lines, utf8(details).c_str());
+
+    static const char header[] = "RIFF\x24\x10\x00\x00WAVEfmt \x10\x00\x00\x00\x01\x00";
+    char dump[512];
+    const int written = QzErrorHandler_DumpHex(dump, int(sizeof dump), header, 22);
+    std::printf("\nhex dump of a wave file header:\n%s", terminal_lines(dump).c_str());
+    QzErrorHandler_DetailsInit();
+    return message && details && written > 0 ? 0 : 1;
+}
+
 }  // namespace qzk

@@ -16,6 +16,7 @@ int demo_kernel() {
 
 const DemoSection kDemoSections[] = {
     {"kernel", demo_kernel},
+    {"errors", demo_errors},
     {nullptr, nullptr},
 };
 

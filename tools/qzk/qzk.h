@@ -33,6 +33,7 @@ extern const DemoSection kDemoSections[];
 int run_version(const Args& args);
 int run_demo(const Args& args);
 int run_error(const Args& args);
+int demo_errors();
 
 // The library's message text of a code without its leading line breaks
 // ("" when the code has none).
