@@ -11,5 +11,6 @@
 #include "qz/qzkernel.h"
 #include "qz/qzlang.h"
 #include "qz/qzerror.h"
+#include "qz/qzlog.h"
 
 #endif
