@@ -12,5 +12,6 @@
 #include "qz/qzlang.h"
 #include "qz/qzerror.h"
 #include "qz/qzlog.h"
+#include "qz/qzsmpte.h"
 
 #endif

@@ -34,6 +34,9 @@ int run_version(const Args& args);
 int run_demo(const Args& args);
 int run_error(const Args& args);
 int demo_errors();
+int run_tc(const Args& args);
+extern const char kTcUsage[];
+int demo_smpte();
 
 // The library's message text of a code without its leading line breaks
 // ("" when the code has none).
