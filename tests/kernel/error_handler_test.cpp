@@ -140,15 +140,6 @@ TEST(ErrorMessages, LicensingAndUnlistedCodesHaveNoText) {
         EXPECT_EQ(QzErrorHandler_GetHresultString(HRESULT(code)), nullptr) << std::hex << code;
 }
 
-TEST(ErrorMessages, BuiltInTableHoldsEachCodeOnce) {
-    std::set<HRESULT> seen;
-    for (size_t i = 0; i < qz::detail::kBuiltInMessageCount; ++i) {
-        const auto& entry = qz::detail::kBuiltInMessages[i];
-        EXPECT_TRUE(seen.insert(entry.code).second) << std::hex << entry.code;
-        EXPECT_EQ(entry.text.marker, QZLANG_TEXT_MARKER);
-    }
-}
-
 TEST(ErrorContexts, IdentifiersGiveTheirSentenceAndUnknownOnesTheDefault) {
     EXPECT_EQ(narrow(QzErrorHandler_GetContextString(QZERRCTX_FILE_OPEN)),
               "An error occurred while opening the file \"%s\".");

@@ -6,29 +6,7 @@ namespace qz::test {
 
 WString wide(const std::string& text) {
     WString out;
-    for (size_t i = 0; i < text.size();) {
-        const auto b = static_cast<unsigned char>(text[i]);
-        char32_t c = b;
-        size_t n = 1;
-        if (b >= 0xF0 && i + 3 < text.size()) {
-            c = ((b & 0x07u) << 18) | ((text[i + 1] & 0x3Fu) << 12) | ((text[i + 2] & 0x3Fu) << 6) |
-                (text[i + 3] & 0x3Fu);
-            n = 4;
-        } else if (b >= 0xE0 && i + 2 < text.size()) {
-            c = ((b & 0x0Fu) << 12) | ((text[i + 1] & 0x3Fu) << 6) | (text[i + 2] & 0x3Fu);
-            n = 3;
-        } else if (b >= 0xC0 && i + 1 < text.size()) {
-            c = ((b & 0x1Fu) << 6) | (text[i + 1] & 0x3Fu);
-            n = 2;
-        }
-        i += n;
-        if (c >= 0x10000) {
-            out += WCHAR(0xD800 + ((c - 0x10000) >> 10));
-            out += WCHAR(0xDC00 + ((c - 0x10000) & 0x3FF));
-        } else {
-            out += WCHAR(c);
-        }
-    }
+    for (char c : text) out += WCHAR(static_cast<unsigned char>(c));
     return out;
 }
 

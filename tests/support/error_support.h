@@ -11,7 +11,7 @@ namespace qz::test {
 
 using WString = std::basic_string<WCHAR>;
 
-// ASCII or UTF-8 text as UTF-16 (the tests' own literals and paths).
+// ASCII text as UTF-16 (the tests' own literals and paths).
 WString wide(const std::string& text);
 // UTF-16 text as UTF-8, for messages of failed expectations.
 std::string narrow(const WCHAR* text);
