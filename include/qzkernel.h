@@ -11,6 +11,8 @@
 #include "qz/qzkernel.h"
 #include "qz/qzlang.h"
 #include "qz/riff.h"
+#include "qz/qzerror.h"
+#include "qz/qzlog.h"
 #include "qz/qzsmpte.h"
 
 #endif

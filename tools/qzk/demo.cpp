@@ -17,6 +17,7 @@ int demo_kernel() {
 const DemoSection kDemoSections[] = {
     {"kernel", demo_kernel},
     {"riff", demo_riff},
+    {"errors", demo_errors},
     {"smpte", demo_smpte},
     {nullptr, nullptr},
 };

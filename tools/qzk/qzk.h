@@ -35,9 +35,15 @@ int run_demo(const Args& args);
 int run_chunks(const Args& args);
 int run_cda(const Args& args);
 int demo_riff();
+int run_error(const Args& args);
+int demo_errors();
 int run_tc(const Args& args);
 extern const char kTcUsage[];
 int demo_smpte();
+
+// The library's message text of a code without its leading line breaks
+// ("" when the code has none).
+std::string message_text(HRESULT code);
 
 // ---- helpers shared by the subcommands ----
 

@@ -110,8 +110,10 @@ std::string hex_code(HRESULT code) {
 }
 
 int fail(const char* command, HRESULT code, const std::string& context) {
-    std::fprintf(stderr, "qzk %s: %s%s%s\n", command, context.c_str(), context.empty() ? "" : ": ",
-                 hex_code(code).c_str());
+    const std::string text = message_text(code);
+    std::fprintf(stderr, "qzk %s: %s%s%s%s%s\n", command, context.c_str(),
+                 context.empty() ? "" : ": ", text.c_str(), text.empty() ? "" : " ",
+                 (text.empty() ? hex_code(code) : "(" + hex_code(code) + ")").c_str());
     return 1;
 }
 
