@@ -56,7 +56,7 @@ bool module_from_address(const void* address, ModuleInfo* info) {
 bool current_thread_stack(const void** low, const void** high) {
     // The stack is one reservation: its allocation base is the low end, and
     // the regions that share that base run up to the high end.
-    MEMORY_BASIC_INFORMATION info;
+    MEMORY_BASIC_INFORMATION info = {};
     if (VirtualQuery(&info, &info, sizeof info) != sizeof info) return false;
     const PVOID base = info.AllocationBase;
     auto end = reinterpret_cast<ULONG_PTR>(info.BaseAddress) + info.RegionSize;
