@@ -10,5 +10,6 @@
 #include "qz/win32compat.h"
 #include "qz/qzkernel.h"
 #include "qz/qzlang.h"
+#include "qz/qzwaveformat.h"
 
 #endif
