@@ -11,5 +11,6 @@
 #include "qz/qzkernel.h"
 #include "qz/qzlang.h"
 #include "qz/qzwaveformat.h"
+#include "qz/riff.h"
 
 #endif
