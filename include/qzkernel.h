@@ -12,5 +12,6 @@
 #include "qz/qzlang.h"
 #include "qz/qzwaveformat.h"
 #include "qz/riff.h"
+#include "qz/mriff.h"
 
 #endif
