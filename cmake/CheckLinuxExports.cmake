@@ -1,6 +1,7 @@
 # Compares the list of exports with the dynamic symbols of libqzkernel.so:
 # every listed C name must be exported, no unlisted C name may be, and every
 # listed class or typed function must appear among the C++ symbols.
+cmake_minimum_required(VERSION 3.25)
 execute_process(COMMAND ${EXPORTGEN} --c-names ${WORK}/c_names.txt RESULT_VARIABLE _rc1)
 execute_process(COMMAND ${EXPORTGEN} --cxx-prefixes ${WORK}/cxx_prefixes.txt RESULT_VARIABLE _rc2)
 if(NOT _rc1 EQUAL 0 OR NOT _rc2 EQUAL 0)

@@ -9,7 +9,10 @@
  * closing the handles it passes in, freeing the memory it is handed, events
  * and waits, and the thread's last-error value (Win32 error numbers).
  *
- * Paths are UTF-16 and are converted to UTF-8 for the operating system.
+ * Paths are UTF-16 and are converted to UTF-8 for the operating system;
+ * backslashes separate folders as slashes do, and a path holding a lone
+ * surrogate fails with ERROR_INVALID_NAME. A missing file is
+ * ERROR_FILE_NOT_FOUND, a missing folder on the way ERROR_PATH_NOT_FOUND.
  * On Windows this header only includes qzdefs.h.
  */
 #ifndef QZ_WIN32COMPAT_H
@@ -57,6 +60,7 @@
 #define ERROR_PROC_NOT_FOUND 127
 #define ERROR_NEGATIVE_SEEK 131
 #define ERROR_DIR_NOT_EMPTY 145
+#define ERROR_DIRECTORY 267
 #define ERROR_BUSY 170
 #define ERROR_ALREADY_EXISTS 183
 #define ERROR_FILENAME_EXCED_RANGE 206
@@ -64,6 +68,7 @@
 #define ERROR_FILE_INVALID 1006
 #define ERROR_NO_UNICODE_TRANSLATION 1113
 #define ERROR_MAPPED_ALIGNMENT 1132
+#define ERROR_USER_MAPPED_FILE 1224
 #define ERROR_NOT_LOCKED 158
 #define ERROR_INVALID_FLAGS 1004
 #define ERROR_TIMEOUT 1460
@@ -146,14 +151,23 @@ QZ_API void SetLastError(DWORD error);
  * open fails with ERROR_SHARING_VIOLATION); dispositions CREATE_NEW,
  * CREATE_ALWAYS, OPEN_EXISTING, OPEN_ALWAYS and TRUNCATE_EXISTING behave as
  * on Windows, including ERROR_ALREADY_EXISTS as the last error after
- * CREATE_ALWAYS/OPEN_ALWAYS found an existing file. Attribute flags and the
- * scan hints are accepted; FILE_FLAG_DELETE_ON_CLOSE removes the file when
- * the handle closes. Returns INVALID_HANDLE_VALUE on failure.
+ * CREATE_ALWAYS/OPEN_ALWAYS found an existing file (ERROR_SUCCESS
+ * otherwise), ERROR_FILE_EXISTS for CREATE_NEW and ERROR_ACCESS_DENIED for
+ * a folder. Attribute flags and the scan hints are accepted
+ * (FILE_ATTRIBUTE_READONLY makes a new file read-only);
+ * FILE_FLAG_DELETE_ON_CLOSE removes the file when the last handle to it
+ * closes, and later opens must share deletion. Security attributes and the
+ * template are ignored. Returns INVALID_HANDLE_VALUE on failure.
  */
 QZ_API HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES sa,
                           DWORD disposition, DWORD flags, HANDLE template_file);
 
-/* Reading at or past the end succeeds with a smaller (or zero) count. */
+/*
+ * Reading at or past the end succeeds with a smaller (or zero) count.
+ * A handle without the access fails with ERROR_ACCESS_DENIED; overlapped
+ * I/O is not offered (ERROR_INVALID_PARAMETER). WriteFile writes all or
+ * fails: a full disk is ERROR_DISK_FULL with *written the part on disk.
+ */
 QZ_API BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD to_read, LPDWORD read,
                      LPOVERLAPPED overlapped);
 QZ_API BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD to_write, LPDWORD written,
@@ -171,26 +185,54 @@ QZ_API BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD to_write, LPDWORD writt
 QZ_API DWORD SetFilePointer(HANDLE file, LONG distance, PLONG distance_high, DWORD method);
 QZ_API BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER new_position,
                              DWORD method);
-/* Cuts or extends the file at the current position. */
+/*
+ * Cuts or extends the file at the current position, leaving the position.
+ * Fails with ERROR_USER_MAPPED_FILE while a mapping or view of the file
+ * exists. GetFileSize returns INVALID_FILE_SIZE on failure and sets NO_ERROR
+ * when the low word of a real size is all ones.
+ */
 QZ_API BOOL SetEndOfFile(HANDLE file);
 QZ_API DWORD GetFileSize(HANDLE file, LPDWORD size_high);
 QZ_API BOOL GetFileSizeEx(HANDLE file, PLARGE_INTEGER size);
 QZ_API BOOL FlushFileBuffers(HANDLE file);
 
-/* Closes any handle of the layer: file, mapping, event. */
+/* Closes any handle of the layer: file, mapping, event. A closed or
+   unknown handle fails with ERROR_INVALID_HANDLE, here and everywhere. */
 QZ_API BOOL CloseHandle(HANDLE handle);
 
+/* FILE_ATTRIBUTE_DIRECTORY, _READONLY (no owner write permission) or _NORMAL;
+   INVALID_FILE_ATTRIBUTES on failure. */
 QZ_API DWORD GetFileAttributesW(LPCWSTR path);
+/* Files only (a folder is ERROR_ACCESS_DENIED). DeleteFileW and MoveFileW
+   fail with ERROR_SHARING_VIOLATION while a handle of this process has the
+   file open without FILE_SHARE_DELETE. */
 QZ_API BOOL DeleteFileW(LPCWSTR path);
-/* Fails with ERROR_ALREADY_EXISTS when the destination exists. */
+/* Renames a file or folder; files also move to another file system.
+   Fails with ERROR_ALREADY_EXISTS when the destination exists. */
 QZ_API BOOL MoveFileW(LPCWSTR from, LPCWSTR to);
+/* ERROR_ALREADY_EXISTS when the folder exists, ERROR_PATH_NOT_FOUND when
+   its parent does not. */
 QZ_API BOOL CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES sa);
+/* ERROR_DIR_NOT_EMPTY for a folder with entries, ERROR_DIRECTORY for a file. */
 QZ_API BOOL RemoveDirectoryW(LPCWSTR path);
 
 /*
- * File mapping. A size of zero maps the whole file; a read-write mapping
- * larger than the file extends it. View offsets must be multiples of the
- * 64 KiB allocation granularity.
+ * File mapping. CreateFileMappingW takes a file handle with read access
+ * (and write access for PAGE_READWRITE), PAGE_READONLY, PAGE_READWRITE or
+ * PAGE_WRITECOPY, and no name (named sections are not offered); it returns
+ * null on failure. A size of zero maps the whole file (an empty file fails
+ * with ERROR_FILE_INVALID); a read-write mapping larger than the file
+ * extends it, a read-only one fails with ERROR_NOT_ENOUGH_MEMORY. The file
+ * handle may be closed once the mapping exists.
+ *
+ * MapViewOfFile takes FILE_MAP_READ, FILE_MAP_WRITE (read-write sections
+ * only), FILE_MAP_ALL_ACCESS or FILE_MAP_COPY (a private copy-on-write
+ * view). View offsets must be multiples of the 64 KiB allocation
+ * granularity (else ERROR_MAPPED_ALIGNMENT); 0 bytes maps to the end of the
+ * section, and a view reaching past it fails with ERROR_ACCESS_DENIED.
+ * Views stay valid after the mapping handle is closed, until
+ * UnmapViewOfFile, which takes the address MapViewOfFile returned (any
+ * other fails with ERROR_INVALID_PARAMETER).
  */
 QZ_API HANDLE CreateFileMappingW(HANDLE file, LPSECURITY_ATTRIBUTES sa, DWORD protect,
                                  DWORD size_high, DWORD size_low, LPCWSTR name);

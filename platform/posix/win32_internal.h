@@ -69,11 +69,20 @@ QZ_INTERNAL DWORD WaitForSingleObjectEx(HANDLE handle, DWORD milliseconds, BOOL 
 QZ_INTERNAL UINT SetErrorMode(UINT mode);
 
 /*
- * Code pages: CP_ACP is Windows-1252 (with its 0x80-0x9F characters; what it
- * cannot represent becomes the default character, '?'), CP_UTF8 is UTF-8
- * (malformed input becomes U+FFFD unless the ERR_INVALID_CHARS flag asks
- * for failure). A source length of -1 includes the terminating zero; an
- * output size of 0 asks for the length needed.
+ * Code pages: CP_ACP (and 1252) is Windows-1252, with its 0x80-0x9F
+ * characters; its five unassigned bytes stand for the C1 controls of the
+ * same value, both ways. What it cannot represent becomes the default
+ * character ('?' or the caller's first byte) and sets *used_default; there
+ * is no best-fit mapping. CP_UTF8 is UTF-8: each malformed sequence becomes
+ * one U+FFFD, and a lone surrogate encodes as U+FFFD, unless
+ * MB_ERR_INVALID_CHARS / WC_ERR_INVALID_CHARS ask for failure with
+ * ERROR_NO_UNICODE_TRANSLATION; a default character is refused
+ * (ERROR_INVALID_PARAMETER). A source length of -1 includes the terminating
+ * zero; an output size of 0 asks for the length needed; a smaller buffer
+ * fails with ERROR_INSUFFICIENT_BUFFER. A null source, a zero or negative
+ * length and unknown code pages fail with ERROR_INVALID_PARAMETER, flags
+ * the code page does not take with ERROR_INVALID_FLAGS. All failures
+ * return 0.
  */
 QZ_INTERNAL int MultiByteToWideChar(UINT code_page, DWORD flags, LPCSTR source, int source_length,
                                     LPWSTR target, int target_size);

@@ -1,0 +1,311 @@
+// MultiByteToWideChar and WideCharToMultiByte: Windows-1252 and UTF-8.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/win32api.h"
+
+namespace {
+
+constexpr DWORD kSentinel = 0xDEADBEEF;
+
+std::u16string to_wide(UINT code_page, const std::string& bytes, DWORD flags = 0) {
+    const int n = MultiByteToWideChar(code_page, flags, bytes.data(),
+                                      static_cast<int>(bytes.size()), nullptr, 0);
+    if (n == 0) return u"<failed>";
+    std::u16string out(n, u'#');
+    if (MultiByteToWideChar(code_page, flags, bytes.data(), static_cast<int>(bytes.size()),
+                            out.data(), n) != n) {
+        return u"<failed>";
+    }
+    return out;
+}
+
+std::string to_bytes(UINT code_page, const std::u16string& text, DWORD flags = 0,
+                     const char* default_char = nullptr, BOOL* used_default = nullptr) {
+    const int n = WideCharToMultiByte(code_page, flags, text.data(), static_cast<int>(text.size()),
+                                      nullptr, 0, default_char, used_default);
+    if (n == 0) return "<failed>";
+    std::string out(n, '#');
+    if (WideCharToMultiByte(code_page, flags, text.data(), static_cast<int>(text.size()),
+                            out.data(), n, default_char, used_default) != n) {
+        return "<failed>";
+    }
+    return out;
+}
+
+// The typographic block of Windows-1252, as published with the code page.
+constexpr char16_t kExpected1252[32] = {
+    u'\u20AC', u'\u0081', u'\u201A', u'\u0192', u'\u201E', u'\u2026', u'\u2020', u'\u2021',
+    u'\u02C6', u'\u2030', u'\u0160', u'\u2039', u'\u0152', u'\u008D', u'\u017D', u'\u008F',
+    u'\u0090', u'\u2018', u'\u2019', u'\u201C', u'\u201D', u'\u2022', u'\u2013', u'\u2014',
+    u'\u02DC', u'\u2122', u'\u0161', u'\u203A', u'\u0153', u'\u009D', u'\u017E', u'\u0178',
+};
+
+TEST(Cp1252, TheBlock80To9FMapsBothWays) {
+    for (int byte = 0x80; byte <= 0x9F; ++byte) {
+        SCOPED_TRACE(byte);
+        const std::string narrow(1, static_cast<char>(byte));
+        const char16_t expected = kExpected1252[byte - 0x80];
+        EXPECT_EQ(to_wide(CP_ACP, narrow), std::u16string(1, expected));
+        BOOL used_default = TRUE;
+        EXPECT_EQ(to_bytes(CP_ACP, std::u16string(1, expected), 0, nullptr, &used_default), narrow);
+        EXPECT_FALSE(used_default);
+    }
+}
+
+TEST(Cp1252, EveryByteSurvivesARoundTrip) {
+    std::string all;
+    for (int byte = 1; byte < 256; ++byte) all.push_back(static_cast<char>(byte));
+    const std::u16string wide = to_wide(CP_ACP, all);
+    ASSERT_EQ(wide.size(), all.size());
+    for (int byte = 0xA0; byte < 256; ++byte) EXPECT_EQ(wide[byte - 1], byte);  // Latin-1 part
+    BOOL used_default = TRUE;
+    EXPECT_EQ(to_bytes(CP_ACP, wide, 0, nullptr, &used_default), all);
+    EXPECT_FALSE(used_default);
+    EXPECT_EQ(to_wide(1252, all), wide);
+}
+
+TEST(Cp1252, WhatItCannotShowBecomesTheDefaultCharacter) {
+    struct Case {
+        std::u16string text;
+        const char* default_char;
+        std::string expected;
+    };
+    const Case cases[] = {
+        {u"a\u0100b\u4E2D", nullptr, "a?b?"},
+        {u"a\u0100b", "*", "a*b"},
+        // The C1 control U+0080 is not what byte 0x80 means here; no best fit.
+        {u"\u0080\u009F", nullptr, "??"},
+        {u"\u2212", nullptr, "?"},                      // a minus sign does not become '-'
+        {u"x\U0001F3B5y", nullptr, "x?y"},              // a surrogate pair is one character
+        {std::u16string(u"x\xD800y"), nullptr, "x?y"},  // and a lone surrogate one too
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.expected);
+        BOOL used_default = FALSE;
+        EXPECT_EQ(to_bytes(CP_ACP, c.text, WC_NO_BEST_FIT_CHARS, c.default_char, &used_default),
+                  c.expected);
+        EXPECT_TRUE(used_default);
+    }
+}
+
+TEST(Utf8, DecodingReplacesEachMalformedSequenceOnce) {
+    struct Case {
+        const char* what;
+        std::string bytes;
+        std::u16string expected;
+        bool well_formed;
+    };
+    const std::u16string R = u"\uFFFD";
+    const Case cases[] = {
+        {"ASCII", "Az", u"Az", true},
+        {"two bytes", "\xC3\xA9", u"\u00E9", true},
+        {"three bytes", "\xE2\x82\xAC", u"\u20AC", true},
+        {"four bytes become a pair", "\xF0\x9F\x8E\xB5", u"\U0001F3B5", true},
+        {"highest", "\xF4\x8F\xBF\xBF", u"\U0010FFFF", true},
+        {"byte order mark is kept",
+         "\xEF\xBB\xBF"
+         "a",
+         u"\uFEFFa", true},
+        {"overlong", "\xC0\x80", R + R, false},
+        {"overlong three", "\xE0\x80\x80", R + R + R, false},
+        {"encoded surrogate", "\xED\xA0\x80", R + R + R, false},
+        {"past U+10FFFF", "\xF4\x90\x80\x80", R + R + R + R, false},
+        {"cut at the end", "a\xE2\x82", u"a" + R, false},
+        {"cut before ASCII",
+         "\xE2\x82"
+         "A",
+         R + u"A", false},
+        {"cut four", "\xF0\x9F\x8E", R, false},
+        {"stray continuation",
+         "\x80"
+         "b",
+         R + u"b", false},
+        {"never a lead", "\xFF\xFE", R + R, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(to_wide(CP_UTF8, c.bytes), c.expected);
+        SetLastError(kSentinel);
+        const int n = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, c.bytes.data(),
+                                          static_cast<int>(c.bytes.size()), nullptr, 0);
+        if (c.well_formed) {
+            EXPECT_EQ(n, static_cast<int>(c.expected.size()));
+        } else {
+            EXPECT_EQ(n, 0);
+            EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NO_UNICODE_TRANSLATION));
+        }
+    }
+}
+
+TEST(Utf8, EncodingTurnsLoneSurrogatesIntoReplacementCharacters) {
+    struct Case {
+        const char* what;
+        std::u16string text;
+        std::string expected;
+        bool well_formed;
+    };
+    const std::string R = "\xEF\xBF\xBD";
+    const Case cases[] = {
+        {"pair", u"\U0001F3B5", "\xF0\x9F\x8E\xB5", true},
+        {"mixed", u"a\u00E9\u20AC", "a\xC3\xA9\xE2\x82\xAC", true},
+        {"lone high", std::u16string(u"a\xD83C"), "a" + R, false},
+        {"lone low", std::u16string(u"\xDFB5z"), R + "z", false},
+        {"high then not low",
+         std::u16string(u"\xD83C"
+                        u"A"),
+         R + "A", false},
+        {"two highs", std::u16string(u"\xD83C\xD83C\xDFB5"), R + "\xF0\x9F\x8E\xB5", false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(to_bytes(CP_UTF8, c.text), c.expected);
+        SetLastError(kSentinel);
+        const int n =
+            WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, c.text.data(),
+                                static_cast<int>(c.text.size()), nullptr, 0, nullptr, nullptr);
+        if (c.well_formed) {
+            EXPECT_EQ(n, static_cast<int>(c.expected.size()));
+        } else {
+            EXPECT_EQ(n, 0);
+            EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NO_UNICODE_TRANSLATION));
+        }
+    }
+}
+
+TEST(Utf8, EveryScalarValueRoundTrips) {
+    std::u16string all;
+    for (char32_t c = 1; c <= 0x10FFFF; ++c) {
+        if (c >= 0xD800 && c <= 0xDFFF) continue;
+        if (c < 0x10000) {
+            all.push_back(static_cast<char16_t>(c));
+        } else {
+            all.push_back(static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10)));
+            all.push_back(static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF)));
+        }
+    }
+    const std::string utf8 = to_bytes(CP_UTF8, all, WC_ERR_INVALID_CHARS);
+    // 127 one-byte, 1920 two-byte, 61440 three-byte, 1048576 four-byte values.
+    EXPECT_EQ(utf8.size(), 127u + 1920u * 2 + 61440u * 3 + 1048576u * 4);
+    EXPECT_EQ(to_wide(CP_UTF8, utf8, MB_ERR_INVALID_CHARS), all);
+}
+
+TEST(CodePages, MinusOneCountsTheTerminatingZero) {
+    WCHAR wide[8];
+    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "ab\x80", -1, nullptr, 0), 4);
+    ASSERT_EQ(MultiByteToWideChar(CP_ACP, 0, "ab\x80", -1, wide, 8), 4);
+    EXPECT_EQ(std::u16string(wide), u"ab\u20AC");
+    char narrow[8];
+    EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, u"\u20AC", -1, nullptr, 0, nullptr, nullptr), 4);
+    ASSERT_EQ(WideCharToMultiByte(CP_UTF8, 0, u"\u20AC", -1, narrow, 8, nullptr, nullptr), 4);
+    EXPECT_EQ(std::string(narrow), "\xE2\x82\xAC");
+    // An explicit length takes no zero along.
+    EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, u"abc", 2, narrow, 8, nullptr, nullptr), 2);
+}
+
+TEST(CodePages, TooSmallBuffersFailWithInsufficientBuffer) {
+    struct Case {
+        UINT code_page;
+        int capacity;
+        int result;
+    };
+    // "a\u20AC" needs 2 units as UTF-16, 2 bytes in 1252, 4 bytes in UTF-8.
+    const Case cases[] = {
+        {CP_ACP, 1, 0}, {CP_ACP, 2, 2}, {CP_UTF8, 3, 0}, {CP_UTF8, 4, 4}, {CP_UTF8, 9, 4},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.code_page << " into " << c.capacity);
+        char narrow[16];
+        SetLastError(kSentinel);
+        EXPECT_EQ(WideCharToMultiByte(c.code_page, 0, u"a\u20AC", 2, narrow, c.capacity, nullptr,
+                                      nullptr),
+                  c.result);
+        if (c.result == 0) {
+            EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
+        }
+    }
+    WCHAR wide[4] = {u'#', u'#', u'#', u'#'};
+    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "\xF0\x9F\x8E\xB5", 4, wide, 1), 0);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
+    EXPECT_EQ(wide[1], u'#');  // nothing written past the capacity
+    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "\xF0\x9F\x8E\xB5", 4, wide, 2), 2);
+}
+
+TEST(CodePages, BadArgumentsFailWithTheirErrors) {
+    struct Case {
+        const char* what;
+        int (*call)(WCHAR* wide, char* narrow);
+        DWORD error;
+    };
+    const Case cases[] = {
+        {"null source",
+         [](WCHAR* w, char*) { return MultiByteToWideChar(CP_UTF8, 0, nullptr, 3, w, 4); },
+         ERROR_INVALID_PARAMETER},
+        {"zero length",
+         [](WCHAR* w, char*) { return MultiByteToWideChar(CP_UTF8, 0, "abc", 0, w, 4); },
+         ERROR_INVALID_PARAMETER},
+        {"length below -1",
+         [](WCHAR* w, char*) { return MultiByteToWideChar(CP_UTF8, 0, "abc", -2, w, 4); },
+         ERROR_INVALID_PARAMETER},
+        {"negative capacity",
+         [](WCHAR* w, char*) { return MultiByteToWideChar(CP_UTF8, 0, "abc", 3, w, -1); },
+         ERROR_INVALID_PARAMETER},
+        {"null target",
+         [](WCHAR*, char*) { return MultiByteToWideChar(CP_UTF8, 0, "abc", 3, nullptr, 4); },
+         ERROR_INVALID_PARAMETER},
+        {"unknown code page",
+         [](WCHAR* w, char*) { return MultiByteToWideChar(932, 0, "abc", 3, w, 4); },
+         ERROR_INVALID_PARAMETER},
+        {"flag UTF-8 does not take",
+         [](WCHAR* w, char*) {
+             return MultiByteToWideChar(CP_UTF8, MB_PRECOMPOSED, "abc", 3, w, 4);
+         },
+         ERROR_INVALID_FLAGS},
+        {"wide null source",
+         [](WCHAR*, char* n) {
+             return WideCharToMultiByte(CP_ACP, 0, nullptr, 3, n, 4, nullptr, nullptr);
+         },
+         ERROR_INVALID_PARAMETER},
+        {"wide null target",
+         [](WCHAR*, char*) {
+             return WideCharToMultiByte(CP_ACP, 0, u"abc", 3, nullptr, 4, nullptr, nullptr);
+         },
+         ERROR_INVALID_PARAMETER},
+        {"wide unknown code page",
+         [](WCHAR*, char* n) {
+             return WideCharToMultiByte(437, 0, u"abc", 3, n, 4, nullptr, nullptr);
+         },
+         ERROR_INVALID_PARAMETER},
+        {"UTF-8 with a default character",
+         [](WCHAR*, char* n) {
+             return WideCharToMultiByte(CP_UTF8, 0, u"abc", 3, n, 4, "?", nullptr);
+         },
+         ERROR_INVALID_PARAMETER},
+        {"UTF-8 asking whether the default was used",
+         [](WCHAR*, char* n) {
+             BOOL used = FALSE;
+             return WideCharToMultiByte(CP_UTF8, 0, u"abc", 3, n, 4, nullptr, &used);
+         },
+         ERROR_INVALID_PARAMETER},
+        {"1252 with the UTF-8 strict flag",
+         [](WCHAR*, char* n) {
+             return WideCharToMultiByte(CP_ACP, WC_ERR_INVALID_CHARS, u"abc", 3, n, 4, nullptr,
+                                        nullptr);
+         },
+         ERROR_INVALID_FLAGS},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        WCHAR wide[4] = {u'#', u'#', u'#', u'#'};
+        char narrow[4] = {'#', '#', '#', '#'};
+        SetLastError(kSentinel);
+        EXPECT_EQ(c.call(wide, narrow), 0);
+        EXPECT_EQ(GetLastError(), c.error);
+        EXPECT_EQ(std::u16string(wide, 4), u"####");
+        EXPECT_EQ(std::string(narrow, 4), "####");
+    }
+}
+
+}  // namespace

@@ -1,0 +1,698 @@
+// File handles of the POSIX layer, checked against what the system sees.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/posix/fault_plan.h"
+#include "platform/win32api.h"
+#include "support/platform_testing.h"
+
+namespace {
+
+using qz::testing::FaultOp;
+using qz::testing::FaultPlan;
+using qz::testing::native_exists;
+using qz::testing::native_read;
+using qz::testing::native_write;
+using qz::testing::ScratchDir;
+
+constexpr DWORD kSentinel = 0xDEADBEEF;
+constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+HANDLE open_file(const std::u16string& path, DWORD access, DWORD disposition,
+                 DWORD share = kShareAll, DWORD flags = FILE_ATTRIBUTE_NORMAL) {
+    return CreateFileW(path.c_str(), access, share, nullptr, disposition, flags, nullptr);
+}
+
+/* Owns a handle for the length of a test. */
+class Handle {
+public:
+    explicit Handle(HANDLE h) : h_(h) {}
+    ~Handle() {
+        if (h_ != INVALID_HANDLE_VALUE) CloseHandle(h_);
+    }
+    Handle(const Handle&) = delete;
+    Handle& operator=(const Handle&) = delete;
+    HANDLE get() const { return h_; }
+    bool valid() const { return h_ != INVALID_HANDLE_VALUE; }
+
+private:
+    HANDLE h_;
+};
+
+bool write_bytes(HANDLE h, const std::string& bytes) {
+    DWORD written = 0;
+    return WriteFile(h, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr) &&
+           written == bytes.size();
+}
+
+LONGLONG position_of(HANDLE h) {
+    LARGE_INTEGER zero{}, now{};
+    if (!SetFilePointerEx(h, zero, &now, FILE_CURRENT)) return -1;
+    return now.QuadPart;
+}
+
+TEST(CreateFile, DispositionsGiveWin32ResultsAndLastErrors) {
+    struct Case {
+        DWORD disposition;
+        bool exists_before;
+        bool opens;
+        DWORD last_error;
+        const char* content_after; /* nullptr: no file */
+    };
+    const Case cases[] = {
+        {CREATE_NEW, false, true, ERROR_SUCCESS, ""},
+        {CREATE_NEW, true, false, ERROR_FILE_EXISTS, "old"},
+        {CREATE_ALWAYS, false, true, ERROR_SUCCESS, ""},
+        {CREATE_ALWAYS, true, true, ERROR_ALREADY_EXISTS, ""},
+        {OPEN_EXISTING, false, false, ERROR_FILE_NOT_FOUND, nullptr},
+        {OPEN_EXISTING, true, true, ERROR_SUCCESS, "old"},
+        {OPEN_ALWAYS, false, true, ERROR_SUCCESS, ""},
+        {OPEN_ALWAYS, true, true, ERROR_ALREADY_EXISTS, "old"},
+        {TRUNCATE_EXISTING, false, false, ERROR_FILE_NOT_FOUND, nullptr},
+        {TRUNCATE_EXISTING, true, true, ERROR_SUCCESS, ""},
+        {0, true, false, ERROR_INVALID_PARAMETER, "old"},
+        {6, false, false, ERROR_INVALID_PARAMETER, nullptr},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message()
+                     << "disposition " << c.disposition << " exists " << c.exists_before);
+        ScratchDir dir;
+        if (c.exists_before) native_write(dir.native("f"), "old");
+        SetLastError(kSentinel);
+        Handle h(open_file(dir.wide("f"), GENERIC_READ | GENERIC_WRITE, c.disposition));
+        EXPECT_EQ(h.valid(), c.opens);
+        EXPECT_EQ(GetLastError(), c.last_error);
+        if (c.content_after == nullptr) {
+            EXPECT_FALSE(native_exists(dir.native("f")));
+        } else {
+            EXPECT_EQ(native_read(dir.native("f")), c.content_after);
+        }
+    }
+}
+
+TEST(CreateFile, TruncateExistingNeedsWriteAccess) {
+    ScratchDir dir;
+    native_write(dir.native("f"), "keep");
+    Handle h(open_file(dir.wide("f"), GENERIC_READ, TRUNCATE_EXISTING));
+    EXPECT_FALSE(h.valid());
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    EXPECT_EQ(native_read(dir.native("f")), "keep");
+}
+
+TEST(CreateFile, CreateAlwaysCutsAFileOpenedOnlyForReading) {
+    ScratchDir dir;
+    native_write(dir.native("f"), "old bytes");
+    Handle h(open_file(dir.wide("f"), GENERIC_READ, CREATE_ALWAYS));
+    ASSERT_TRUE(h.valid());
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ALREADY_EXISTS));
+    EXPECT_EQ(native_read(dir.native("f")), "");
+}
+
+TEST(CreateFile, MissingFilesFoldersAndFolderNamesGiveTheirErrors) {
+    ScratchDir dir;
+    native_write(dir.native("plain"), "x");
+    ASSERT_EQ(::mkdir(dir.native("sub").c_str(), 0777), 0);
+    struct Case {
+        const char* name;
+        DWORD disposition;
+        DWORD error;
+    };
+    const Case cases[] = {
+        {"missing", OPEN_EXISTING, ERROR_FILE_NOT_FOUND},
+        {"nofolder/missing", OPEN_EXISTING, ERROR_PATH_NOT_FOUND},
+        {"nofolder/missing", CREATE_ALWAYS, ERROR_PATH_NOT_FOUND},
+        {"nofolder/deeper/missing", OPEN_ALWAYS, ERROR_PATH_NOT_FOUND},
+        {"plain/under-a-file", OPEN_EXISTING, ERROR_PATH_NOT_FOUND},
+        {"plain/under-a-file", CREATE_NEW, ERROR_PATH_NOT_FOUND},
+        {"sub", OPEN_EXISTING, ERROR_ACCESS_DENIED},
+        {"sub", OPEN_ALWAYS, ERROR_ACCESS_DENIED},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Handle h(open_file(dir.wide(c.name), GENERIC_READ | GENERIC_WRITE, c.disposition));
+        EXPECT_FALSE(h.valid());
+        EXPECT_EQ(GetLastError(), c.error);
+    }
+    Handle read_only(open_file(dir.wide("sub"), GENERIC_READ, OPEN_EXISTING));
+    EXPECT_FALSE(read_only.valid());
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    EXPECT_FALSE(native_exists(dir.native("nofolder")));
+}
+
+TEST(CreateFile, NullEmptyAndUnencodablePathsFail) {
+    EXPECT_EQ(CreateFileW(nullptr, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr),
+              INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    EXPECT_EQ(CreateFileW(u"", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr),
+              INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
+    ScratchDir dir;
+    std::u16string lone = dir.wide("x");
+    lone.push_back(0xD800);
+    EXPECT_EQ(open_file(lone, GENERIC_WRITE, CREATE_ALWAYS), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_NAME));
+}
+
+TEST(CreateFile, PathsBecomeUtf8AndBackslashesSeparateFolders) {
+    ScratchDir dir;
+    ASSERT_EQ(::mkdir(dir.native("sub").c_str(), 0777), 0);
+    std::u16string path = dir.wide("sub") + u"\\\u00DCml\u00E4ut \u20AC.txt";
+    Handle h(open_file(path, GENERIC_WRITE, CREATE_NEW));
+    ASSERT_TRUE(h.valid());
+    EXPECT_TRUE(write_bytes(h.get(), "euro"));
+    EXPECT_EQ(native_read(dir.native("sub/\xC3\x9Cml\xC3\xA4ut \xE2\x82\xAC.txt")), "euro");
+}
+
+TEST(CreateFile, ReadOnlyAttributeCreatesAReadOnlyFileTheCreatorCanWrite) {
+    ScratchDir dir;
+    Handle h(open_file(dir.wide("ro"), GENERIC_READ | GENERIC_WRITE, CREATE_NEW, kShareAll,
+                       FILE_ATTRIBUTE_READONLY | FILE_FLAG_SEQUENTIAL_SCAN));
+    ASSERT_TRUE(h.valid());
+    EXPECT_TRUE(write_bytes(h.get(), "abc"));
+    EXPECT_EQ(GetFileAttributesW(dir.wide("ro").c_str()), FILE_ATTRIBUTE_READONLY);
+}
+
+TEST(CreateFile, NoPermissionIsAccessDenied) {
+    if (::geteuid() == 0) GTEST_SKIP() << "root ignores file permissions";
+    ScratchDir dir;
+    native_write(dir.native("locked"), "secret");
+    ASSERT_EQ(::chmod(dir.native("locked").c_str(), 0), 0);
+    Handle h(open_file(dir.wide("locked"), GENERIC_READ, OPEN_EXISTING));
+    EXPECT_FALSE(h.valid());
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+}
+
+TEST(ShareModes, ConflictingOpensFailWithSharingViolation) {
+    struct Case {
+        DWORD first_access, first_share, second_access, second_share;
+        bool second_opens;
+    };
+    constexpr DWORD R = GENERIC_READ, W = GENERIC_WRITE;
+    constexpr DWORD SR = FILE_SHARE_READ, SW = FILE_SHARE_WRITE;
+    const Case cases[] = {
+        {R, SR, R, SR, true},        // readers sharing reading
+        {R, 0, R, SR, false},        // the first refuses readers
+        {R, SR, R, 0, false},        // the second refuses the reader already there
+        {R, SR, W, SR | SW, false},  // writing not shared by the first
+        {W, SR | SW, R, SR, false},  // the second refuses the writer already there
+        {W, SR | SW, R, SR | SW, true}, {R | W, SR | SW, R | W, SR | SW, true},
+        {0, 0, R | W, 0, true},  // a handle without access takes no part
+        {R, SR | SW, 0, 0, true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << std::hex << c.first_access << "/" << c.first_share
+                                        << " then " << c.second_access << "/" << c.second_share);
+        ScratchDir dir;
+        native_write(dir.native("f"), "data");
+        Handle first(open_file(dir.wide("f"), c.first_access, OPEN_EXISTING, c.first_share));
+        ASSERT_TRUE(first.valid());
+        Handle second(open_file(dir.wide("f"), c.second_access, OPEN_EXISTING, c.second_share));
+        EXPECT_EQ(second.valid(), c.second_opens);
+        if (!c.second_opens) {
+            EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SHARING_VIOLATION));
+        }
+    }
+}
+
+TEST(ShareModes, RefusedCreateAlwaysLeavesTheFileAlone) {
+    ScratchDir dir;
+    native_write(dir.native("f"), "precious");
+    Handle first(open_file(dir.wide("f"), GENERIC_READ, OPEN_EXISTING, FILE_SHARE_READ));
+    ASSERT_TRUE(first.valid());
+    Handle second(open_file(dir.wide("f"), GENERIC_WRITE, CREATE_ALWAYS));
+    EXPECT_FALSE(second.valid());
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SHARING_VIOLATION));
+    EXPECT_EQ(native_read(dir.native("f")), "precious");
+}
+
+TEST(ShareModes, ClosingTheHandleReleasesItsShareMode) {
+    ScratchDir dir;
+    HANDLE first = open_file(dir.wide("f"), GENERIC_WRITE, CREATE_NEW, 0);
+    ASSERT_NE(first, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(open_file(dir.wide("f"), GENERIC_READ, OPEN_EXISTING), INVALID_HANDLE_VALUE);
+    ASSERT_TRUE(CloseHandle(first));
+    Handle again(open_file(dir.wide("f"), GENERIC_READ, OPEN_EXISTING, 0));
+    EXPECT_TRUE(again.valid());
+}
+
+TEST(ShareModes, DeleteAndMoveNeedFileShareDelete) {
+    ScratchDir dir;
+    native_write(dir.native("a"), "a");
+    {
+        Handle h(open_file(dir.wide("a"), GENERIC_READ, OPEN_EXISTING, FILE_SHARE_READ));
+        ASSERT_TRUE(h.valid());
+        EXPECT_FALSE(DeleteFileW(dir.wide("a").c_str()));
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SHARING_VIOLATION));
+        EXPECT_FALSE(MoveFileW(dir.wide("a").c_str(), dir.wide("b").c_str()));
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SHARING_VIOLATION));
+        EXPECT_TRUE(native_exists(dir.native("a")));
+    }
+    Handle h(open_file(dir.wide("a"), GENERIC_READ, OPEN_EXISTING, kShareAll));
+    ASSERT_TRUE(h.valid());
+    EXPECT_TRUE(MoveFileW(dir.wide("a").c_str(), dir.wide("b").c_str()));
+    EXPECT_TRUE(DeleteFileW(dir.wide("b").c_str()));
+    EXPECT_FALSE(native_exists(dir.native("b")));
+}
+
+TEST(DeleteOnClose, TheLastHandleRemovesTheFile) {
+    ScratchDir dir;
+    HANDLE temp = open_file(dir.wide("t"), GENERIC_READ | GENERIC_WRITE, CREATE_NEW, kShareAll,
+                            FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE);
+    ASSERT_NE(temp, INVALID_HANDLE_VALUE);
+    // Later opens must share deletion with the delete-on-close handle.
+    EXPECT_EQ(open_file(dir.wide("t"), GENERIC_READ, OPEN_EXISTING, FILE_SHARE_READ),
+              INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SHARING_VIOLATION));
+    HANDLE other = open_file(dir.wide("t"), GENERIC_READ, OPEN_EXISTING, kShareAll);
+    ASSERT_NE(other, INVALID_HANDLE_VALUE);
+
+    ASSERT_TRUE(CloseHandle(temp));
+    EXPECT_TRUE(native_exists(dir.native("t")));
+    // Deletion is pending: the name is there but cannot be opened again.
+    EXPECT_EQ(open_file(dir.wide("t"), GENERIC_READ, OPEN_EXISTING), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    ASSERT_TRUE(CloseHandle(other));
+    EXPECT_FALSE(native_exists(dir.native("t")));
+}
+
+TEST(DeleteOnClose, ARenamedFileIsNotChasedAndAnotherFileIsNotRemoved) {
+    ScratchDir dir;
+    HANDLE temp =
+        open_file(dir.wide("t"), GENERIC_WRITE, CREATE_NEW, kShareAll, FILE_FLAG_DELETE_ON_CLOSE);
+    ASSERT_NE(temp, INVALID_HANDLE_VALUE);
+    ASSERT_EQ(::rename(dir.native("t").c_str(), dir.native("moved").c_str()), 0);
+    native_write(dir.native("t"), "a new file under the old name");
+    ASSERT_TRUE(CloseHandle(temp));
+    EXPECT_EQ(native_read(dir.native("t")), "a new file under the old name");
+    EXPECT_TRUE(native_exists(dir.native("moved")));
+}
+
+TEST(ReadFile, ShortReadAtTheEndIsSuccessWithASmallerCount) {
+    ScratchDir dir;
+    native_write(dir.native("f"), "0123456789");
+    Handle h(open_file(dir.wide("f"), GENERIC_READ, OPEN_EXISTING));
+    ASSERT_TRUE(h.valid());
+    char buffer[16];
+    DWORD got = 99;
+    ASSERT_TRUE(ReadFile(h.get(), buffer, 4, &got, nullptr));
+    EXPECT_EQ(got, 4u);
+    ASSERT_TRUE(ReadFile(h.get(), buffer, sizeof buffer, &got, nullptr));
+    EXPECT_EQ(got, 6u);
+    EXPECT_EQ(std::string(buffer, 6), "456789");
+    got = 99;
+    ASSERT_TRUE(ReadFile(h.get(), buffer, sizeof buffer, &got, nullptr));
+    EXPECT_EQ(got, 0u);
+    // Past the end too.
+    ASSERT_NE(SetFilePointer(h.get(), 100, nullptr, FILE_BEGIN), INVALID_SET_FILE_POINTER);
+    got = 99;
+    ASSERT_TRUE(ReadFile(h.get(), buffer, sizeof buffer, &got, nullptr));
+    EXPECT_EQ(got, 0u);
+    EXPECT_EQ(position_of(h.get()), 100);
+}
+
+TEST(ReadFile, AccessTheHandleLacksIsDenied) {
+    ScratchDir dir;
+    native_write(dir.native("f"), "abc");
+    Handle writer(open_file(dir.wide("f"), GENERIC_WRITE, OPEN_EXISTING));
+    char byte;
+    DWORD got = 99;
+    EXPECT_FALSE(ReadFile(writer.get(), &byte, 1, &got, nullptr));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    EXPECT_EQ(got, 0u);
+    Handle reader(open_file(dir.wide("f"), GENERIC_READ, OPEN_EXISTING));
+    DWORD written = 99;
+    EXPECT_FALSE(WriteFile(reader.get(), "z", 1, &written, nullptr));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    EXPECT_EQ(written, 0u);
+    EXPECT_FALSE(SetEndOfFile(reader.get()));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    EXPECT_FALSE(FlushFileBuffers(reader.get()));
+    EXPECT_EQ(native_read(dir.native("f")), "abc");
+}
+
+TEST(WriteFile, WritingPastTheEndFillsTheGapWithZeros) {
+    ScratchDir dir;
+    Handle h(open_file(dir.wide("f"), GENERIC_READ | GENERIC_WRITE, CREATE_NEW));
+    ASSERT_TRUE(write_bytes(h.get(), "ab"));
+    ASSERT_EQ(SetFilePointer(h.get(), 5, nullptr, FILE_CURRENT), 7u);
+    ASSERT_TRUE(write_bytes(h.get(), "cd"));
+    EXPECT_EQ(native_read(dir.native("f")), std::string("ab\0\0\0\0\0cd", 9));
+    EXPECT_EQ(GetFileSize(h.get(), nullptr), 9u);
+    EXPECT_EQ(position_of(h.get()), 9);
+}
+
+TEST(WriteFile, FullDeviceIsDiskFull) {
+    HANDLE h =
+        CreateFileW(u"/dev/full", GENERIC_WRITE, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
+    if (h == INVALID_HANDLE_VALUE) GTEST_SKIP() << "this system has no /dev/full";
+    DWORD written = 99;
+    EXPECT_FALSE(WriteFile(h, "abc", 3, &written, nullptr));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_DISK_FULL));
+    EXPECT_EQ(written, 0u);
+    CloseHandle(h);
+}
+
+TEST(WriteFile, RunningOutOfRoomReportsThePartOnDisk) {
+    // A file-size limit makes the system stop a write part way, as a full
+    // disk does; the layer must report what did reach the file.
+    ScratchDir dir;
+    Handle h(open_file(dir.wide("f"), GENERIC_WRITE, CREATE_NEW));
+    ASSERT_TRUE(h.valid());
+    struct rlimit old_limit;
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &old_limit), 0);
+    void (*old_handler)(int) = ::signal(SIGXFSZ, SIG_IGN);
+    struct rlimit limit = old_limit;
+    limit.rlim_cur = 1000;
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+    const std::string block(4000, 'x');
+    DWORD written = 0;
+    const BOOL ok = WriteFile(h.get(), block.data(), 4000, &written, nullptr);
+    const DWORD error = GetLastError();
+    ::setrlimit(RLIMIT_FSIZE, &old_limit);
+    ::signal(SIGXFSZ, old_handler);
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(error, static_cast<DWORD>(ERROR_DISK_FULL));
+    EXPECT_EQ(written, 1000u);
+    EXPECT_EQ(native_read(dir.native("f")).size(), 1000u);
+}
+
+TEST(SetEndOfFile, CutsAndExtendsAtThePointerWithoutMovingIt) {
+    ScratchDir dir;
+    Handle h(open_file(dir.wide("f"), GENERIC_READ | GENERIC_WRITE, CREATE_NEW));
+    ASSERT_TRUE(write_bytes(h.get(), "0123456789"));
+    ASSERT_EQ(SetFilePointer(h.get(), 4, nullptr, FILE_BEGIN), 4u);
+    ASSERT_TRUE(SetEndOfFile(h.get()));
+    EXPECT_EQ(native_read(dir.native("f")), "0123");
+    EXPECT_EQ(position_of(h.get()), 4);
+    ASSERT_EQ(SetFilePointer(h.get(), 8, nullptr, FILE_BEGIN), 8u);
+    ASSERT_TRUE(SetEndOfFile(h.get()));
+    EXPECT_EQ(native_read(dir.native("f")), std::string("0123\0\0\0\0", 8));
+    EXPECT_EQ(position_of(h.get()), 8);
+}
+
+TEST(SetFilePointer, ThirtyTwoBitRules) {
+    ScratchDir dir;
+    Handle h(open_file(dir.wide("f"), GENERIC_READ | GENERIC_WRITE, CREATE_NEW));
+    ASSERT_TRUE(write_bytes(h.get(), "0123456789"));
+    struct Case {
+        const char* what;
+        LONGLONG start;
+        LONG distance;
+        bool with_high;
+        LONG high;
+        DWORD method;
+        DWORD result;
+        DWORD error; /* kSentinel: the last error is left alone */
+        LONG high_after;
+        LONGLONG position_after;
+    };
+    const Case cases[] = {
+        {"from the start", 3, 5, false, 0, FILE_BEGIN, 5, kSentinel, 0, 5},
+        {"from here", 3, -2, false, 0, FILE_CURRENT, 1, kSentinel, 0, 1},
+        {"from the end", 3, -1, false, 0, FILE_END, 9, kSentinel, 0, 9},
+        {"past the end", 3, 100, false, 0, FILE_END, 110, kSentinel, 0, 110},
+        {"before the start", 3, -4, false, 0, FILE_CURRENT, INVALID_SET_FILE_POINTER,
+         ERROR_NEGATIVE_SEEK, 0, 3},
+        {"32-bit distance is signed", 3, static_cast<LONG>(0xFFFFFFF0u), false, 0, FILE_BEGIN,
+         INVALID_SET_FILE_POINTER, ERROR_NEGATIVE_SEEK, 0, 3},
+        {"high word makes it unsigned", 3, static_cast<LONG>(0xFFFFFFF0u), true, 0, FILE_BEGIN,
+         0xFFFFFFF0u, kSentinel, 0, 0xFFFFFFF0LL},
+        {"all ones is a valid position", 3, -1, true, 0, FILE_BEGIN, 0xFFFFFFFFu, NO_ERROR, 0,
+         0xFFFFFFFFLL},
+        {"all ones without the high word", 0xFFFFFFF0LL, 15, false, 0, FILE_CURRENT, 0xFFFFFFFFu,
+         NO_ERROR, 0, 0xFFFFFFFFLL},
+        {"beyond 32 bits needs the high word", 0xFFFFFFF0LL, 16, false, 0, FILE_CURRENT,
+         INVALID_SET_FILE_POINTER, ERROR_INVALID_PARAMETER, 0, 0xFFFFFFF0LL},
+        {"beyond 32 bits with it", 0xFFFFFFF0LL, 0x20, true, 0, FILE_CURRENT, 0x10, kSentinel, 1,
+         0x100000010LL},
+        {"negative 64-bit distance", 0x100000010LL, -0x20, true, -1, FILE_CURRENT, 0xFFFFFFF0u,
+         kSentinel, 0, 0xFFFFFFF0LL},
+        {"64-bit before the start", 0x10, 0, true, -1, FILE_CURRENT, INVALID_SET_FILE_POINTER,
+         ERROR_NEGATIVE_SEEK, -1, 0x10},
+        {"unknown method", 3, 0, false, 0, 3, INVALID_SET_FILE_POINTER, ERROR_INVALID_PARAMETER, 0,
+         3},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        LARGE_INTEGER start;
+        start.QuadPart = c.start;
+        ASSERT_TRUE(SetFilePointerEx(h.get(), start, nullptr, FILE_BEGIN));
+        LONG high = c.high;
+        SetLastError(kSentinel);
+        EXPECT_EQ(SetFilePointer(h.get(), c.distance, c.with_high ? &high : nullptr, c.method),
+                  c.result);
+        EXPECT_EQ(GetLastError(), c.error);
+        if (c.with_high) {
+            EXPECT_EQ(high, c.high_after);
+        }
+        EXPECT_EQ(position_of(h.get()), c.position_after);
+    }
+}
+
+TEST(SetFilePointerEx, MovesBy64BitsAndRefusesNegativePositions) {
+    ScratchDir dir;
+    Handle h(open_file(dir.wide("f"), GENERIC_READ | GENERIC_WRITE, CREATE_NEW));
+    LARGE_INTEGER distance, now;
+    distance.QuadPart = 0x123456789LL;
+    ASSERT_TRUE(SetFilePointerEx(h.get(), distance, &now, FILE_BEGIN));
+    EXPECT_EQ(now.QuadPart, 0x123456789LL);
+    distance.QuadPart = -0x123456790LL;
+    EXPECT_FALSE(SetFilePointerEx(h.get(), distance, &now, FILE_CURRENT));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NEGATIVE_SEEK));
+    EXPECT_EQ(position_of(h.get()), 0x123456789LL);
+    distance.QuadPart = 0x7FFFFFFFFFFFFFFFLL;
+    EXPECT_FALSE(SetFilePointerEx(h.get(), distance, &now, FILE_CURRENT));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+}
+
+TEST(GetFileSize, ReportsTheHighWordAndTellsAllOnesFromFailure) {
+    ScratchDir dir;
+    Handle h(open_file(dir.wide("f"), GENERIC_READ | GENERIC_WRITE, CREATE_NEW));
+    LARGE_INTEGER end;
+    end.QuadPart = 0x100000002LL;  // sparse, so it costs no disk space
+    ASSERT_TRUE(SetFilePointerEx(h.get(), end, nullptr, FILE_BEGIN));
+    ASSERT_TRUE(SetEndOfFile(h.get()));
+    DWORD high = 0;
+    EXPECT_EQ(GetFileSize(h.get(), &high), 2u);
+    EXPECT_EQ(high, 1u);
+    LARGE_INTEGER size;
+    ASSERT_TRUE(GetFileSizeEx(h.get(), &size));
+    EXPECT_EQ(size.QuadPart, 0x100000002LL);
+
+    end.QuadPart = 0xFFFFFFFFLL;
+    ASSERT_TRUE(SetFilePointerEx(h.get(), end, nullptr, FILE_BEGIN));
+    ASSERT_TRUE(SetEndOfFile(h.get()));
+    SetLastError(kSentinel);
+    EXPECT_EQ(GetFileSize(h.get(), &high), INVALID_FILE_SIZE);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(NO_ERROR));
+    EXPECT_EQ(high, 0u);
+}
+
+TEST(Handles, InvalidAndClosedHandlesFailWithInvalidHandle) {
+    ScratchDir dir;
+    HANDLE closed = open_file(dir.wide("f"), GENERIC_READ | GENERIC_WRITE, CREATE_NEW);
+    ASSERT_NE(closed, INVALID_HANDLE_VALUE);
+    ASSERT_TRUE(CloseHandle(closed));
+    int not_a_handle = 0;
+    const HANDLE bad[] = {nullptr, INVALID_HANDLE_VALUE, closed, &not_a_handle};
+    for (HANDLE h : bad) {
+        SCOPED_TRACE(testing::Message() << h);
+        char buffer[4];
+        DWORD count = 99;
+        LONG high = 0;
+        LARGE_INTEGER where{};
+        const auto expect_invalid = [](bool failed) {
+            EXPECT_TRUE(failed);
+            EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+        };
+        expect_invalid(!ReadFile(h, buffer, 4, &count, nullptr));
+        EXPECT_EQ(count, 0u);
+        expect_invalid(!WriteFile(h, buffer, 4, &count, nullptr));
+        expect_invalid(SetFilePointer(h, 0, &high, FILE_BEGIN) == INVALID_SET_FILE_POINTER);
+        expect_invalid(!SetFilePointerEx(h, where, &where, FILE_BEGIN));
+        expect_invalid(!SetEndOfFile(h));
+        expect_invalid(GetFileSize(h, nullptr) == INVALID_FILE_SIZE);
+        expect_invalid(!GetFileSizeEx(h, &where));
+        expect_invalid(!FlushFileBuffers(h));
+        expect_invalid(!CloseHandle(h));
+        expect_invalid(CreateFileMappingW(h, nullptr, PAGE_READONLY, 0, 0, nullptr) == nullptr);
+        expect_invalid(MapViewOfFile(h, FILE_MAP_READ, 0, 0, 0) == nullptr);
+    }
+}
+
+TEST(FaultInjection, EachPlannedFailureLeavesTheFileAsItWas) {
+    ScratchDir dir;
+    Handle h(open_file(dir.wide("f"), GENERIC_READ | GENERIC_WRITE, CREATE_NEW));
+    ASSERT_TRUE(write_bytes(h.get(), "0123456789"));
+    ASSERT_EQ(SetFilePointer(h.get(), 4, nullptr, FILE_BEGIN), 4u);
+    struct Case {
+        FaultOp op;
+        DWORD error;
+        bool (*call)(HANDLE);
+    };
+    const Case cases[] = {
+        {FaultOp::Read, ERROR_READ_FAULT,
+         [](HANDLE f) {
+             char b[4];
+             DWORD n = 7;
+             return ReadFile(f, b, 4, &n, nullptr) == FALSE && n == 0;
+         }},
+        {FaultOp::Write, ERROR_DISK_FULL,
+         [](HANDLE f) {
+             DWORD n = 7;
+             return WriteFile(f, "zz", 2, &n, nullptr) == FALSE && n == 0;
+         }},
+        {FaultOp::Seek, ERROR_SEEK,
+         [](HANDLE f) {
+             return SetFilePointer(f, 1, nullptr, FILE_BEGIN) == INVALID_SET_FILE_POINTER;
+         }},
+        {FaultOp::Seek, ERROR_SEEK,
+         [](HANDLE f) {
+             LARGE_INTEGER d;
+             d.QuadPart = 1;
+             return SetFilePointerEx(f, d, nullptr, FILE_BEGIN) == FALSE;
+         }},
+        {FaultOp::Truncate, ERROR_DISK_FULL, [](HANDLE f) { return SetEndOfFile(f) == FALSE; }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(static_cast<int>(c.op));
+        {
+            FaultPlan plan;
+            plan.fail(c.op, 1);
+            EXPECT_TRUE(c.call(h.get()));
+            EXPECT_EQ(GetLastError(), c.error);
+            EXPECT_EQ(plan.failures(c.op), 1u);
+        }
+        EXPECT_EQ(native_read(dir.native("f")), "0123456789");
+        EXPECT_EQ(position_of(h.get()), 4);
+    }
+}
+
+TEST(FaultInjection, TheNthCallFailsWithTheChosenError) {
+    ScratchDir dir;
+    native_write(dir.native("f"), "abcdef");
+    Handle h(open_file(dir.wide("f"), GENERIC_READ, OPEN_EXISTING));
+    FaultPlan plan;
+    plan.fail(FaultOp::Read, 2, 1, ERROR_GEN_FAILURE);
+    char b[2];
+    DWORD n = 0;
+    EXPECT_TRUE(ReadFile(h.get(), b, 2, &n, nullptr));
+    EXPECT_FALSE(ReadFile(h.get(), b, 2, &n, nullptr));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_GEN_FAILURE));
+    ASSERT_TRUE(ReadFile(h.get(), b, 2, &n, nullptr));
+    EXPECT_EQ(std::string(b, n), "cd");  // the failed read did not advance
+    EXPECT_EQ(plan.calls(FaultOp::Read), 3u);
+}
+
+TEST(GetFileAttributes, FilesFoldersAndMissingPaths) {
+    ScratchDir dir;
+    native_write(dir.native("f"), "x");
+    ASSERT_EQ(::mkdir(dir.native("d").c_str(), 0777), 0);
+    EXPECT_EQ(GetFileAttributesW(dir.wide("f").c_str()), FILE_ATTRIBUTE_NORMAL);
+    EXPECT_EQ(GetFileAttributesW(dir.wide("d").c_str()), FILE_ATTRIBUTE_DIRECTORY);
+    EXPECT_EQ(GetFileAttributesW(dir.wide("missing").c_str()), INVALID_FILE_ATTRIBUTES);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    EXPECT_EQ(GetFileAttributesW(dir.wide("nofolder/missing").c_str()), INVALID_FILE_ATTRIBUTES);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
+}
+
+TEST(DeleteFile, RemovesFilesButNotFolders) {
+    ScratchDir dir;
+    native_write(dir.native("f"), "x");
+    ASSERT_EQ(::mkdir(dir.native("d").c_str(), 0777), 0);
+    EXPECT_TRUE(DeleteFileW(dir.wide("f").c_str()));
+    EXPECT_FALSE(native_exists(dir.native("f")));
+    EXPECT_FALSE(DeleteFileW(dir.wide("f").c_str()));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    EXPECT_FALSE(DeleteFileW(dir.wide("nofolder/f").c_str()));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
+    EXPECT_FALSE(DeleteFileW(dir.wide("d").c_str()));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    EXPECT_TRUE(native_exists(dir.native("d")));
+}
+
+TEST(MoveFile, NeverReplacesAnExistingTarget) {
+    ScratchDir dir;
+    native_write(dir.native("a"), "A");
+    native_write(dir.native("b"), "B");
+    EXPECT_FALSE(MoveFileW(dir.wide("a").c_str(), dir.wide("b").c_str()));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ALREADY_EXISTS));
+    EXPECT_EQ(native_read(dir.native("a")), "A");
+    EXPECT_EQ(native_read(dir.native("b")), "B");
+
+    EXPECT_TRUE(MoveFileW(dir.wide("a").c_str(), dir.wide("c").c_str()));
+    EXPECT_FALSE(native_exists(dir.native("a")));
+    EXPECT_EQ(native_read(dir.native("c")), "A");
+
+    EXPECT_FALSE(MoveFileW(dir.wide("a").c_str(), dir.wide("d").c_str()));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    EXPECT_FALSE(MoveFileW(dir.wide("c").c_str(), dir.wide("nofolder/c").c_str()));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
+    EXPECT_EQ(native_read(dir.native("c")), "A");
+}
+
+TEST(MoveFile, MovesFolders) {
+    ScratchDir dir;
+    ASSERT_EQ(::mkdir(dir.native("d").c_str(), 0777), 0);
+    native_write(dir.native("d/f"), "inside");
+    ASSERT_EQ(::mkdir(dir.native("e").c_str(), 0777), 0);
+    EXPECT_FALSE(MoveFileW(dir.wide("d").c_str(), dir.wide("e").c_str()));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ALREADY_EXISTS));
+    EXPECT_TRUE(MoveFileW(dir.wide("d").c_str(), dir.wide("g").c_str()));
+    EXPECT_EQ(native_read(dir.native("g/f")), "inside");
+}
+
+TEST(MoveFile, CopiesFilesToAnotherFileSystem) {
+    ScratchDir dir;
+    struct stat here, there;
+    if (::stat(dir.native("").c_str(), &here) != 0 || ::stat("/dev/shm", &there) != 0 ||
+        here.st_dev == there.st_dev) {
+        GTEST_SKIP() << "needs /dev/shm on another file system than the temporary folder";
+    }
+    const std::string target = "/dev/shm/qz-move-" + std::to_string(::getpid());
+    native_write(dir.native("a"), std::string(100000, 'm'));
+    ASSERT_EQ(::chmod(dir.native("a").c_str(), 0640), 0);
+    const BOOL moved = MoveFileW(dir.wide("a").c_str(), qz::testing::widen(target).c_str());
+    const std::string copied = native_read(target);
+    struct stat st {};
+    ::stat(target.c_str(), &st);
+    ::unlink(target.c_str());
+    EXPECT_TRUE(moved);
+    EXPECT_FALSE(native_exists(dir.native("a")));
+    EXPECT_EQ(copied, std::string(100000, 'm'));
+    EXPECT_EQ(st.st_mode & 0777, 0640u);
+    // A folder does not move there.
+    ASSERT_EQ(::mkdir(dir.native("d").c_str(), 0777), 0);
+    EXPECT_FALSE(MoveFileW(dir.wide("d").c_str(), qz::testing::widen(target).c_str()));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_SAME_DEVICE));
+    EXPECT_TRUE(native_exists(dir.native("d")));
+}
+
+TEST(Directories, CreateAndRemoveWithWin32Errors) {
+    ScratchDir dir;
+    EXPECT_TRUE(CreateDirectoryW(dir.wide("d").c_str(), nullptr));
+    EXPECT_EQ(GetFileAttributesW(dir.wide("d").c_str()), FILE_ATTRIBUTE_DIRECTORY);
+    EXPECT_FALSE(CreateDirectoryW(dir.wide("d").c_str(), nullptr));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ALREADY_EXISTS));
+    EXPECT_FALSE(CreateDirectoryW(dir.wide("x/y").c_str(), nullptr));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
+
+    native_write(dir.native("d/f"), "x");
+    EXPECT_FALSE(RemoveDirectoryW(dir.wide("d").c_str()));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_DIR_NOT_EMPTY));
+    EXPECT_FALSE(RemoveDirectoryW(dir.wide("d/f").c_str()));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_DIRECTORY));
+    EXPECT_FALSE(RemoveDirectoryW(dir.wide("missing").c_str()));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    ASSERT_TRUE(DeleteFileW(dir.wide("d/f").c_str()));
+    EXPECT_TRUE(RemoveDirectoryW(dir.wide("d").c_str()));
+    EXPECT_FALSE(native_exists(dir.native("d")));
+}
+
+}  // namespace

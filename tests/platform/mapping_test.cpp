@@ -1,0 +1,283 @@
+// File mapping of the POSIX layer: sections, views and their lifetimes.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "platform/win32api.h"
+#include "support/platform_testing.h"
+
+namespace {
+
+using qz::testing::native_exists;
+using qz::testing::native_read;
+using qz::testing::native_write;
+using qz::testing::ScratchDir;
+
+constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+constexpr DWORD kReadWrite = GENERIC_READ | GENERIC_WRITE;
+
+HANDLE open_file(const std::u16string& path, DWORD access, DWORD disposition = OPEN_EXISTING,
+                 DWORD flags = 0) {
+    return CreateFileW(path.c_str(), access, kShareAll, nullptr, disposition, flags, nullptr);
+}
+
+/* Bytes whose value shows their offset, so a view at the wrong place shows. */
+std::string pattern(size_t size) {
+    std::string bytes(size, '\0');
+    for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>((i * 7 + i / 251) & 0xFF);
+    return bytes;
+}
+
+DWORD file_size(HANDLE file) {
+    return GetFileSize(file, nullptr);
+}
+
+TEST(FileMapping, ReadOnlyViewShowsTheFile) {
+    ScratchDir dir;
+    const std::string bytes = pattern(5000);
+    native_write(dir.native("f"), bytes);
+    HANDLE file = open_file(dir.wide("f"), GENERIC_READ);
+    HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READONLY, 0, 0, nullptr);
+    ASSERT_NE(mapping, nullptr);
+    const auto* view = static_cast<const char*>(MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 0));
+    ASSERT_NE(view, nullptr);
+    EXPECT_EQ(std::string(view, bytes.size()), bytes);
+    EXPECT_TRUE(UnmapViewOfFile(view));
+    EXPECT_TRUE(CloseHandle(mapping));
+    EXPECT_TRUE(CloseHandle(file));
+}
+
+TEST(FileMapping, WritableViewWritesTheFileAndCopyViewDoesNot) {
+    ScratchDir dir;
+    native_write(dir.native("f"), "abcdefgh");
+    HANDLE file = open_file(dir.wide("f"), kReadWrite);
+    HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READWRITE, 0, 0, nullptr);
+    ASSERT_NE(mapping, nullptr);
+    auto* shared = static_cast<char*>(MapViewOfFile(mapping, FILE_MAP_ALL_ACCESS, 0, 0, 0));
+    auto* copy = static_cast<char*>(MapViewOfFile(mapping, FILE_MAP_COPY, 0, 0, 0));
+    ASSERT_NE(shared, nullptr);
+    ASSERT_NE(copy, nullptr);
+    std::memcpy(shared, "AB", 2);
+    std::memcpy(copy + 4, "XY", 2);
+    EXPECT_EQ(std::string(copy, 8), "ABcdXYgh");  // untouched pages still follow the file
+    EXPECT_TRUE(UnmapViewOfFile(shared));
+    EXPECT_TRUE(UnmapViewOfFile(copy));
+    EXPECT_TRUE(CloseHandle(mapping));
+    EXPECT_EQ(native_read(dir.native("f")), "ABcdefgh");
+    CloseHandle(file);
+}
+
+TEST(FileMapping, WriteCopySectionGivesPrivateViewsOnly) {
+    ScratchDir dir;
+    native_write(dir.native("f"), "original");
+    HANDLE file = open_file(dir.wide("f"), GENERIC_READ);
+    HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_WRITECOPY, 0, 0, nullptr);
+    ASSERT_NE(mapping, nullptr);
+    EXPECT_EQ(MapViewOfFile(mapping, FILE_MAP_WRITE, 0, 0, 0), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    auto* copy = static_cast<char*>(MapViewOfFile(mapping, FILE_MAP_COPY, 0, 0, 0));
+    ASSERT_NE(copy, nullptr);
+    copy[0] = 'O';
+    EXPECT_TRUE(UnmapViewOfFile(copy));
+    EXPECT_EQ(native_read(dir.native("f")), "original");
+    CloseHandle(mapping);
+    CloseHandle(file);
+}
+
+TEST(FileMapping, SectionSizeAgainstTheFileSize) {
+    ScratchDir dir;
+    native_write(dir.native("empty"), "");
+    native_write(dir.native("small"), "0123456789");
+    HANDLE empty = open_file(dir.wide("empty"), kReadWrite);
+    HANDLE small = open_file(dir.wide("small"), kReadWrite);
+
+    EXPECT_EQ(CreateFileMappingW(empty, nullptr, PAGE_READONLY, 0, 0, nullptr), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_INVALID));
+    EXPECT_EQ(CreateFileMappingW(small, nullptr, PAGE_READONLY, 0, 11, nullptr), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_ENOUGH_MEMORY));
+    EXPECT_EQ(file_size(small), 10u);
+
+    // A writable section larger than its file grows the file, with zeros.
+    HANDLE grown = CreateFileMappingW(small, nullptr, PAGE_READWRITE, 0, 70000, nullptr);
+    ASSERT_NE(grown, nullptr);
+    EXPECT_EQ(file_size(small), 70000u);
+    const auto* tail = static_cast<const char*>(MapViewOfFile(grown, FILE_MAP_READ, 0, 65536, 0));
+    ASSERT_NE(tail, nullptr);
+    EXPECT_EQ(std::string(tail, 4464), std::string(4464, '\0'));
+    UnmapViewOfFile(tail);
+    CloseHandle(grown);
+    // An empty file given a size grows as well.
+    HANDLE from_empty = CreateFileMappingW(empty, nullptr, PAGE_READWRITE, 0, 16, nullptr);
+    EXPECT_NE(from_empty, nullptr);
+    EXPECT_EQ(file_size(empty), 16u);
+    CloseHandle(from_empty);
+    CloseHandle(empty);
+    CloseHandle(small);
+}
+
+TEST(FileMapping, ViewOffsetsAndLengths) {
+    ScratchDir dir;
+    const std::string bytes = pattern(3 * 65536 + 100);
+    native_write(dir.native("f"), bytes);
+    HANDLE file = open_file(dir.wide("f"), GENERIC_READ);
+    HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READONLY, 0, 0, nullptr);
+    ASSERT_NE(mapping, nullptr);
+    struct Case {
+        DWORD offset;
+        SIZE_T bytes;
+        DWORD error; /* 0: the view maps */
+    };
+    const Case cases[] = {
+        {0, 0, 0},
+        {65536, 0, 0},
+        {3 * 65536, 0, 0},  // the last 100 bytes
+        {65536, 10, 0},
+        {0, bytes.size(), 0},
+        {4096, 0, ERROR_MAPPED_ALIGNMENT},  // a page is not enough
+        {65535, 1, ERROR_MAPPED_ALIGNMENT},
+        {4 * 65536, 0, ERROR_ACCESS_DENIED},  // past the section
+        {0, bytes.size() + 1, ERROR_ACCESS_DENIED},
+        {3 * 65536, 101, ERROR_ACCESS_DENIED},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.offset << " + " << c.bytes);
+        const auto* view =
+            static_cast<const char*>(MapViewOfFile(mapping, FILE_MAP_READ, 0, c.offset, c.bytes));
+        if (c.error != 0) {
+            EXPECT_EQ(view, nullptr);
+            EXPECT_EQ(GetLastError(), c.error);
+            continue;
+        }
+        ASSERT_NE(view, nullptr);
+        const size_t length = c.bytes != 0 ? c.bytes : bytes.size() - c.offset;
+        EXPECT_EQ(std::memcmp(view, bytes.data() + c.offset, length), 0);
+        EXPECT_TRUE(UnmapViewOfFile(view));
+    }
+    EXPECT_EQ(MapViewOfFile(mapping, FILE_MAP_READ, 1, 0, 0), nullptr);  // 4 GiB in
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    CloseHandle(mapping);
+    CloseHandle(file);
+}
+
+TEST(FileMapping, AccessMustMatchTheHandleAndTheSection) {
+    ScratchDir dir;
+    native_write(dir.native("f"), "data");
+    HANDLE reader = open_file(dir.wide("f"), GENERIC_READ);
+    HANDLE writer = open_file(dir.wide("f"), GENERIC_WRITE);
+    struct Case {
+        HANDLE file;
+        DWORD protect;
+        DWORD error;
+    };
+    const Case cases[] = {
+        {reader, PAGE_READWRITE, ERROR_ACCESS_DENIED},
+        {writer, PAGE_READONLY, ERROR_ACCESS_DENIED},
+        {reader, 0x40 /* PAGE_EXECUTE_READWRITE */, ERROR_INVALID_PARAMETER},
+        {reader, 0, ERROR_INVALID_PARAMETER},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.protect);
+        EXPECT_EQ(CreateFileMappingW(c.file, nullptr, c.protect, 0, 0, nullptr), nullptr);
+        EXPECT_EQ(GetLastError(), c.error);
+    }
+    EXPECT_EQ(CreateFileMappingW(reader, nullptr, PAGE_READONLY, 0, 0, u"Local\\shared"), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+
+    HANDLE mapping = CreateFileMappingW(reader, nullptr, PAGE_READONLY, 0, 0, nullptr);
+    ASSERT_NE(mapping, nullptr);
+    EXPECT_EQ(MapViewOfFile(mapping, FILE_MAP_WRITE, 0, 0, 0), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    EXPECT_EQ(MapViewOfFile(mapping, FILE_MAP_ALL_ACCESS, 0, 0, 0), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    EXPECT_EQ(MapViewOfFile(mapping, 0, 0, 0, 0), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    // A mapping handle is not a file handle, nor the reverse.
+    EXPECT_EQ(CreateFileMappingW(mapping, nullptr, PAGE_READONLY, 0, 0, nullptr), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(MapViewOfFile(reader, FILE_MAP_READ, 0, 0, 0), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    DWORD got = 0;
+    char byte;
+    EXPECT_FALSE(ReadFile(mapping, &byte, 1, &got, nullptr));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    CloseHandle(mapping);
+    CloseHandle(reader);
+    CloseHandle(writer);
+}
+
+TEST(FileMapping, ViewsOutliveTheFileAndMappingHandles) {
+    ScratchDir dir;
+    native_write(dir.native("f"), "still here");
+    HANDLE file = open_file(dir.wide("f"), kReadWrite);
+    HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READWRITE, 0, 0, nullptr);
+    ASSERT_NE(mapping, nullptr);
+    ASSERT_TRUE(CloseHandle(file));
+    auto* view = static_cast<char*>(MapViewOfFile(mapping, FILE_MAP_WRITE, 0, 0, 0));
+    ASSERT_NE(view, nullptr);
+    ASSERT_TRUE(CloseHandle(mapping));
+    EXPECT_EQ(MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 0), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(std::string(view, 10), "still here");
+    view[0] = 'S';
+    EXPECT_TRUE(UnmapViewOfFile(view));
+    EXPECT_EQ(native_read(dir.native("f")), "Still here");
+}
+
+TEST(FileMapping, UnmapAcceptsOnlyTheBaseOfALiveView) {
+    ScratchDir dir;
+    native_write(dir.native("f"), pattern(100));
+    HANDLE file = open_file(dir.wide("f"), GENERIC_READ);
+    HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READONLY, 0, 0, nullptr);
+    const auto* view = static_cast<const char*>(MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 0));
+    ASSERT_NE(view, nullptr);
+    int not_a_view = 0;
+    const void* bad[] = {nullptr, &not_a_view, view + 1};
+    for (const void* address : bad) {
+        SetLastError(0);
+        EXPECT_FALSE(UnmapViewOfFile(address));
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    }
+    EXPECT_TRUE(UnmapViewOfFile(view));
+    EXPECT_FALSE(UnmapViewOfFile(view));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    CloseHandle(mapping);
+    CloseHandle(file);
+}
+
+TEST(FileMapping, AMappedFileKeepsItsSizeUntilTheLastViewGoes) {
+    ScratchDir dir;
+    native_write(dir.native("f"), pattern(100));
+    HANDLE file = open_file(dir.wide("f"), kReadWrite);
+    HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READONLY, 0, 0, nullptr);
+    const void* view = MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 0);
+    ASSERT_NE(view, nullptr);
+    ASSERT_TRUE(CloseHandle(mapping));
+    ASSERT_EQ(SetFilePointer(file, 10, nullptr, FILE_BEGIN), 10u);
+    EXPECT_FALSE(SetEndOfFile(file));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_USER_MAPPED_FILE));
+    EXPECT_EQ(file_size(file), 100u);
+    ASSERT_TRUE(UnmapViewOfFile(view));
+    EXPECT_TRUE(SetEndOfFile(file));
+    EXPECT_EQ(file_size(file), 10u);
+    CloseHandle(file);
+}
+
+TEST(FileMapping, DeleteOnCloseWaitsForTheLastView) {
+    ScratchDir dir;
+    HANDLE file = open_file(dir.wide("t"), kReadWrite, CREATE_NEW, FILE_FLAG_DELETE_ON_CLOSE);
+    ASSERT_NE(file, INVALID_HANDLE_VALUE);
+    DWORD written = 0;
+    ASSERT_TRUE(WriteFile(file, "temp", 4, &written, nullptr));
+    HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READONLY, 0, 0, nullptr);
+    const auto* view = static_cast<const char*>(MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 0));
+    ASSERT_NE(view, nullptr);
+    CloseHandle(mapping);
+    CloseHandle(file);
+    EXPECT_TRUE(native_exists(dir.native("t")));
+    EXPECT_EQ(std::string(view, 4), "temp");
+    UnmapViewOfFile(view);
+    EXPECT_FALSE(native_exists(dir.native("t")));
+}
+
+}  // namespace
