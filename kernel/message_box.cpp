@@ -1,0 +1,68 @@
+// The kernel's message box. Every box the library shows goes through
+// QzMessageBox, so a host can route them into its own interface (or a test
+// can record them) with one handler.
+#include <mutex>
+#include <new>
+#include <string>
+
+#include "kernel_platform.h"
+#include "qz/qzkernel.h"
+#include "qz/qzlang.h"
+
+namespace {
+
+struct Handler {
+    QZMESSAGEBOXHANDLER show = nullptr;
+    void* context = nullptr;
+};
+
+// Never destroyed: a box may be shown while the process shuts down.
+std::mutex& handler_mutex() {
+    static std::mutex* mutex = new std::mutex;
+    return *mutex;
+}
+
+Handler g_handler;
+
+Handler current_handler() {
+    std::lock_guard<std::mutex> lock(handler_mutex());
+    return g_handler;
+}
+
+// A text with "$(AppName)" expanded; the raw text when memory is short.
+class ShownText {
+public:
+    explicit ShownText(LPCWSTR text) : text_(text ? text : QZTEXT("")) {
+        try {
+            expanded_.assign(size_t(QzLang_ExpandText(text_, nullptr, 0)), WCHAR(0));
+            QzLang_ExpandText(text_, expanded_.data(), int(expanded_.size() + 1));
+            text_ = expanded_.c_str();
+        } catch (const std::bad_alloc&) {
+        }
+    }
+    LPCWSTR get() const { return text_; }
+
+private:
+    LPCWSTR text_;
+    std::basic_string<WCHAR> expanded_;
+};
+
+}  // namespace
+
+QZ_EXTERN_C QZ_API void QZ_STDCALL QzKernel_SetMessageBoxHandler(QZMESSAGEBOXHANDLER handler,
+                                                                 void* context) {
+    std::lock_guard<std::mutex> lock(handler_mutex());
+    g_handler.show = handler;
+    g_handler.context = handler ? context : nullptr;
+}
+
+QZ_EXTERN_C QZ_API int QZ_STDCALL QzMessageBox(HWND owner, LPCWSTR text, LPCWSTR caption,
+                                               UINT style) {
+    const Handler handler = current_handler();
+    const ShownText shown_text(text);
+    const ShownText shown_caption(caption);
+    if (handler.show)
+        return handler.show(handler.context, owner, shown_text.get(), shown_caption.get(), style);
+    return qz::platform::show_default_message_box(owner, shown_text.get(), shown_caption.get(),
+                                                  style);
+}

@@ -1,0 +1,219 @@
+// The language service: text records, language choice, string tables and
+// the "$(AppName)" macro.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "kernel/lang.h"
+#include "qz/qzlang.h"
+#include "qz/qzresult.h"
+
+namespace {
+
+using WString = std::basic_string<WCHAR>;
+
+// Opens an instance for one test and closes it afterwards.
+class LangInstance {
+public:
+    LangInstance() { EXPECT_EQ(QzLang_Open(nullptr, &lang_), S_OK); }
+    ~LangInstance() { EXPECT_EQ(QzLang_Close(lang_), S_OK); }
+    HQZLANG get() const { return lang_; }
+
+private:
+    HQZLANG lang_ = nullptr;
+};
+
+// Restores the default application name after a test.
+struct AppNameGuard {
+    ~AppNameGuard() { QzLang_SetAppName(nullptr); }
+};
+
+const QzLocalText<3> kThreeLanguages = {
+    QZLANG_TEXT_MARKER, 3, {QZTEXT("Hello"), QZTEXT("Hallo"), QZTEXT("")}};
+const QzLocalText<1> kEnglishOnly = {QZLANG_TEXT_MARKER, 1, {QZTEXT("Only")}};
+const QzLocalText<2> kNullGerman = {QZLANG_TEXT_MARKER, 2, {QZTEXT("Fallback"), nullptr}};
+const QzLocalText<1> kWrongMarker = {0xFFFE, 1, {QZTEXT("Swapped")}};
+const QzLocalText<1> kNoLanguages = {QZLANG_TEXT_MARKER, 0, {QZTEXT("Unused")}};
+
+TEST(LangGetString, ResolvesTheSlotAndFallsBackToEnglish) {
+    struct Case {
+        const QZLOCALTEXT* record;
+        DWORD language;
+        const WCHAR* expected;
+    };
+    const Case cases[] = {
+        {kThreeLanguages.record(), QZLANG_ENGLISH, QZTEXT("Hello")},
+        {kThreeLanguages.record(), QZLANG_GERMAN, QZTEXT("Hallo")},
+        {kThreeLanguages.record(), QZLANG_FRENCH, QZTEXT("Hello")},    // empty text
+        {kThreeLanguages.record(), QZLANG_JAPANESE, QZTEXT("Hello")},  // past the count
+        {kEnglishOnly.record(), QZLANG_GERMAN, QZTEXT("Only")},
+        {kNullGerman.record(), QZLANG_GERMAN, QZTEXT("Fallback")},  // null text
+        {kWrongMarker.record(), QZLANG_ENGLISH, nullptr},
+        {kNoLanguages.record(), QZLANG_ENGLISH, nullptr},
+        {nullptr, QZLANG_ENGLISH, nullptr},
+    };
+    LangInstance lang;
+    for (const Case& c : cases) {
+        ASSERT_EQ(QzLang_SetLanguage(lang.get(), c.language), S_OK);
+        const WCHAR* text = QzGetString(lang.get(), c.record);
+        if (!c.expected) {
+            EXPECT_EQ(text, nullptr);
+        } else {
+            ASSERT_NE(text, nullptr);
+            EXPECT_EQ(WString(text), WString(c.expected)) << "language " << c.language;
+        }
+    }
+}
+
+TEST(LangGetString, NullInstanceStillResolvesARecord) {
+    const WCHAR* text = QzGetString(nullptr, kEnglishOnly.record());
+    ASSERT_NE(text, nullptr);
+    EXPECT_EQ(WString(text), WString(QZTEXT("Only")));
+}
+
+TEST(LangLocale, PicksTheLanguageSlotAndSeparators) {
+    struct Case {
+        const char* locale;
+        DWORD language;
+        WCHAR decimal;
+        WCHAR date_sep;
+        DWORD metric;
+    };
+    const Case cases[] = {
+        {"de_DE.UTF-8", QZLANG_GERMAN, u',', u'.', 1},
+        {"de-AT", QZLANG_GERMAN, u',', u'.', 1},  // the Windows spelling
+        {"fr_FR@euro", QZLANG_FRENCH, u',', u'/', 1},
+        {"en_US.UTF-8", QZLANG_ENGLISH, u'.', u'/', 0},
+        {"en_GB", QZLANG_ENGLISH, u'.', u'/', 1},
+        {"ES_mx", QZLANG_SPANISH, u',', u'/', 1},
+        {"ja_JP", QZLANG_JAPANESE, u'.', u'/', 1},
+        {"pt_BR", QZLANG_ENGLISH, u'.', u'/', 1},  // not shipped
+        {"C", QZLANG_ENGLISH, u'.', u'/', 1},
+        {"", QZLANG_ENGLISH, u'.', u'/', 1},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(qz::lang::language_from_locale(c.locale), c.language) << c.locale;
+        const QZINTERNATIONALS intl = qz::lang::internationals_from_locale(c.locale);
+        EXPECT_EQ(intl.language, c.language) << c.locale;
+        EXPECT_EQ(intl.decimal[0], c.decimal) << c.locale;
+        EXPECT_EQ(intl.decimal[1], 0) << c.locale;
+        EXPECT_EQ(intl.date_sep[0], c.date_sep) << c.locale;
+        EXPECT_EQ(intl.time_sep[0], u':') << c.locale;
+        EXPECT_EQ(intl.metric, c.metric) << c.locale;
+    }
+}
+
+TEST(LangExpandText, ReplacesAppNameAndCutsToCapacity) {
+    AppNameGuard guard;
+    ASSERT_EQ(QzLang_SetAppName(QZTEXT("Vegas")), S_OK);
+    struct Case {
+        const WCHAR* text;
+        int capacity;
+        const WCHAR* expected;
+    };
+    const Case cases[] = {
+        {QZTEXT("Restart $(AppName)."), 64, QZTEXT("Restart Vegas.")},
+        {QZTEXT("$(AppName)"), 64, QZTEXT("Vegas")},
+        {QZTEXT("$(AppName) and $(AppName)"), 64, QZTEXT("Vegas and Vegas")},
+        {QZTEXT("$(AppNam) $(appname) $AppName"), 64, QZTEXT("$(AppNam) $(appname) $AppName")},
+        {QZTEXT("ab$(AppName)"), 5, QZTEXT("abVe")},  // cut inside the name
+        {QZTEXT("abc"), 3, QZTEXT("ab")},
+        {QZTEXT("abc"), 1, QZTEXT("")},
+        {QZTEXT("tail $("), 64, QZTEXT("tail $(")},
+        {QZTEXT(""), 8, QZTEXT("")},
+    };
+    for (const Case& c : cases) {
+        WCHAR buffer[80];
+        std::fill(std::begin(buffer), std::end(buffer), WCHAR(0x7777));
+        const int n = QzLang_ExpandText(c.text, buffer, c.capacity);
+        EXPECT_EQ(WString(buffer), WString(c.expected));
+        EXPECT_EQ(n, int(WString(c.expected).size()));
+        EXPECT_EQ(buffer[c.capacity], WCHAR(0x7777)) << "wrote past the capacity";
+    }
+}
+
+TEST(LangExpandText, NullBufferReportsTheWholeLength) {
+    AppNameGuard guard;
+    ASSERT_EQ(QzLang_SetAppName(QZTEXT("Sound Forge")), S_OK);
+    EXPECT_EQ(QzLang_ExpandText(QZTEXT("Quit $(AppName)?"), nullptr, 0), 17);
+    WCHAR one[1] = {0x7777};
+    EXPECT_EQ(QzLang_ExpandText(QZTEXT("Quit"), one, 0), 4);
+    EXPECT_EQ(one[0], WCHAR(0x7777));
+    WCHAR buffer[4] = {0x7777};
+    EXPECT_EQ(QzLang_ExpandText(nullptr, buffer, 4), 0);
+    EXPECT_EQ(buffer[0], 0);
+}
+
+TEST(LangExpandText, DefaultAppNameIsTheHostExecutable) {
+    AppNameGuard guard;
+    ASSERT_EQ(QzLang_SetAppName(QZTEXT("Other")), S_OK);
+    ASSERT_EQ(QzLang_SetAppName(QZTEXT("")), S_OK);  // back to the default
+    WCHAR buffer[64];
+    QzLang_ExpandText(QZTEXT("$(AppName)"), buffer, 64);
+    EXPECT_EQ(WString(buffer), WString(QZTEXT("qz_kernel_tests")));
+}
+
+TEST(LangLoadString, FindsIdsNewestTableFirstAndExpands) {
+    AppNameGuard guard;
+    ASSERT_EQ(QzLang_SetAppName(QZTEXT("ACID")), S_OK);
+    const QzLocalText<2> reinstall = {
+        QZLANG_TEXT_MARKER, 2, {QZTEXT("Reinstall $(AppName)."), QZTEXT("$(AppName) neu")}};
+    const QzLocalText<1> first = {QZLANG_TEXT_MARKER, 1, {QZTEXT("first")}};
+    const QzLocalText<1> second = {QZLANG_TEXT_MARKER, 1, {QZTEXT("second")}};
+    const QZLANGSTRING older[] = {{100, reinstall.record()}, {200, first.record()}};
+    const QZLANGSTRING newer[] = {{200, second.record()}};
+    LangInstance lang;
+    ASSERT_EQ(QzLang_AddStrings(lang.get(), older, 2), S_OK);
+    ASSERT_EQ(QzLang_AddStrings(lang.get(), newer, 1), S_OK);
+
+    WCHAR buffer[32];
+    EXPECT_EQ(QzLoadString(lang.get(), 100, buffer, 32), 15);
+    EXPECT_EQ(WString(buffer), WString(QZTEXT("Reinstall ACID.")));
+    EXPECT_EQ(QzLoadString(lang.get(), 200, buffer, 32), 6);
+    EXPECT_EQ(WString(buffer), WString(QZTEXT("second")));
+    ASSERT_EQ(QzLang_SetLanguage(lang.get(), QZLANG_GERMAN), S_OK);
+    EXPECT_EQ(QzLoadString(lang.get(), 100, buffer, 32), 8);
+    EXPECT_EQ(WString(buffer), WString(QZTEXT("ACID neu")));
+    EXPECT_EQ(QzLoadString(lang.get(), 100, buffer, 5), 4);
+    EXPECT_EQ(WString(buffer), WString(QZTEXT("ACID")));
+
+    buffer[0] = u'x';
+    EXPECT_EQ(QzLoadString(lang.get(), 300, buffer, 32), 0);
+    EXPECT_EQ(buffer[0], 0);
+    EXPECT_EQ(QzLoadString(lang.get(), 100, nullptr, 32), 0);
+}
+
+TEST(LangInstanceCalls, RejectBadArguments) {
+    HQZLANG lang = nullptr;
+    EXPECT_EQ(QzLang_Open(nullptr, nullptr), E_POINTER);
+    EXPECT_EQ(QzLang_Close(nullptr), S_OK);
+    ASSERT_EQ(QzLang_Open(nullptr, &lang), S_OK);
+    const QZLANGSTRING entry = {1, kEnglishOnly.record()};
+    EXPECT_EQ(QzLang_AddStrings(lang, &entry, -1), E_INVALIDARG);
+    EXPECT_EQ(QzLang_AddStrings(lang, nullptr, 1), E_INVALIDARG);
+    EXPECT_EQ(QzLang_AddStrings(lang, nullptr, 0), S_OK);
+    EXPECT_EQ(QzLang_SetLanguage(lang, QZLANG_COUNT), E_INVALIDARG);
+    QZINTERNATIONALS intl{};
+    EXPECT_EQ(QzLang_GetInternationals(lang, &intl), S_OK);
+    EXPECT_EQ(intl.time_sep[0], u':');
+    EXPECT_EQ(QzLang_GetInternationals(lang, nullptr), S_OK);
+    EXPECT_EQ(QzLang_Close(lang), S_OK);
+}
+
+TEST(LangKernelInstance, NullInstanceCallsUseTheKernelInstance) {
+    LangInstance lang;
+    HQZLANG previous = qz::lang::exchange_kernel_instance(lang.get());
+    const QzLocalText<1> text = {QZLANG_TEXT_MARKER, 1, {QZTEXT("kernel text")}};
+    const QZLANGSTRING entry = {7, text.record()};
+    EXPECT_EQ(QzLang_AddStrings(nullptr, &entry, 1), S_OK);
+    WCHAR buffer[32];
+    EXPECT_EQ(QzLoadString(nullptr, 7, buffer, 32), 11);
+    EXPECT_EQ(QzLang_SetLanguage(nullptr, QZLANG_GERMAN), S_OK);
+    QZINTERNATIONALS intl{};
+    EXPECT_EQ(QzLang_GetInternationals(nullptr, &intl), S_OK);
+    EXPECT_EQ(intl.language, DWORD(QZLANG_GERMAN));  // refreshed, language kept
+    EXPECT_EQ(QzGetString(nullptr, kThreeLanguages.record()), WString(QZTEXT("Hallo")));
+    qz::lang::exchange_kernel_instance(previous);
+}
+
+}  // namespace
