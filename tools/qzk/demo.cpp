@@ -16,6 +16,7 @@ int demo_kernel() {
 
 const DemoSection kDemoSections[] = {
     {"kernel", demo_kernel},
+    {"wavinfo", demo_wavinfo},
     {nullptr, nullptr},
 };
 

@@ -32,6 +32,8 @@ extern const DemoSection kDemoSections[];
 
 int run_version(const Args& args);
 int run_demo(const Args& args);
+int run_wavinfo(const Args& args);
+int demo_wavinfo();
 
 // ---- helpers shared by the subcommands ----
 
