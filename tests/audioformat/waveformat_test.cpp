@@ -7,6 +7,7 @@
 
 #include "qz/qzwaveformat.h"
 #include "qz/win32compat.h"
+#include "platform/posix/fault_plan.h"
 #include "support/waveformat_bytes.h"
 
 namespace {
@@ -974,6 +975,20 @@ TEST(WaveFormatAlloc, StructureIsClonedWhenTheFormStays) {
     }
     EXPECT_EQ(QzAudio_AllocAndCopyWfx(static_cast<const WAVEFORMATEX*>(nullptr), QZWFCD_PLAIN),
               nullptr);
+}
+
+TEST(WaveFormatAlloc, FailedAllocationGivesNull) {
+    const _qzwaveformat rec = record_of(adpcm_source());
+    WfxBuffer wfx(encode(adpcm_source()));
+    for (DWORD dest = 0; dest <= 4; ++dest) {
+        qz::testing::FaultPlan plan;
+        plan.fail(qz::testing::FaultOp::Alloc, 1, 0);
+        EXPECT_EQ(QzAudio_AllocAndCopyWfx(rec, QZWAVEFORMAT_COPY_DEST(dest)), nullptr) << dest;
+        // Cloned or re-formed, a structure fails the same way.
+        EXPECT_EQ(QzAudio_AllocAndCopyWfx(wfx.wfx(), QZWAVEFORMAT_COPY_DEST(dest)), nullptr)
+            << dest;
+        EXPECT_GE(plan.failures(qz::testing::FaultOp::Alloc), 2u);
+    }
 }
 
 // ---- structure to structure, and the holders ----------------------------------------

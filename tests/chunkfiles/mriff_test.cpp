@@ -9,6 +9,7 @@
 #include "qz/mriff.h"
 #include "qz/qzwaveformat.h"
 #include "qz/win32compat.h"
+#include "platform/posix/fault_plan.h"
 #include "support/waveformat_bytes.h"
 
 namespace {
@@ -343,6 +344,16 @@ TEST(MriffReadDataAlloc, AllocatesReadsAndFreesOnFailure) {
     EXPECT_EQ(mriff_ReadDataAlloc(&img.m, &data), QZE_FILE_READ);
     EXPECT_EQ(data.pData, nullptr);
     EXPECT_EQ(mriff_ReadDataAlloc(&img.m, nullptr), E_INVALIDARG);
+
+    // No memory: nothing read, the position stays.
+    img.go(0);
+    qz::testing::FaultPlan plan;
+    plan.fail(qz::testing::FaultOp::Alloc, 1);
+    data.cbData = 4;
+    data.pData = reinterpret_cast<LPVOID>(1);
+    EXPECT_EQ(mriff_ReadDataAlloc(&img.m, &data), E_OUTOFMEMORY);
+    EXPECT_EQ(data.pData, nullptr);
+    EXPECT_EQ(img.at(), 0u);
 }
 
 // ---- searches ---------------------------------------------------------------------
