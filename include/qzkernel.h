@@ -13,5 +13,6 @@
 #include "qz/qzwaveformat.h"
 #include "qz/riff.h"
 #include "qz/mriff.h"
+#include "qz/qzsmpte.h"
 
 #endif

@@ -252,10 +252,25 @@ QZ_API SIZE_T GlobalSize(HGLOBAL memory);
 QZ_API LPVOID GlobalLock(HGLOBAL memory);
 QZ_API BOOL GlobalUnlock(HGLOBAL memory);
 QZ_API HGLOBAL GlobalHandle(LPCVOID address);
-/* Returns null on success, the handle itself on failure. */
+/*
+ * GlobalUnlock returns FALSE with NO_ERROR when the lock count reaches zero
+ * and FALSE with ERROR_NOT_LOCKED when the block was not locked. GlobalSize
+ * is the size asked for. Unknown or freed handles are refused with
+ * ERROR_INVALID_HANDLE. GlobalFree returns null on success, the handle
+ * itself on failure.
+ */
 QZ_API HGLOBAL GlobalFree(HGLOBAL memory);
 
-/* Events (manual- or auto-reset) and the waits on them. */
+/*
+ * Events (manual- or auto-reset) and the waits on them. Events are unnamed:
+ * a name gives null with ERROR_NOT_SUPPORTED. A wait for any returns
+ * WAIT_OBJECT_0 plus the index of the first signalled event, consuming it
+ * if it is auto-reset; a wait for all returns when every event is
+ * signalled at once and consumes the auto-reset ones together. Time-outs
+ * give WAIT_TIMEOUT; a bad handle, a count of 0 or above
+ * MAXIMUM_WAIT_OBJECTS, or one event named twice in a wait for all give
+ * WAIT_FAILED with the last error set.
+ */
 QZ_API HANDLE CreateEventW(LPSECURITY_ATTRIBUTES sa, BOOL manual_reset, BOOL initial_state,
                            LPCWSTR name);
 QZ_API BOOL SetEvent(HANDLE event);

@@ -7,6 +7,7 @@ const Command kCommands[] = {
     {"version", "print the kernel version word", "qzk version [--json]", run_version},
     {"demo", "write sample files with the library and read them back", "qzk demo", run_demo},
     {"wavinfo", "print the format of a wave file", "qzk wavinfo FILE [--json]", run_wavinfo},
+    {"tc", "convert SMPTE timecodes, frame counts and nano time", kTcUsage, run_tc},
     {nullptr, nullptr, nullptr, nullptr},
 };
 

@@ -34,6 +34,9 @@ int run_version(const Args& args);
 int run_demo(const Args& args);
 int run_wavinfo(const Args& args);
 int demo_wavinfo();
+int run_tc(const Args& args);
+extern const char kTcUsage[];
+int demo_smpte();
 
 // ---- helpers shared by the subcommands ----
 

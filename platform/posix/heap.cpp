@@ -1,0 +1,202 @@
+// Private heaps: HeapCreate and friends.
+//
+// A heap is a handle object that records its blocks, so that HeapDestroy
+// can free every block still live and a pointer the heap did not hand out
+// is refused (HeapFree FALSE, HeapSize (SIZE_T)-1, with
+// ERROR_INVALID_PARAMETER) instead of being passed to the allocator.
+#include <mutex>
+#include <new>
+#include <unordered_map>
+
+#include "fault_plan.h"
+#include "handles.h"
+#include "sized_block.h"
+
+namespace qz::posix {
+
+namespace {
+
+constexpr SIZE_T kHeapSizeFailed = static_cast<SIZE_T>(-1);
+
+class HeapObject : public HandleObject {
+public:
+    explicit HeapObject(SIZE_T maximum) : HandleObject(HandleKind::Heap), maximum_(maximum) {}
+    ~HeapObject() override { release_all(); }
+
+    // CloseHandle on a heap destroys it.
+    bool close() override {
+        release_all();
+        return true;
+    }
+
+    void release_all() {
+        std::lock_guard<std::mutex> guard(lock_);
+        for (auto& entry : blocks_) free_block(entry.second);
+        blocks_.clear();
+        in_use_ = 0;
+    }
+
+    LPVOID allocate(SIZE_T bytes, bool zero) {
+        std::lock_guard<std::mutex> guard(lock_);
+        if (!fits(0, bytes)) return out_of_memory();
+        SizedBlock block;
+        if (!allocate_block(block, bytes, zero)) return out_of_memory();
+        try {
+            blocks_.emplace(block.data, block);
+        } catch (const std::bad_alloc&) {
+            free_block(block);
+            return out_of_memory();
+        }
+        in_use_ += bytes;
+        return block.data;
+    }
+
+    LPVOID reallocate(LPVOID memory, SIZE_T bytes, bool zero, bool may_move) {
+        std::lock_guard<std::mutex> guard(lock_);
+        auto it = blocks_.find(memory);
+        if (it == blocks_.end()) return not_ours();
+        SizedBlock& block = it->second;
+        const SIZE_T old_size = block.size;
+        if (!fits(old_size, bytes)) return out_of_memory();
+        if (!resize_block(block, bytes, zero, may_move)) return out_of_memory();
+        in_use_ = in_use_ - old_size + bytes;
+        LPVOID data = block.data;
+        if (data != memory) {
+            // Re-keyed without allocating, so a moved block is never lost.
+            auto node = blocks_.extract(it);
+            node.key() = data;
+            blocks_.insert(std::move(node));
+        }
+        return data;
+    }
+
+    SIZE_T size(LPCVOID memory) {
+        std::lock_guard<std::mutex> guard(lock_);
+        auto it = blocks_.find(const_cast<LPVOID>(memory));
+        if (it == blocks_.end()) {
+            not_ours();
+            return kHeapSizeFailed;
+        }
+        return it->second.size;
+    }
+
+    bool release(LPVOID memory) {
+        SizedBlock block;
+        {
+            std::lock_guard<std::mutex> guard(lock_);
+            auto it = blocks_.find(memory);
+            if (it == blocks_.end()) {
+                not_ours();
+                return false;
+            }
+            block = it->second;
+            in_use_ -= block.size;
+            blocks_.erase(it);
+        }
+        free_block(block);
+        return true;
+    }
+
+private:
+    // A heap created with a maximum size is fixed: its blocks together
+    // never exceed it.
+    bool fits(SIZE_T old_size, SIZE_T new_size) const {
+        if (maximum_ == 0 || new_size <= old_size) return true;
+        return new_size - old_size <= maximum_ - in_use_;
+    }
+
+    static LPVOID out_of_memory() {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+
+    static LPVOID not_ours() {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+
+    std::mutex lock_;
+    std::unordered_map<LPVOID, SizedBlock> blocks_;
+    const SIZE_T maximum_;
+    SIZE_T in_use_ = 0;
+};
+
+bool alloc_fault() {
+    DWORD error = 0;
+    if (!inject_fault(qz::testing::FaultOp::Alloc, &error)) return false;
+    SetLastError(error);
+    return true;
+}
+
+// The process heap lives as long as the process and stays out of the
+// handle registry: CloseHandle refuses it like any unknown handle.
+const std::shared_ptr<HeapObject>& process_heap() {
+    static const auto* heap = new std::shared_ptr<HeapObject>(std::make_shared<HeapObject>(0));
+    return *heap;
+}
+
+std::shared_ptr<HeapObject> find_heap(HANDLE heap) {
+    if (heap == process_heap().get()) return process_heap();
+    return lookup<HeapObject>(heap, HandleKind::Heap);
+}
+
+}  // namespace
+
+}  // namespace qz::posix
+
+using namespace qz::posix;
+
+QZ_EXTERN_C HANDLE HeapCreate(DWORD /*options*/, SIZE_T /*initial_size*/, SIZE_T maximum_size) {
+    if (alloc_fault()) return nullptr;
+    try {
+        return register_handle(std::make_shared<HeapObject>(maximum_size));
+    } catch (const std::bad_alloc&) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+}
+
+QZ_EXTERN_C HANDLE GetProcessHeap(void) {
+    return process_heap().get();
+}
+
+QZ_EXTERN_C BOOL HeapDestroy(HANDLE heap) {
+    std::shared_ptr<HeapObject> object = find_heap(heap);
+    if (!object) return FALSE;
+    if (object == process_heap()) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    unregister_handle(heap);
+    object->release_all();
+    return TRUE;
+}
+
+QZ_EXTERN_C LPVOID HeapAlloc(HANDLE heap, DWORD flags, SIZE_T bytes) {
+    if (alloc_fault()) return nullptr;
+    std::shared_ptr<HeapObject> object = find_heap(heap);
+    if (!object) return nullptr;
+    return object->allocate(bytes, (flags & HEAP_ZERO_MEMORY) != 0);
+}
+
+QZ_EXTERN_C LPVOID HeapReAlloc(HANDLE heap, DWORD flags, LPVOID memory, SIZE_T bytes) {
+    if (alloc_fault()) return nullptr;
+    std::shared_ptr<HeapObject> object = find_heap(heap);
+    if (!object) return nullptr;
+    return object->reallocate(memory, bytes, (flags & HEAP_ZERO_MEMORY) != 0,
+                              (flags & HEAP_REALLOC_IN_PLACE_ONLY) == 0);
+}
+
+QZ_EXTERN_C SIZE_T HeapSize(HANDLE heap, DWORD /*flags*/, LPCVOID memory) {
+    std::shared_ptr<HeapObject> object = find_heap(heap);
+    if (!object) return kHeapSizeFailed;
+    return object->size(memory);
+}
+
+QZ_EXTERN_C BOOL HeapFree(HANDLE heap, DWORD /*flags*/, LPVOID memory) {
+    std::shared_ptr<HeapObject> object = find_heap(heap);
+    if (!object) return FALSE;
+    // Freeing null is allowed and does nothing.
+    if (!memory) return TRUE;
+    return object->release(memory) ? TRUE : FALSE;
+}

@@ -1,0 +1,238 @@
+// Global memory: handles, locks, resizing, bad handles and faults.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "platform/posix/fault_plan.h"
+#include "platform/posix/sized_block.h"
+#include "platform/win32api.h"
+
+namespace {
+
+using qz::testing::FaultOp;
+using qz::testing::FaultPlan;
+
+bool all_bytes(const void* data, SIZE_T from, SIZE_T to, unsigned char value) {
+    const auto* p = static_cast<const unsigned char*>(data);
+    for (SIZE_T i = from; i < to; ++i) {
+        if (p[i] != value) return false;
+    }
+    return true;
+}
+
+TEST(GlobalMemory, FixedHandleIsTheAddressAndRoundTrips) {
+    HGLOBAL h = GlobalAlloc(GMEM_FIXED, 40);
+    ASSERT_NE(h, nullptr);
+    EXPECT_EQ(GlobalLock(h), h);
+    EXPECT_EQ(GlobalHandle(h), h);
+    EXPECT_TRUE(GlobalUnlock(h));  // fixed blocks keep no lock count
+    EXPECT_EQ(GlobalFree(h), nullptr);
+}
+
+TEST(GlobalMemory, MoveableHandleDiffersFromAddressAndRoundTrips) {
+    HGLOBAL h = GlobalAlloc(GHND, 24);
+    ASSERT_NE(h, nullptr);
+    void* p = GlobalLock(h);
+    ASSERT_NE(p, nullptr);
+    EXPECT_NE(p, h);
+    EXPECT_EQ(GlobalHandle(p), h);
+    EXPECT_EQ(GlobalHandle(h), h);
+    // An address inside the block is not the block.
+    SetLastError(0);
+    EXPECT_EQ(GlobalHandle(static_cast<char*>(p) + 1), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    GlobalUnlock(h);
+    EXPECT_EQ(GlobalFree(GlobalHandle(p)), nullptr);
+}
+
+TEST(GlobalMemory, UnlockReportsTheCountReachingZeroAndUnlockedBlocks) {
+    HGLOBAL h = GlobalAlloc(GMEM_MOVEABLE, 8);
+    ASSERT_NE(h, nullptr);
+    void* first = GlobalLock(h);
+    EXPECT_EQ(GlobalLock(h), first);
+    EXPECT_TRUE(GlobalUnlock(h));  // still locked once
+    SetLastError(ERROR_GEN_FAILURE);
+    EXPECT_FALSE(GlobalUnlock(h));  // now unlocked: FALSE with NO_ERROR
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(NO_ERROR));
+    EXPECT_FALSE(GlobalUnlock(h));  // was not locked
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_LOCKED));
+    GlobalFree(h);
+}
+
+TEST(GlobalMemory, SizeIsWhatWasAskedAndZeroInitZeroes) {
+    for (SIZE_T bytes : {0ul, 1ul, 7ul, 16ul, 4095ul, 100001ul}) {
+        for (UINT flags : {GPTR, GHND}) {
+            SCOPED_TRACE(testing::Message() << bytes << " bytes, flags " << flags);
+            HGLOBAL h = GlobalAlloc(flags, bytes);
+            ASSERT_NE(h, nullptr);
+            EXPECT_EQ(GlobalSize(h), bytes);
+            void* p = GlobalLock(h);
+            ASSERT_NE(p, nullptr);  // even an empty block has an address
+            EXPECT_TRUE(all_bytes(p, 0, bytes, 0));
+            GlobalUnlock(h);
+            EXPECT_EQ(GlobalFree(h), nullptr);
+        }
+    }
+}
+
+TEST(GlobalMemory, MoveableReAllocKeepsHandleContentsAndZeroesGrowth) {
+    HGLOBAL h = GlobalAlloc(GMEM_MOVEABLE, 100);
+    ASSERT_NE(h, nullptr);
+    auto* p = static_cast<unsigned char*>(GlobalLock(h));
+    std::memset(p, 0xAB, 100);
+    GlobalUnlock(h);
+
+    // Shrink, then grow back within the old room: the stale bytes past the
+    // smaller size must not reappear.
+    ASSERT_EQ(GlobalReAlloc(h, 10, GMEM_MOVEABLE), h);
+    EXPECT_EQ(GlobalSize(h), 10u);
+    ASSERT_EQ(GlobalReAlloc(h, 100, GMEM_MOVEABLE | GMEM_ZEROINIT), h);
+    p = static_cast<unsigned char*>(GlobalLock(h));
+    EXPECT_TRUE(all_bytes(p, 0, 10, 0xAB));
+    EXPECT_TRUE(all_bytes(p, 10, 100, 0));
+    GlobalUnlock(h);
+
+    // Far past the room: the data moves, the handle stays.
+    ASSERT_EQ(GlobalReAlloc(h, 1 << 20, GMEM_ZEROINIT), h);
+    EXPECT_EQ(GlobalSize(h), static_cast<SIZE_T>(1 << 20));
+    p = static_cast<unsigned char*>(GlobalLock(h));
+    EXPECT_EQ(GlobalHandle(p), h);
+    EXPECT_TRUE(all_bytes(p, 0, 10, 0xAB));
+    EXPECT_TRUE(all_bytes(p, 10, 1 << 20, 0));
+    GlobalUnlock(h);
+    GlobalFree(h);
+}
+
+TEST(GlobalMemory, HeldAddressesMoveOnlyWhenTheCallerAllows) {
+    // A locked moveable block cannot move without GMEM_MOVEABLE.
+    HGLOBAL h = GlobalAlloc(GMEM_MOVEABLE, 16);
+    void* p = GlobalLock(h);
+    std::memset(p, 0x5A, 16);
+    EXPECT_EQ(GlobalReAlloc(h, 1 << 16, 0), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_ENOUGH_MEMORY));
+    EXPECT_EQ(GlobalSize(h), 16u);
+    EXPECT_EQ(GlobalReAlloc(h, 8, 0), h);  // shrinking in place is fine
+    EXPECT_EQ(GlobalLock(h), p);
+    GlobalUnlock(h);
+    GlobalUnlock(h);
+    GlobalFree(h);
+
+    // A fixed block moves only with GMEM_MOVEABLE, and its handle follows.
+    HGLOBAL fixed = GlobalAlloc(GMEM_FIXED, 16);
+    std::memset(fixed, 0x5A, 16);
+    EXPECT_EQ(GlobalReAlloc(fixed, 1 << 16, 0), nullptr);
+    HGLOBAL moved = GlobalReAlloc(fixed, 1 << 16, GMEM_MOVEABLE);
+    ASSERT_NE(moved, nullptr);
+    EXPECT_EQ(GlobalHandle(moved), moved);
+    EXPECT_EQ(GlobalSize(moved), static_cast<SIZE_T>(1 << 16));
+    EXPECT_TRUE(all_bytes(moved, 0, 16, 0x5A));
+    EXPECT_EQ(GlobalFree(moved), nullptr);
+}
+
+TEST(GlobalMemory, ModifyChangesFlagsOnly) {
+    HGLOBAL fixed = GlobalAlloc(GMEM_FIXED, 32);
+    ASSERT_NE(fixed, nullptr);
+    HGLOBAL h = GlobalReAlloc(fixed, 4096, GMEM_MODIFY | GMEM_MOVEABLE);
+    ASSERT_NE(h, nullptr);
+    EXPECT_NE(h, fixed);
+    EXPECT_EQ(GlobalSize(h), 32u);  // the size argument is ignored
+    EXPECT_EQ(GlobalLock(h), fixed);
+    EXPECT_EQ(GlobalHandle(fixed), h);
+    GlobalUnlock(h);
+    EXPECT_EQ(GlobalReAlloc(h, 0, GMEM_MODIFY), h);
+    EXPECT_EQ(GlobalFree(fixed), fixed);  // the old handle is gone
+    EXPECT_EQ(GlobalFree(h), nullptr);
+}
+
+TEST(GlobalMemory, InvalidAndDoubleFreesAreRefusedWithoutACrash) {
+    HGLOBAL moveable = GlobalAlloc(GMEM_MOVEABLE, 8);
+    HGLOBAL fixed = GlobalAlloc(GMEM_FIXED, 8);
+    ASSERT_EQ(GlobalFree(moveable), nullptr);
+    ASSERT_EQ(GlobalFree(fixed), nullptr);
+    int on_stack = 0;
+    for (HGLOBAL bad : {moveable, fixed, static_cast<HGLOBAL>(&on_stack), INVALID_HANDLE_VALUE}) {
+        SetLastError(0);
+        EXPECT_EQ(GlobalFree(bad), bad);
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+        EXPECT_EQ(GlobalLock(bad), nullptr);
+        EXPECT_EQ(GlobalSize(bad), 0u);
+        EXPECT_FALSE(GlobalUnlock(bad));
+        EXPECT_EQ(GlobalReAlloc(bad, 64, GMEM_MOVEABLE), nullptr);
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    }
+    EXPECT_EQ(GlobalFree(nullptr), nullptr);
+}
+
+TEST(GlobalMemory, AllocationFaultsFailCleanly) {
+    HGLOBAL h = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, 4);
+    ASSERT_NE(h, nullptr);
+    {
+        FaultPlan plan;
+        plan.fail(FaultOp::Alloc, 2);
+        HGLOBAL first = GlobalAlloc(GMEM_FIXED, 4);
+        EXPECT_NE(first, nullptr);
+        SetLastError(0);
+        EXPECT_EQ(GlobalReAlloc(h, 64, GMEM_ZEROINIT), nullptr);
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_ENOUGH_MEMORY));
+        EXPECT_EQ(GlobalSize(h), 4u);  // the failed resize left the block alone
+        EXPECT_EQ(plan.failures(FaultOp::Alloc), 1u);
+
+        plan.fail(FaultOp::Alloc, 1, 1, ERROR_OUTOFMEMORY);
+        EXPECT_EQ(GlobalAlloc(GHND, 4), nullptr);
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_OUTOFMEMORY));
+        HGLOBAL after = GlobalAlloc(GHND, 4);
+        EXPECT_NE(after, nullptr);
+        GlobalFree(after);
+        GlobalFree(first);
+    }
+    GlobalFree(h);
+}
+
+// The dynamic list grows its slot block sixteen items at a time; ten
+// million single appends must stay linear, so the block keeps room behind
+// its size. Quadratic copying would not finish within the test's time-out.
+TEST(GlobalMemory, GrowingInSmallStepsKeepsContents) {
+    constexpr DWORD kItems = 10'000'000;
+    constexpr DWORD kStep = 16;
+    HGLOBAL h = GlobalAlloc(GHND, 0);
+    ASSERT_NE(h, nullptr);
+    for (DWORD n = 0; n < kItems; n += kStep) {
+        ASSERT_EQ(GlobalReAlloc(h, (n + kStep) * sizeof(DWORD), GMEM_MOVEABLE | GMEM_ZEROINIT), h);
+        auto* items = static_cast<DWORD*>(GlobalLock(h));
+        ASSERT_EQ(items[n], 0u);
+        for (DWORD i = n; i < n + kStep; ++i) items[i] = i;
+        GlobalUnlock(h);
+    }
+    auto* items = static_cast<const DWORD*>(GlobalLock(h));
+    EXPECT_EQ(items[0], 0u);
+    EXPECT_EQ(items[kItems / 2], kItems / 2);
+    EXPECT_EQ(items[kItems - 1], kItems - 1);
+    EXPECT_EQ(GlobalSize(h), kItems * sizeof(DWORD));
+    GlobalUnlock(h);
+    GlobalFree(h);
+}
+
+TEST(SizedBlock, CapacityGrowsGeometricallyAndNeverMovesInPlace) {
+    qz::posix::SizedBlock block;
+    ASSERT_TRUE(qz::posix::allocate_block(block, 0, true));
+    unsigned reservations = 0;
+    for (SIZE_T bytes = 64; bytes <= (64u << 14); bytes += 64) {
+        const SIZE_T before = block.capacity;
+        ASSERT_TRUE(qz::posix::resize_block(block, bytes, true, true));
+        if (block.capacity != before) ++reservations;
+        ASSERT_GE(block.capacity, block.size);
+    }
+    // 16384 steps; growing by half each time needs about log1.5 of that.
+    EXPECT_LE(reservations, 40u);
+    EXPECT_LE(block.capacity, block.size * 2);
+
+    void* where = block.data;
+    EXPECT_FALSE(qz::posix::resize_block(block, block.capacity + 1, true, false));
+    EXPECT_EQ(block.data, where);
+    EXPECT_EQ(block.size, static_cast<SIZE_T>(64u << 14));
+    qz::posix::free_block(block);
+}
+
+}  // namespace

@@ -1,0 +1,150 @@
+// Private heaps: sizes, in-place growth, foreign pointers, destruction.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "platform/posix/fault_plan.h"
+#include "platform/win32api.h"
+
+namespace {
+
+constexpr SIZE_T kHeapSizeFailed = static_cast<SIZE_T>(-1);
+
+bool all_bytes(const void* data, SIZE_T from, SIZE_T to, unsigned char value) {
+    const auto* p = static_cast<const unsigned char*>(data);
+    for (SIZE_T i = from; i < to; ++i) {
+        if (p[i] != value) return false;
+    }
+    return true;
+}
+
+TEST(Heap, AllocSizeAndZeroMemory) {
+    HANDLE heap = HeapCreate(0, 0, 0);
+    ASSERT_NE(heap, nullptr);
+    for (SIZE_T bytes : {0ul, 1ul, 33ul, 65536ul}) {
+        void* p = HeapAlloc(heap, HEAP_ZERO_MEMORY, bytes);
+        ASSERT_NE(p, nullptr);
+        EXPECT_EQ(HeapSize(heap, 0, p), bytes);
+        EXPECT_TRUE(all_bytes(p, 0, bytes, 0));
+        EXPECT_TRUE(HeapFree(heap, 0, p));
+    }
+    EXPECT_TRUE(HeapFree(heap, 0, nullptr));
+    EXPECT_TRUE(HeapDestroy(heap));
+}
+
+TEST(Heap, ReAllocZeroesGrowthAndInPlaceOnlyNeverMoves) {
+    HANDLE heap = HeapCreate(0, 0, 0);
+    auto* p = static_cast<unsigned char*>(HeapAlloc(heap, 0, 64));
+    std::memset(p, 0x11, 64);
+    ASSERT_EQ(HeapReAlloc(heap, HEAP_REALLOC_IN_PLACE_ONLY, p, 8), p);
+    EXPECT_EQ(HeapSize(heap, 0, p), 8u);
+    ASSERT_EQ(HeapReAlloc(heap, HEAP_ZERO_MEMORY | HEAP_REALLOC_IN_PLACE_ONLY, p, 64), p);
+    EXPECT_TRUE(all_bytes(p, 0, 8, 0x11));
+    EXPECT_TRUE(all_bytes(p, 8, 64, 0));
+
+    SetLastError(0);
+    EXPECT_EQ(HeapReAlloc(heap, HEAP_REALLOC_IN_PLACE_ONLY, p, 1 << 20), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_ENOUGH_MEMORY));
+    EXPECT_EQ(HeapSize(heap, 0, p), 64u);
+
+    auto* q = static_cast<unsigned char*>(HeapReAlloc(heap, HEAP_ZERO_MEMORY, p, 1 << 20));
+    ASSERT_NE(q, nullptr);
+    EXPECT_EQ(HeapSize(heap, 0, q), static_cast<SIZE_T>(1 << 20));
+    EXPECT_TRUE(all_bytes(q, 0, 8, 0x11));
+    EXPECT_TRUE(all_bytes(q, 8, 1 << 20, 0));
+    EXPECT_TRUE(HeapFree(heap, 0, q));
+    HeapDestroy(heap);
+}
+
+TEST(Heap, ForeignAndFreedPointersAreRefused) {
+    HANDLE a = HeapCreate(0, 0, 0);
+    HANDLE b = HeapCreate(0, 0, 0);
+    void* in_a = HeapAlloc(a, 0, 16);
+    int on_stack = 0;
+    for (void* foreign : {static_cast<void*>(&on_stack), in_a}) {
+        SetLastError(0);
+        EXPECT_FALSE(HeapFree(b, 0, foreign));
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+        EXPECT_EQ(HeapSize(b, 0, foreign), kHeapSizeFailed);
+        EXPECT_EQ(HeapReAlloc(b, 0, foreign, 32), nullptr);
+    }
+    EXPECT_TRUE(HeapFree(a, 0, in_a));
+    EXPECT_FALSE(HeapFree(a, 0, in_a));
+    EXPECT_EQ(HeapSize(a, 0, in_a), kHeapSizeFailed);
+    HeapDestroy(a);
+    HeapDestroy(b);
+}
+
+TEST(Heap, DestroyFreesLiveBlocksAndInvalidatesTheHandle) {
+    HANDLE heap = HeapCreate(0, 0, 0);
+    for (int i = 0; i < 100; ++i) ASSERT_NE(HeapAlloc(heap, 0, 100 + i), nullptr);
+    void* grown = HeapReAlloc(heap, 0, HeapAlloc(heap, 0, 10), 100000);
+    ASSERT_NE(grown, nullptr);
+    EXPECT_TRUE(HeapDestroy(heap));  // the sanitizer build reports any leak
+
+    SetLastError(0);
+    EXPECT_EQ(HeapAlloc(heap, 0, 8), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_FALSE(HeapFree(heap, 0, grown));
+    EXPECT_FALSE(HeapDestroy(heap));
+
+    // Closing a heap's handle releases its blocks too.
+    HANDLE closed = HeapCreate(0, 0, 0);
+    ASSERT_NE(HeapAlloc(closed, 0, 64), nullptr);
+    EXPECT_TRUE(CloseHandle(closed));
+    EXPECT_EQ(HeapAlloc(closed, 0, 8), nullptr);
+}
+
+TEST(Heap, OtherHandleKindsAreNotHeaps) {
+    HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    ASSERT_NE(event, nullptr);
+    EXPECT_EQ(HeapAlloc(event, 0, 8), nullptr);
+    EXPECT_FALSE(HeapDestroy(event));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_TRUE(CloseHandle(event));  // still open after the refused destroy
+}
+
+TEST(Heap, MaximumSizeBoundsTheBlocksTogether) {
+    HANDLE heap = HeapCreate(0, 0, 1000);
+    void* a = HeapAlloc(heap, 0, 600);
+    ASSERT_NE(a, nullptr);
+    EXPECT_EQ(HeapAlloc(heap, 0, 401), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_ENOUGH_MEMORY));
+    void* b = HeapAlloc(heap, 0, 400);
+    ASSERT_NE(b, nullptr);
+    EXPECT_EQ(HeapReAlloc(heap, 0, a, 601), nullptr);
+    ASSERT_NE(HeapReAlloc(heap, 0, a, 100), nullptr);
+    EXPECT_NE(HeapAlloc(heap, 0, 500), nullptr);
+    HeapDestroy(heap);
+}
+
+TEST(Heap, ProcessHeapIsSharedAndCannotBeDestroyed) {
+    HANDLE heap = GetProcessHeap();
+    ASSERT_NE(heap, nullptr);
+    EXPECT_EQ(GetProcessHeap(), heap);
+    void* p = HeapAlloc(heap, HEAP_ZERO_MEMORY, 12);
+    ASSERT_NE(p, nullptr);
+    EXPECT_FALSE(HeapDestroy(heap));
+    EXPECT_FALSE(CloseHandle(heap));
+    EXPECT_EQ(HeapSize(heap, 0, p), 12u);
+    EXPECT_TRUE(HeapFree(heap, 0, p));
+}
+
+TEST(Heap, AllocationFaultsFailCleanly) {
+    HANDLE heap = HeapCreate(0, 0, 0);
+    void* p = HeapAlloc(heap, 0, 8);
+    {
+        qz::testing::FaultPlan plan;
+        plan.fail(qz::testing::FaultOp::Alloc, 1, 3);
+        EXPECT_EQ(HeapCreate(0, 0, 0), nullptr);
+        EXPECT_EQ(HeapAlloc(heap, 0, 8), nullptr);
+        EXPECT_EQ(HeapReAlloc(heap, 0, p, 4096), nullptr);
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_ENOUGH_MEMORY));
+        EXPECT_EQ(HeapSize(heap, 0, p), 8u);
+        EXPECT_NE(HeapReAlloc(heap, 0, p, 4096), nullptr);
+        EXPECT_EQ(plan.failures(qz::testing::FaultOp::Alloc), 3u);
+    }
+    HeapDestroy(heap);
+}
+
+}  // namespace

@@ -1,0 +1,131 @@
+// Module handles and file names.
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+#include <gnu/libc-version.h>
+#include <limits.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "support/platform_testing.h"
+#include "platform/win32api.h"
+
+namespace {
+
+using qz::testing::widen;
+
+std::string self_exe() {
+    char path[PATH_MAX];
+    const ssize_t n = readlink("/proc/self/exe", path, sizeof path);
+    return n > 0 ? std::string(path, static_cast<size_t>(n)) : std::string();
+}
+
+std::u16string module_file_name(HMODULE module) {
+    std::vector<WCHAR> buffer(8192);
+    const DWORD n = GetModuleFileNameW(module, buffer.data(), static_cast<DWORD>(buffer.size()));
+    return std::u16string(buffer.data(), n);
+}
+
+HMODULE module_containing(const void* address) {
+    Dl_info info{};
+    return dladdr(address, &info) ? static_cast<HMODULE>(info.dli_fbase) : nullptr;
+}
+
+TEST(ModuleFileName, NullModuleIsTheExecutable) {
+    const std::u16string expected = widen(self_exe());
+    ASSERT_FALSE(expected.empty());
+    EXPECT_EQ(module_file_name(nullptr), expected);
+    const HMODULE executable = GetModuleHandleW(nullptr);
+    ASSERT_NE(executable, nullptr);
+    EXPECT_EQ(module_file_name(executable), expected);
+    EXPECT_EQ(GetModuleHandleW(expected.c_str()), executable);
+}
+
+TEST(ModuleFileName, LibraryObjectsLinkedInBelongToTheExecutable) {
+    // The suites link the library's objects, so its module is the test's.
+    const HMODULE library = qz::posix::library_module();
+    ASSERT_NE(library, nullptr);
+    EXPECT_EQ(library, GetModuleHandleW(nullptr));
+    EXPECT_EQ(library, module_containing(reinterpret_cast<const void*>(&GlobalAlloc)));
+    EXPECT_EQ(module_file_name(library), widen(self_exe()));
+}
+
+TEST(ModuleFileName, SharedLibrariesAreFoundByNameAndBase) {
+    const HMODULE libc = module_containing(reinterpret_cast<const void*>(&gnu_get_libc_version));
+    ASSERT_NE(libc, nullptr);
+    EXPECT_EQ(GetModuleHandleW(u"libc.so.6"), libc);
+    const std::u16string path = module_file_name(libc);
+    ASSERT_GT(path.size(), 10u);
+    EXPECT_EQ(path.substr(path.size() - 10), u"/libc.so.6");
+    EXPECT_EQ(path[0], u'/');
+    EXPECT_EQ(GetModuleHandleW(path.c_str()), libc);
+}
+
+TEST(ModuleFileName, TheSharedLibraryReportsItsOwnPath) {
+    // Load the built library under a name with a non-ASCII letter, so the
+    // name travels through the UTF-8 conversion both ways.
+    std::string exe = self_exe();
+    const std::string library = exe.substr(0, exe.rfind('/')) + "/../libqzkernel.so";
+    if (access(library.c_str(), R_OK) != 0) GTEST_SKIP() << "no shared library at " << library;
+    qz::testing::ScratchDir dir;
+    const std::string link = dir.native(
+        "qz-m\xC3\xB3"
+        "dulo.so");
+    ASSERT_EQ(symlink(library.c_str(), link.c_str()), 0);
+    void* loaded = dlopen(link.c_str(), RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(loaded, nullptr) << dlerror();
+    const HMODULE module = module_containing(dlsym(loaded, "QzKernel_GetVersion"));
+    ASSERT_NE(module, nullptr);
+    EXPECT_NE(module, GetModuleHandleW(nullptr));
+    EXPECT_EQ(module_file_name(module), dir.wide("qz-m\xC3\xB3"
+                                                 "dulo.so"));
+    EXPECT_EQ(GetModuleHandleW(u"qz-m\u00F3dulo.so"), module);
+    dlclose(loaded);
+}
+
+TEST(ModuleFileName, ShortBuffersTruncateWithATerminator) {
+    const std::u16string full = module_file_name(nullptr);
+    const DWORD length = static_cast<DWORD>(full.size());
+    for (DWORD size : {1u, 2u, 5u, length, length + 1, length + 40}) {
+        SCOPED_TRACE(size);
+        std::vector<WCHAR> buffer(size + 1, u'#');
+        SetLastError(0);
+        const DWORD n = GetModuleFileNameW(nullptr, buffer.data(), size);
+        if (size > length) {
+            EXPECT_EQ(n, length);
+            EXPECT_EQ(GetLastError(), 0u);
+            EXPECT_EQ(std::u16string(buffer.data()), full);
+        } else {
+            EXPECT_EQ(n, size);
+            EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
+            EXPECT_EQ(buffer[size - 1], 0);
+            EXPECT_EQ(std::u16string(buffer.data()), full.substr(0, size - 1));
+        }
+        EXPECT_EQ(buffer[size], u'#');  // nothing written past the buffer
+    }
+    WCHAR unused = u'#';
+    EXPECT_EQ(GetModuleFileNameW(nullptr, &unused, 0), 0u);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
+    EXPECT_EQ(unused, u'#');
+}
+
+TEST(ModuleFileName, UnknownModulesAreNotFound) {
+    int on_stack = 0;
+    const auto inside =
+        reinterpret_cast<HMODULE>(reinterpret_cast<char*>(GetModuleHandleW(nullptr)) + 4096);
+    for (HMODULE unknown : {reinterpret_cast<HMODULE>(&on_stack), inside}) {
+        WCHAR buffer[64] = {};
+        SetLastError(0);
+        EXPECT_EQ(GetModuleFileNameW(unknown, buffer, 64), 0u);
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_MOD_NOT_FOUND));
+    }
+    for (const char16_t* name : {u"no-such-module.so", u"/lib/no-such-module.so", u"libc.so"}) {
+        SetLastError(0);
+        EXPECT_EQ(GetModuleHandleW(name), nullptr);
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_MOD_NOT_FOUND));
+    }
+}
+
+}  // namespace

@@ -1,0 +1,264 @@
+// Critical sections, events and waits, interlocked operations, ticks.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "platform/win32api.h"
+
+namespace {
+
+// Closes an event when the test leaves.
+struct Event {
+    explicit Event(bool manual, bool initial = false)
+        : handle(CreateEventW(nullptr, manual, initial, nullptr)) {}
+    ~Event() { CloseHandle(handle); }
+    HANDLE handle;
+};
+
+struct CriticalSection {
+    CriticalSection() { InitializeCriticalSection(&section); }
+    ~CriticalSection() { DeleteCriticalSection(&section); }
+    CRITICAL_SECTION section;
+};
+
+TEST(CriticalSection, IsRecursiveAndExcludesOtherThreads) {
+    CriticalSection cs;
+    EnterCriticalSection(&cs.section);
+    EXPECT_TRUE(TryEnterCriticalSection(&cs.section));  // the owner enters again
+    bool other_entered = true;
+    std::thread([&] { other_entered = TryEnterCriticalSection(&cs.section) != FALSE; }).join();
+    EXPECT_FALSE(other_entered);
+    LeaveCriticalSection(&cs.section);
+    std::thread([&] { other_entered = TryEnterCriticalSection(&cs.section) != FALSE; }).join();
+    EXPECT_FALSE(other_entered);  // still held once
+    LeaveCriticalSection(&cs.section);
+    std::thread([&] {
+        other_entered = TryEnterCriticalSection(&cs.section) != FALSE;
+        if (other_entered) LeaveCriticalSection(&cs.section);
+    }).join();
+    EXPECT_TRUE(other_entered);
+}
+
+TEST(CriticalSection, SerialisesUpdatesFromManyThreads) {
+    CriticalSection cs;
+    long counter = 0;  // deliberately not atomic
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 50000; ++i) {
+                EnterCriticalSection(&cs.section);
+                EnterCriticalSection(&cs.section);
+                counter = counter + 1;
+                LeaveCriticalSection(&cs.section);
+                LeaveCriticalSection(&cs.section);
+            }
+        });
+    }
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(counter, 200000);
+}
+
+TEST(Event, InitialStateAndManualResetStaysSignalled) {
+    Event manual(true, true);
+    EXPECT_EQ(WaitForSingleObject(manual.handle, 0), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(manual.handle, 0), WAIT_OBJECT_0);
+    EXPECT_TRUE(ResetEvent(manual.handle));
+    EXPECT_EQ(WaitForSingleObject(manual.handle, 0), WAIT_TIMEOUT);
+
+    Event automatic(false, true);
+    EXPECT_EQ(WaitForSingleObjectEx(automatic.handle, 0, TRUE), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(automatic.handle, 0), WAIT_TIMEOUT);  // consumed
+}
+
+TEST(Event, AnotherThreadWakesTheWaiter) {
+    Event event(false);
+    const ULONGLONG start = GetTickCount64();
+    std::thread setter([&] {
+        Sleep(50);
+        SetEvent(event.handle);
+    });
+    EXPECT_EQ(WaitForSingleObject(event.handle, 10000), WAIT_OBJECT_0);
+    const ULONGLONG waited = GetTickCount64() - start;
+    setter.join();
+    EXPECT_GE(waited, 40u);
+    EXPECT_LT(waited, 5000u);
+}
+
+TEST(Event, TimeOutsLastRoughlyTheTimeAsked) {
+    Event event(true);
+    for (DWORD ms : {0u, 30u, 120u}) {
+        const ULONGLONG start = GetTickCount64();
+        EXPECT_EQ(WaitForSingleObject(event.handle, ms), WAIT_TIMEOUT);
+        const ULONGLONG waited = GetTickCount64() - start;
+        EXPECT_GE(waited + 2, ms);  // tick granularity
+        EXPECT_LT(waited, ms + 1000u);
+    }
+}
+
+TEST(Event, AutoResetReleasesExactlyOneWaiterPerSet) {
+    Event event(false);
+    std::atomic<int> woken{0};
+    std::vector<std::thread> waiters;
+    for (int i = 0; i < 4; ++i) {
+        waiters.emplace_back([&] {
+            if (WaitForSingleObject(event.handle, 10000) == WAIT_OBJECT_0) ++woken;
+        });
+    }
+    Sleep(50);  // let the waiters block
+    SetEvent(event.handle);
+    Sleep(100);
+    EXPECT_EQ(woken.load(), 1);
+    EXPECT_EQ(WaitForSingleObject(event.handle, 0), WAIT_TIMEOUT);
+    for (int i = 0; i < 3; ++i) {
+        SetEvent(event.handle);
+        Sleep(20);
+    }
+    for (auto& t : waiters) t.join();
+    EXPECT_EQ(woken.load(), 4);
+}
+
+TEST(Event, ManualResetReleasesEveryWaiter) {
+    Event event(true);
+    std::atomic<int> woken{0};
+    std::vector<std::thread> waiters;
+    for (int i = 0; i < 4; ++i) {
+        waiters.emplace_back([&] {
+            if (WaitForSingleObject(event.handle, 10000) == WAIT_OBJECT_0) ++woken;
+        });
+    }
+    Sleep(20);
+    SetEvent(event.handle);
+    for (auto& t : waiters) t.join();
+    EXPECT_EQ(woken.load(), 4);
+}
+
+TEST(WaitForMultiple, AnyReturnsTheFirstSignalledIndex) {
+    Event a(false), b(false), c(true);
+    HANDLE handles[] = {a.handle, b.handle, c.handle};
+    EXPECT_EQ(WaitForMultipleObjects(3, handles, FALSE, 0), WAIT_TIMEOUT);
+    SetEvent(c.handle);
+    SetEvent(b.handle);
+    EXPECT_EQ(WaitForMultipleObjects(3, handles, FALSE, 0), WAIT_OBJECT_0 + 1);
+    // b was auto-reset and is consumed; c is manual and stays.
+    EXPECT_EQ(WaitForMultipleObjects(3, handles, FALSE, 0), WAIT_OBJECT_0 + 2);
+    EXPECT_EQ(WaitForMultipleObjects(3, handles, FALSE, 0), WAIT_OBJECT_0 + 2);
+
+    std::thread setter([&] {
+        Sleep(30);
+        SetEvent(a.handle);
+    });
+    EXPECT_EQ(WaitForMultipleObjects(2, handles, FALSE, 10000), WAIT_OBJECT_0);
+    setter.join();
+}
+
+TEST(WaitForMultiple, AllWaitsForEveryEventAndConsumesThemTogether) {
+    Event a(false, true), b(false), m(true, true);
+    HANDLE handles[] = {a.handle, b.handle, m.handle};
+    // Not all signalled: nothing is consumed.
+    EXPECT_EQ(WaitForMultipleObjects(3, handles, TRUE, 20), WAIT_TIMEOUT);
+    EXPECT_EQ(WaitForSingleObject(a.handle, 0), WAIT_OBJECT_0);
+    SetEvent(a.handle);
+
+    std::thread setter([&] {
+        Sleep(30);
+        SetEvent(b.handle);
+    });
+    EXPECT_EQ(WaitForMultipleObjects(3, handles, TRUE, 10000), WAIT_OBJECT_0);
+    setter.join();
+    EXPECT_EQ(WaitForSingleObject(a.handle, 0), WAIT_TIMEOUT);
+    EXPECT_EQ(WaitForSingleObject(b.handle, 0), WAIT_TIMEOUT);
+    EXPECT_EQ(WaitForSingleObject(m.handle, 0), WAIT_OBJECT_0);
+}
+
+TEST(WaitForMultiple, BadArgumentsFail) {
+    Event a(true, true);
+    HANDLE closed = CreateEventW(nullptr, TRUE, TRUE, nullptr);
+    CloseHandle(closed);
+    HANDLE many[MAXIMUM_WAIT_OBJECTS + 1];
+    for (HANDLE& h : many) h = a.handle;
+    HANDLE with_closed[] = {a.handle, closed};
+    HANDLE twice[] = {a.handle, a.handle};
+    struct Case {
+        DWORD count;
+        const HANDLE* handles;
+        BOOL all;
+        DWORD error;
+    } cases[] = {
+        {0, many, FALSE, ERROR_INVALID_PARAMETER},
+        {MAXIMUM_WAIT_OBJECTS + 1, many, FALSE, ERROR_INVALID_PARAMETER},
+        {2, nullptr, FALSE, ERROR_INVALID_PARAMETER},
+        {2, with_closed, FALSE, ERROR_INVALID_HANDLE},
+        {2, twice, TRUE, ERROR_INVALID_PARAMETER},
+    };
+    for (const Case& c : cases) {
+        SetLastError(0);
+        EXPECT_EQ(WaitForMultipleObjects(c.count, c.handles, c.all, 0), WAIT_FAILED);
+        EXPECT_EQ(GetLastError(), c.error);
+    }
+    EXPECT_EQ(WaitForMultipleObjects(MAXIMUM_WAIT_OBJECTS, many, FALSE, 0), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(closed, 0), WAIT_FAILED);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_FALSE(SetEvent(closed));
+    EXPECT_FALSE(ResetEvent(INVALID_HANDLE_VALUE));
+    EXPECT_EQ(CreateEventW(nullptr, TRUE, TRUE, QZTEXT("shared")), nullptr);
+}
+
+TEST(Interlocked, OperationsReturnTheWin32Values) {
+    LONG value = 5;
+    EXPECT_EQ(InterlockedIncrement(&value), 6);
+    EXPECT_EQ(InterlockedDecrement(&value), 5);
+    EXPECT_EQ(InterlockedExchange(&value, -1), 5);
+    EXPECT_EQ(InterlockedCompareExchange(&value, 7, 0), -1);  // no match: unchanged
+    EXPECT_EQ(value, -1);
+    EXPECT_EQ(InterlockedCompareExchange(&value, 7, -1), -1);
+    EXPECT_EQ(value, 7);
+    LONG_PTR word = 1;
+    EXPECT_EQ(InterlockedExchangeLongPtr(&word, LONG_PTR{1} << 40), 1);
+    EXPECT_EQ(word, LONG_PTR{1} << 40);
+    PVOID pointer = nullptr;
+    EXPECT_EQ(InterlockedExchangePointer(&pointer, &value), nullptr);
+    EXPECT_EQ(pointer, &value);
+}
+
+TEST(Interlocked, CountsFromManyThreadsAreExact) {
+    LONG counter = 0;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 100000; ++i) {
+                InterlockedIncrement(&counter);
+                InterlockedIncrement(&counter);
+                InterlockedDecrement(&counter);
+            }
+        });
+    }
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(counter, 400000);
+}
+
+TEST(Threads, IdsDifferBetweenThreadsAndTicksAdvance) {
+    const DWORD main_id = GetCurrentThreadId();
+    EXPECT_EQ(GetCurrentThreadId(), main_id);
+    DWORD other_id = main_id;
+    std::thread([&] { other_id = GetCurrentThreadId(); }).join();
+    EXPECT_NE(other_id, main_id);
+    EXPECT_NE(GetCurrentProcessId(), 0u);
+
+    const ULONGLONG start = GetTickCount64();
+    const DWORD start32 = GetTickCount();
+    Sleep(25);
+    EXPECT_EQ(SleepEx(5, TRUE), 0u);
+    EXPECT_GE(GetTickCount64() - start, 29u);
+    EXPECT_GE(static_cast<DWORD>(GetTickCount() - start32), 29u);
+}
+
+TEST(ErrorMode, SetReturnsThePreviousMode) {
+    const UINT original = SetErrorMode(SEM_FAILCRITICALERRORS);
+    EXPECT_EQ(SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX),
+              static_cast<UINT>(SEM_FAILCRITICALERRORS));
+    EXPECT_EQ(SetErrorMode(original), SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
+}
+
+}  // namespace
