@@ -16,12 +16,16 @@
  *
  * 1. A source: any type with these four members (see ChunkSource below).
  *
- *        bool read(void* buffer, uint32_t count);   // true only when all
- *                                                   // `count` bytes arrived
- *        bool skip(int64_t delta);                  // relative move; a
- *                                                   // memory source clamps
- *        bool tell(uint32_t* position);             // where the next read is
- *        bool seek_to(uint32_t position);           // absolute move back
+ *        bool read(void* buffer, DWORD count);   // true only when all
+ *                                                // `count` bytes arrived
+ *        bool skip(int64_t delta);               // relative move; a
+ *                                                // memory source clamps
+ *        bool tell(DWORD* position);             // where the next read is
+ *        bool seek_to(DWORD position);           // absolute move back
+ *
+ *    Counts, sizes and positions are DWORD, the type of the exported
+ *    functions' arguments: on 32-bit Windows DWORD is `unsigned long`, not
+ *    uint32_t, and the callers' pointers must pass straight through.
  *
  *    A source may copy a shorter read and still answer false; the walk
  *    then reports QZE_FILE_READ. A failed skip is reported the same way,
@@ -39,7 +43,7 @@
  *
  *        struct IffLayout {
  *            static constexpr ByteOrder order = ByteOrder::Big;
- *            static constexpr uint32_t list_id = fourcc_be("LIST");
+ *            static constexpr DWORD list_id = fourcc_be("LIST");
  *            static constexpr bool clamp_budget = false;
  *        };
  *
@@ -69,11 +73,11 @@
 
 namespace qz::chunks {
 
-inline constexpr uint32_t kChunkHeaderBytes = 8;
-inline constexpr uint32_t kListTypeBytes = 4;
+inline constexpr DWORD kChunkHeaderBytes = 8;
+inline constexpr DWORD kListTypeBytes = 4;
 
 template <class S>
-concept ChunkSource = requires(S& s, void* buffer, uint32_t count, int64_t delta, uint32_t* at) {
+concept ChunkSource = requires(S& s, void* buffer, DWORD count, int64_t delta, DWORD* at) {
     { s.read(buffer, count) } -> std::same_as<bool>;
     { s.skip(delta) } -> std::same_as<bool>;
     { s.tell(at) } -> std::same_as<bool>;
@@ -82,27 +86,27 @@ concept ChunkSource = requires(S& s, void* buffer, uint32_t count, int64_t delta
 
 struct RiffLayout {
     static constexpr ByteOrder order = ByteOrder::Little;
-    static constexpr uint32_t list_id = fourcc("LIST");
+    static constexpr DWORD list_id = fourcc("LIST");
     static constexpr bool clamp_budget = true;
 };
 
 /* A body's length on disk: odd sizes carry one pad byte, so 0xFFFFFFFF
    takes 2^32 bytes and the sum needs 64 bits. */
-constexpr uint64_t padded(uint32_t size) {
+constexpr uint64_t padded(DWORD size) {
     return uint64_t(size) + (size & 1u);
 }
 
 /* remaining - amount, clamped at 0 or wrapped modulo 2^32 as the layout says. */
 template <class Layout>
-constexpr uint32_t spend(uint32_t remaining, int64_t amount) {
+constexpr DWORD spend(DWORD remaining, int64_t amount) {
     const int64_t left = int64_t(remaining) - amount;
     if (Layout::clamp_budget && left < 0) return 0;
-    return uint32_t(uint64_t(left));
+    return DWORD(uint64_t(left));
 }
 
 /* One 32-bit field in the layout's byte order. */
 template <class Layout, ChunkSource S>
-bool read_word(S& source, uint32_t* value) {
+bool read_word(S& source, DWORD* value) {
     unsigned char bytes[4];
     if (!source.read(bytes, sizeof bytes)) return false;
     *value = load32(bytes, Layout::order);
@@ -115,9 +119,9 @@ bool read_word(S& source, uint32_t* value) {
  * only when both fields arrived.
  */
 template <class Layout, ChunkSource S>
-HRESULT read_header(S& source, uint32_t* id, uint32_t* size) {
-    uint32_t header_id = 0;
-    uint32_t header_size = 0;
+HRESULT read_header(S& source, DWORD* id, DWORD* size) {
+    DWORD header_id = 0;
+    DWORD header_size = 0;
     if (!read_word<Layout>(source, &header_id)) return QZE_FILE_READ;
     if (!read_word<Layout>(source, &header_size)) return QZE_FILE_READ;
     *id = header_id;
@@ -136,15 +140,15 @@ HRESULT read_header(S& source, uint32_t* id, uint32_t* size) {
  * failed skip (the caller's count is then left as it was).
  */
 template <class Layout, ChunkSource S>
-HRESULT find_chunk(S& source, uint32_t id, uint32_t* size, uint32_t* remaining) {
-    uint32_t left = remaining ? *remaining : 0;
+HRESULT find_chunk(S& source, DWORD id, DWORD* size, DWORD* remaining) {
+    DWORD left = remaining ? *remaining : 0;
     for (;;) {
         if (remaining && left < kChunkHeaderBytes) {
             *remaining = left;
             return QZE_NOT_FOUND;
         }
-        uint32_t chunk_id = 0;
-        uint32_t chunk_size = 0;
+        DWORD chunk_id = 0;
+        DWORD chunk_size = 0;
         if (FAILED(read_header<Layout>(source, &chunk_id, &chunk_size))) return QZE_FILE_READ;
         if (chunk_id == id) {
             if (size) *size = chunk_size;
@@ -169,13 +173,13 @@ HRESULT find_chunk(S& source, uint32_t id, uint32_t* size, uint32_t* remaining) 
  * the chunk search runs out; QZE_FILE_READ on a short read or failed skip.
  */
 template <class Layout, ChunkSource S>
-HRESULT find_list(S& source, uint32_t list_type, uint32_t* size, uint32_t* remaining) {
-    uint32_t list_size = 0;
+HRESULT find_list(S& source, DWORD list_type, DWORD* size, DWORD* remaining) {
+    DWORD list_size = 0;
     HRESULT hr = find_chunk<Layout>(source, Layout::list_id, &list_size, remaining);
     if (FAILED(hr)) return hr;
     for (;;) {
         if (remaining && *remaining < kListTypeBytes) return QZE_NOT_FOUND;
-        uint32_t type = 0;
+        DWORD type = 0;
         if (!read_word<Layout>(source, &type)) return QZE_FILE_READ;
         if (remaining) *remaining -= kListTypeBytes;
         if (type == list_type) {
@@ -201,14 +205,14 @@ HRESULT find_list(S& source, uint32_t list_type, uint32_t* size, uint32_t* remai
  * then runs on to a short read).
  */
 template <class Layout, ChunkSource S>
-HRESULT pass_entry(S& source, uint32_t* remaining) {
+HRESULT pass_entry(S& source, DWORD* remaining) {
     if (remaining) *remaining -= kChunkHeaderBytes;
-    uint32_t id = 0;
-    uint32_t size = 0;
+    DWORD id = 0;
+    DWORD size = 0;
     if (FAILED(read_header<Layout>(source, &id, &size))) return QZE_FILE_READ;
     const uint64_t body = padded(size);
     if (!source.skip(int64_t(body))) return QZE_FILE_READ;
-    if (remaining) *remaining -= uint32_t(body);
+    if (remaining) *remaining -= DWORD(body);
     return S_OK;
 }
 
@@ -219,9 +223,9 @@ HRESULT pass_entry(S& source, uint32_t* remaining) {
  * consumed in place although the position is restored.
  */
 template <class Layout, ChunkSource S>
-HRESULT count_entries(S& source, uint32_t* count, uint32_t* remaining) {
+HRESULT count_entries(S& source, DWORD* count, DWORD* remaining) {
     *count = 0;
-    uint32_t start = 0;
+    DWORD start = 0;
     if (!source.tell(&start)) return QZE_FILE_READ;
     HRESULT hr = S_OK;
     while (!remaining || *remaining >= kChunkHeaderBytes) {
@@ -240,9 +244,9 @@ HRESULT count_entries(S& source, uint32_t* count, uint32_t* remaining) {
  * just past the last entry is reached only while 8 bytes are still left.
  */
 template <class Layout, ChunkSource S>
-HRESULT seek_entry(S& source, uint32_t index, uint32_t* remaining) {
+HRESULT seek_entry(S& source, DWORD index, DWORD* remaining) {
     if (index == 0) return S_OK;
-    for (uint32_t passed = 0;; ++passed) {
+    for (DWORD passed = 0;; ++passed) {
         if (remaining && *remaining < kChunkHeaderBytes) return QZE_NOT_FOUND;
         if (passed == index) return S_OK;
         const HRESULT hr = pass_entry<Layout>(source, remaining);

@@ -6,7 +6,7 @@ using namespace qz::riff;
 
 namespace {
 
-constexpr uint32_t kCddaRecordBytes = 24;
+constexpr DWORD kCddaRecordBytes = 24;
 /* Frames (1/75 second) per second of CD audio. */
 constexpr DWORD kFramesPerSecond = 75;
 
@@ -31,13 +31,13 @@ void decode_cdda(const unsigned char* b, QZRIFFCDDA* record) {
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_ReadRIFFCDDA(HANDLE file, QZRIFFCDDA* record) {
     if (!record) return E_INVALIDARG;
     FileSource source(file);
-    uint32_t riff_size = 0;
-    uint32_t form = 0;
+    DWORD riff_size = 0;
+    DWORD form = 0;
     HRESULT hr = read_file_header(source, &riff_size, &form);
     if (FAILED(hr)) return hr;
     if (form != kCddaForm) return QZE_CORRUPT_OR_UNKNOWN;
-    uint32_t left = riff_size - 4;
-    uint32_t size = 0;
+    DWORD left = riff_size - 4;
+    DWORD size = 0;
     hr = qz::chunks::find_chunk<qz::chunks::RiffLayout>(source, kFmtId, &size, &left);
     if (FAILED(hr)) return hr;
     if (size != kCddaRecordBytes) return QZE_UNSUPPORTED_VERSION;

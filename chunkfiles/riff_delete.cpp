@@ -11,7 +11,7 @@ namespace {
  * The tail moves through this one stack buffer whatever the file size, so
  * deleting from a file of any length costs the same memory.
  */
-constexpr uint32_t kMoveBlockBytes = 4096;
+constexpr DWORD kMoveBlockBytes = 4096;
 
 struct Span {
     uint64_t start = 0;
@@ -25,17 +25,16 @@ struct Span {
  * last chunk that lacks only its pad byte is removed up to the end of the
  * file.
  */
-HRESULT locate(FileSource& file, uint32_t id_or_type, bool is_list, Span* span) {
-    uint32_t left = 0;
-    uint32_t form = 0;
+HRESULT locate(FileSource& file, DWORD id_or_type, bool is_list, Span* span) {
+    DWORD left = 0;
+    DWORD form = 0;
     HRESULT hr = rewind_to_top_level(file, &left, &form);
     if (FAILED(hr)) return hr;
-    uint32_t size = 0;
+    DWORD size = 0;
     hr = is_list ? qz::chunks::find_list<RiffLayout>(file, id_or_type, &size, &left)
                  : qz::chunks::find_chunk<RiffLayout>(file, id_or_type, &size, &left);
     if (FAILED(hr)) return hr;
-    const uint32_t header =
-        qz::chunks::kChunkHeaderBytes + (is_list ? qz::chunks::kListTypeBytes : 0);
+    const DWORD header = qz::chunks::kChunkHeaderBytes + (is_list ? qz::chunks::kListTypeBytes : 0);
     uint64_t body_start = 0;
     uint64_t file_length = 0;
     if (!file.tell(&body_start) || !file.length(&file_length)) return QZE_FILE_READ;
@@ -55,7 +54,7 @@ HRESULT move_tail(FileSource& file, const Span& span, uint64_t* end) {
     unsigned char block[kMoveBlockBytes];
     uint64_t read_at = span.start + span.length;
     uint64_t write_at = span.start;
-    uint32_t got = 0;
+    DWORD got = 0;
     if (!file.seek_to(read_at) || !file.read_some(block, sizeof block, &got)) return QZE_FILE_READ;
     for (;;) {
         read_at += got;

@@ -21,37 +21,37 @@
 
 namespace qz::riff {
 
-inline constexpr uint32_t kRiffId = fourcc("RIFF");
-inline constexpr uint32_t kListId = fourcc("LIST");
-inline constexpr uint32_t kCddaForm = fourcc("CDDA");
-inline constexpr uint32_t kFmtId = fourcc("fmt ");
+inline constexpr DWORD kRiffId = fourcc("RIFF");
+inline constexpr DWORD kListId = fourcc("LIST");
+inline constexpr DWORD kCddaForm = fourcc("CDDA");
+inline constexpr DWORD kFmtId = fourcc("fmt ");
 /* "RIFF", size, form type. */
-inline constexpr uint32_t kFileHeaderBytes = 12;
+inline constexpr DWORD kFileHeaderBytes = 12;
 /* The RIFF size field sits after the id. */
-inline constexpr uint32_t kRiffSizeOffset = 4;
+inline constexpr DWORD kRiffSizeOffset = 4;
 
 class FileSource {
 public:
     explicit FileSource(HANDLE file) : file_(file) {}
 
     /* True only when all `count` bytes arrived. */
-    bool read(void* buffer, uint32_t count) {
+    bool read(void* buffer, DWORD count) {
         DWORD got = 0;
         return ReadFile(file_, buffer, count, &got, nullptr) && got == count;
     }
     /* Reads up to `count` bytes; false only when the call itself fails. */
-    bool read_some(void* buffer, uint32_t count, uint32_t* got) {
+    bool read_some(void* buffer, DWORD count, DWORD* got) {
         DWORD n = 0;
         const BOOL ok = ReadFile(file_, buffer, count, &n, nullptr);
         *got = n;
         return ok != FALSE;
     }
-    bool write(const void* buffer, uint32_t count) {
+    bool write(const void* buffer, DWORD count) {
         DWORD put = 0;
         return WriteFile(file_, buffer, count, &put, nullptr) && put == count;
     }
-    bool read_u32(uint32_t* value) { return chunks::read_word<chunks::RiffLayout>(*this, value); }
-    bool write_u32(uint32_t value) {
+    bool read_u32(DWORD* value) { return chunks::read_word<chunks::RiffLayout>(*this, value); }
+    bool write_u32(DWORD value) {
         unsigned char bytes[4];
         store_le32(bytes, value);
         return write(bytes, sizeof bytes);
@@ -59,7 +59,7 @@ public:
 
     bool skip(int64_t delta) { return move(delta, FILE_CURRENT); }
     bool seek_to(uint64_t position) { return move(int64_t(position), FILE_BEGIN); }
-    bool seek_to(uint32_t position) { return seek_to(uint64_t(position)); }
+    bool seek_to(DWORD position) { return seek_to(uint64_t(position)); }
     bool tell(uint64_t* position) {
         LARGE_INTEGER zero{};
         LARGE_INTEGER at{};
@@ -68,10 +68,10 @@ public:
         return true;
     }
     /* The position's low 32 bits: this family's offsets are 32-bit. */
-    bool tell(uint32_t* position) {
+    bool tell(DWORD* position) {
         uint64_t at = 0;
         if (!tell(&at)) return false;
-        *position = uint32_t(at);
+        *position = DWORD(at);
         return true;
     }
     bool truncate_here() { return SetEndOfFile(file_) != FALSE; }
@@ -101,10 +101,10 @@ static_assert(chunks::ChunkSource<FileSource>);
  * 4-byte read each. QZE_FILE_READ when short, QZE_NO_RIFF_HEADER when the
  * id is not "RIFF"; *riff_size is the size field as stored.
  */
-HRESULT read_file_header(FileSource& file, uint32_t* riff_size, uint32_t* form_type);
+HRESULT read_file_header(FileSource& file, DWORD* riff_size, DWORD* form_type);
 
 /* Rewinds and reads the file header; *remaining is the top-level budget. */
-HRESULT rewind_to_top_level(FileSource& file, uint32_t* remaining, uint32_t* form_type);
+HRESULT rewind_to_top_level(FileSource& file, DWORD* remaining, DWORD* form_type);
 
 }  // namespace qz::riff
 

@@ -4,16 +4,14 @@
 
 namespace qz::riff {
 
-using chunks::RiffLayout;
-
-HRESULT read_file_header(FileSource& file, uint32_t* riff_size, uint32_t* form_type) {
-    uint32_t id = 0;
+HRESULT read_file_header(FileSource& file, DWORD* riff_size, DWORD* form_type) {
+    DWORD id = 0;
     if (!file.read_u32(&id)) return QZE_FILE_READ;
     // Checked before the other fields are read, so a short file that is
     // not RIFF is still told apart from one that is cut short.
     if (id != kRiffId) return QZE_NO_RIFF_HEADER;
-    uint32_t size = 0;
-    uint32_t form = 0;
+    DWORD size = 0;
+    DWORD form = 0;
     if (!file.read_u32(&size)) return QZE_FILE_READ;
     if (!file.read_u32(&form)) return QZE_FILE_READ;
     *riff_size = size;
@@ -21,9 +19,9 @@ HRESULT read_file_header(FileSource& file, uint32_t* riff_size, uint32_t* form_t
     return S_OK;
 }
 
-HRESULT rewind_to_top_level(FileSource& file, uint32_t* remaining, uint32_t* form_type) {
+HRESULT rewind_to_top_level(FileSource& file, DWORD* remaining, DWORD* form_type) {
     if (!file.seek_to(uint64_t(0))) return QZE_FILE_READ;
-    uint32_t riff_size = 0;
+    DWORD riff_size = 0;
     const HRESULT hr = read_file_header(file, &riff_size, form_type);
     if (FAILED(hr)) return hr;
     // The size counts the form type; the walk's budget starts after it.
@@ -44,8 +42,8 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_ValidateChunkHeader(DWORD /*id*/, LON
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_ReadChunkHeader(HANDLE file, DWORD* id, DWORD* size) {
     FileSource source(file);
-    uint32_t chunk_id = 0;
-    uint32_t chunk_size = 0;
+    DWORD chunk_id = 0;
+    DWORD chunk_size = 0;
     const HRESULT hr = qz::chunks::read_header<RiffLayout>(source, &chunk_id, &chunk_size);
     if (FAILED(hr)) return hr;
     if (id) *id = chunk_id;
@@ -56,12 +54,12 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_ReadChunkHeader(HANDLE file, DWORD* i
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_ReadListHeader(HANDLE file, DWORD* list_type,
                                                           DWORD* size) {
     FileSource source(file);
-    uint32_t id = 0;
-    uint32_t list_size = 0;
+    DWORD id = 0;
+    DWORD list_size = 0;
     const HRESULT hr = qz::chunks::read_header<RiffLayout>(source, &id, &list_size);
     if (FAILED(hr)) return hr;
     if (id != kListId) return QZE_NO_LIST_HEADER;
-    uint32_t type = 0;
+    DWORD type = 0;
     if (!source.read_u32(&type)) return QZE_FILE_READ;
     if (list_type) *list_type = type;
     if (size) *size = list_size - qz::chunks::kListTypeBytes;
@@ -71,8 +69,8 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_ReadListHeader(HANDLE file, DWORD* li
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_ReadFileID(HANDLE file, DWORD* remaining,
                                                       DWORD* form_type) {
     FileSource source(file);
-    uint32_t riff_size = 0;
-    uint32_t form = 0;
+    DWORD riff_size = 0;
+    DWORD form = 0;
     const HRESULT hr = read_file_header(source, &riff_size, &form);
     if (FAILED(hr)) return hr;
     if (remaining) *remaining = riff_size - 4;
@@ -92,7 +90,7 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_SeekDataStart(HANDLE file) {
 }
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_SaveLocation(HANDLE file, DWORD* position) {
-    uint32_t at = 0;
+    DWORD at = 0;
     FileSource(file).tell(&at);
     if (position) *position = at;
     return S_OK;
@@ -105,8 +103,8 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_RestoreLocation(HANDLE file, DWORD po
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_GetFileSize(HANDLE file, DWORD* size) {
     FileSource source(file);
-    uint32_t remaining = 0;
-    uint32_t form = 0;
+    DWORD remaining = 0;
+    DWORD form = 0;
     const HRESULT hr = rewind_to_top_level(source, &remaining, &form);
     if (FAILED(hr)) return hr;
     // The budget plus the 8 bytes of header in front of it: the RIFF size
@@ -124,8 +122,8 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_FindChunkHeader(HANDLE file, DWORD id
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_FindChunkHeaderInRIFF(HANDLE file, DWORD id, DWORD* size,
                                                                  DWORD* remaining) {
     FileSource source(file);
-    uint32_t left = 0;
-    uint32_t form = 0;
+    DWORD left = 0;
+    DWORD form = 0;
     HRESULT hr = rewind_to_top_level(source, &left, &form);
     if (FAILED(hr)) return hr;
     hr = qz::chunks::find_chunk<RiffLayout>(source, id, size, &left);
@@ -142,8 +140,8 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_FindListChunk(HANDLE file, DWORD list
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_FindListChunkFromStart(HANDLE file, DWORD list_type,
                                                                   DWORD* size) {
     FileSource source(file);
-    uint32_t left = 0;
-    uint32_t form = 0;
+    DWORD left = 0;
+    DWORD form = 0;
     const HRESULT hr = rewind_to_top_level(source, &left, &form);
     if (FAILED(hr)) return hr;
     return qz::chunks::find_list<RiffLayout>(source, list_type, size, &left);

@@ -10,7 +10,7 @@ namespace {
 constexpr int64_t kRiffSizeLimit = 0xFFFFFFF8;
 constexpr uint8_t kPad = 0;
 
-HRESULT write_header(FileSource& file, uint32_t id, uint32_t size) {
+HRESULT write_header(FileSource& file, DWORD id, DWORD size) {
     if (!file.write_u32(id)) return QZE_FILE_WRITE;
     if (!file.write_u32(size)) return QZE_FILE_WRITE;
     return S_OK;
@@ -21,7 +21,7 @@ HRESULT write_header(FileSource& file, uint32_t id, uint32_t size) {
  * that would pass the limit: whatever the caller appended beyond the old
  * RIFF body goes, so the file stays a valid RIFF of its old size.
  */
-HRESULT cut_back(FileSource& file, uint32_t riff_size) {
+HRESULT cut_back(FileSource& file, DWORD riff_size) {
     if (!file.seek_to(uint64_t(riff_size) + 8) || !file.truncate_here()) return QZE_FILE_WRITE;
     return QZE_SIZE_LIMIT;
 }
@@ -75,7 +75,7 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_UpdateRIFFSize(HANDLE file, LONGLONG 
     FileSource sink(file);
     uint64_t position = 0;
     if (!sink.tell(&position)) return QZE_FILE_READ;
-    uint32_t old_size = 0;
+    DWORD old_size = 0;
     if (!sink.seek_to(uint64_t(kRiffSizeOffset)) || !sink.read_u32(&old_size)) {
         sink.seek_to(position);
         return QZE_FILE_READ;
@@ -86,7 +86,7 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_UpdateRIFFSize(HANDLE file, LONGLONG 
         hr = cut_back(sink, old_size);
     } else {
         // A sum below zero is written as its low 32 bits, as it always was.
-        const auto new_size = uint32_t(uint64_t(int64_t(old_size) + delta));
+        const auto new_size = DWORD(uint64_t(int64_t(old_size) + delta));
         if (!sink.seek_to(uint64_t(kRiffSizeOffset)) || !sink.write_u32(new_size))
             hr = QZE_FILE_WRITE;
     }

@@ -17,6 +17,7 @@ int demo_kernel() {
 const DemoSection kDemoSections[] = {
     {"kernel", demo_kernel},
     {"wavinfo", demo_wavinfo},
+    {"riff", demo_riff},
     {"smpte", demo_smpte},
     {nullptr, nullptr},
 };
