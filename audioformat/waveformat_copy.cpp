@@ -134,7 +134,8 @@ QZ_API _qzwaveformat* QZ_STDCALL QzAudio_GeneralCopyQzWaveFormat(_qzwaveformat* 
     std::memset(bytes_of(dst) + copied, 0, capacity - copied);
     dst->size = capacity;
     if (capacity >= kRecordWithExtra) {
-        const DWORD extra_room = std::min(capacity - kRecordWithExtra, QZWAVEFORMAT_MAX_EXTRA);
+        const DWORD extra_room =
+            std::min<DWORD>(capacity - kRecordWithExtra, QZWAVEFORMAT_MAX_EXTRA);
         // Extra bytes are kept whole or not at all.
         if (extra_room < src_extra) dst->extraSize = 0;
     }

@@ -78,7 +78,8 @@ void copy_foreign_extra(_qzwaveformat* rec, const WAVEFORMATEX& wfx) {
         source = reinterpret_cast<const BYTE*>(&wfx) + kWfxeSize;
     }
     if (length == 0 || rec->size < kRecordWithExtra) return;
-    const DWORD count = std::min({length, rec->size - kRecordWithExtra, QZWAVEFORMAT_MAX_EXTRA});
+    const DWORD count =
+        std::min<DWORD>({length, rec->size - kRecordWithExtra, QZWAVEFORMAT_MAX_EXTRA});
     std::memcpy(rec->extra, source, count);
     rec->extraSize = WORD(count);
 }

@@ -32,16 +32,16 @@ void MemorySource::move_to(int64_t to) {
     m_.pCurrent = m_.pBase + clamped;
 }
 
-uint32_t MemorySource::read_some(void* buffer, uint32_t count) {
-    const uint32_t n = std::min<uint32_t>(count, uint32_t(m_.pDataEnd - m_.pCurrent));
+DWORD MemorySource::read_some(void* buffer, DWORD count) {
+    const DWORD n = std::min<DWORD>(count, DWORD(m_.pDataEnd - m_.pCurrent));
     if (n == 0) return 0;
     std::memcpy(buffer, m_.pCurrent, n);
     m_.pCurrent += n;
     return n;
 }
 
-uint32_t MemorySource::write_some(const void* data, uint32_t count) {
-    const uint32_t n = std::min<uint32_t>(count, uint32_t(m_.pCapacityEnd - m_.pCurrent));
+DWORD MemorySource::write_some(const void* data, DWORD count) {
+    const DWORD n = std::min<DWORD>(count, DWORD(m_.pCapacityEnd - m_.pCurrent));
     if (n == 0) return 0;
     // The data may come from the image itself.
     std::memmove(m_.pCurrent, data, n);
@@ -50,7 +50,7 @@ uint32_t MemorySource::write_some(const void* data, uint32_t count) {
     return n;
 }
 
-bool MemorySource::write_u32(uint32_t value) {
+bool MemorySource::write_u32(DWORD value) {
     unsigned char bytes[4];
     store_le32(bytes, value);
     return write(bytes, sizeof bytes);
@@ -111,7 +111,7 @@ QZ_EXTERN_C QZ_API BOOL QZ_STDCALL mriff_ReadFile(_tMRIFF* m, LPVOID buffer, DWO
     if (read) *read = 0;
     if (!m || (!buffer && count)) return FALSE;
     MemorySource image(*m);
-    const uint32_t got = image.read_some(buffer, count);
+    const DWORD got = image.read_some(buffer, count);
     if (read) *read = got;
     return got == count ? TRUE : FALSE;
 }
@@ -121,7 +121,7 @@ QZ_EXTERN_C QZ_API BOOL QZ_STDCALL mriff_WriteFile(_tMRIFF* m, LPCVOID data, DWO
     if (written) *written = 0;
     if (!m || (!data && count)) return FALSE;
     MemorySource image(*m);
-    const uint32_t put = image.write_some(data, count);
+    const DWORD put = image.write_some(data, count);
     if (written) *written = put;
     // A write cut short at the capacity is not a failure of the call: the
     // header writers check the count.
@@ -195,8 +195,8 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL mriff_WriteFileID(_tMRIFF* m, DWORD formTy
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL mriff_ReadChunkHeader(_tMRIFF* m, DWORD* id, DWORD* size) {
     if (!m) return E_POINTER;
     MemorySource image(*m);
-    uint32_t chunk_id = 0;
-    uint32_t chunk_size = 0;
+    DWORD chunk_id = 0;
+    DWORD chunk_size = 0;
     const HRESULT hr = qz::chunks::read_header<RiffLayout>(image, &chunk_id, &chunk_size);
     if (FAILED(hr)) return hr;
     if (id) *id = chunk_id;
@@ -208,12 +208,12 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL mriff_ReadListHeader(_tMRIFF* m, DWORD* li
                                                            DWORD* size) {
     if (!m) return E_POINTER;
     MemorySource image(*m);
-    uint32_t id = 0;
-    uint32_t list_size = 0;
+    DWORD id = 0;
+    DWORD list_size = 0;
     const HRESULT hr = qz::chunks::read_header<RiffLayout>(image, &id, &list_size);
     if (FAILED(hr)) return hr;
     if (id != kListId) return QZE_NO_LIST_HEADER;
-    uint32_t type = 0;
+    DWORD type = 0;
     if (!qz::chunks::read_word<RiffLayout>(image, &type)) return QZE_FILE_READ;
     if (listType) *listType = type;
     if (size) *size = list_size - qz::chunks::kListTypeBytes;
@@ -224,13 +224,13 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL mriff_ReadFileID(_tMRIFF* m, DWORD* remain
                                                        DWORD* formType) {
     if (!m) return E_POINTER;
     MemorySource image(*m);
-    uint32_t id = 0;
-    uint32_t riff_size = 0;
+    DWORD id = 0;
+    DWORD riff_size = 0;
     // The header read's own result is not looked at: an image cut short in
     // its header leaves the id at 0, which is reported as not RIFF.
     qz::chunks::read_header<RiffLayout>(image, &id, &riff_size);
     if (id != kRiffId) return QZE_NO_RIFF_HEADER;
-    uint32_t form = 0;
+    DWORD form = 0;
     if (!qz::chunks::read_word<RiffLayout>(image, &form)) return QZE_FILE_READ;
     // The size counts the form type; the top-level budget starts after it.
     if (remaining) *remaining = riff_size - 4;

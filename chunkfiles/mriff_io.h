@@ -20,43 +20,43 @@
 
 namespace qz::mriff {
 
-inline constexpr uint32_t kRiffId = fourcc("RIFF");
-inline constexpr uint32_t kListId = fourcc("LIST");
-inline constexpr uint32_t kInfoList = fourcc("INFO");
-inline constexpr uint32_t kWaveForm = fourcc("WAVE");
-inline constexpr uint32_t kFmtId = fourcc("fmt ");
-inline constexpr uint32_t kDataId = fourcc("data");
+inline constexpr DWORD kRiffId = fourcc("RIFF");
+inline constexpr DWORD kListId = fourcc("LIST");
+inline constexpr DWORD kInfoList = fourcc("INFO");
+inline constexpr DWORD kWaveForm = fourcc("WAVE");
+inline constexpr DWORD kFmtId = fourcc("fmt ");
+inline constexpr DWORD kDataId = fourcc("data");
 /* "RIFF", size, form type. */
-inline constexpr uint32_t kFileHeaderBytes = 12;
+inline constexpr DWORD kFileHeaderBytes = 12;
 
 class MemorySource {
 public:
     explicit MemorySource(_tMRIFF& cursor);
 
     /* Offsets from the base. */
-    uint32_t offset() const { return uint32_t(m_.pCurrent - m_.pBase); }
-    uint32_t data_size() const { return uint32_t(m_.pDataEnd - m_.pBase); }
+    DWORD offset() const { return DWORD(m_.pCurrent - m_.pBase); }
+    DWORD data_size() const { return DWORD(m_.pDataEnd - m_.pBase); }
     /* The position clamped into 0 .. data size. */
     void move_to(int64_t offset);
 
     /* Copies up to `count` bytes from the position; returns the count copied. */
-    uint32_t read_some(void* buffer, uint32_t count);
+    DWORD read_some(void* buffer, DWORD count);
     /* Copies up to `count` bytes to the position, moving the data end up. */
-    uint32_t write_some(const void* data, uint32_t count);
-    bool write(const void* data, uint32_t count) { return write_some(data, count) == count; }
-    bool write_u32(uint32_t value);
+    DWORD write_some(const void* data, DWORD count);
+    bool write(const void* data, DWORD count) { return write_some(data, count) == count; }
+    bool write_u32(DWORD value);
 
     /* The chunk walk's source interface; moves are clamped and never fail. */
-    bool read(void* buffer, uint32_t count) { return read_some(buffer, count) == count; }
+    bool read(void* buffer, DWORD count) { return read_some(buffer, count) == count; }
     bool skip(int64_t delta) {
         move_to(int64_t(offset()) + delta);
         return true;
     }
-    bool tell(uint32_t* position) {
+    bool tell(DWORD* position) {
         *position = offset();
         return true;
     }
-    bool seek_to(uint32_t position) {
+    bool seek_to(DWORD position) {
         move_to(position);
         return true;
     }

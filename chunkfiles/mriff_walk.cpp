@@ -56,7 +56,7 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL mriff_GetInfoString(_tMRIFF* m, DWORD id, 
                                                           DWORD bufferSize, DWORD* remaining) {
     if (!m) return E_POINTER;
     MemorySource image(*m);
-    const uint32_t start = image.offset();
+    const DWORD start = image.offset();
     DWORD list_left = 0;
     HRESULT hr = qz::chunks::find_list<RiffLayout>(image, kInfoList, &list_left, remaining);
     DWORD text_size = 0;

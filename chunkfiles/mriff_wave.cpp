@@ -96,7 +96,7 @@ HRESULT read_wave_image(LPCVOID base, DWORD size, BYTE* format, DWORD room, Wave
     DWORD format_size = 0;
     hr = mriff_FindChunkHeaderInRIFF(&m, kFmtId, &format_size, &budget);
     if (FAILED(hr)) return hr;
-    const uint32_t format_at = image.offset();
+    const DWORD format_at = image.offset();
 
     image.move_to(0);
     budget = size;
