@@ -10,9 +10,11 @@
 #include "qz/win32compat.h"
 #include "qz/qzkernel.h"
 #include "qz/qzlang.h"
+#include "qz/qzwaveformat.h"
 #include "qz/riff.h"
 #include "qz/qzerror.h"
 #include "qz/qzlog.h"
+#include "qz/mriff.h"
 #include "qz/qzsmpte.h"
 
 #endif

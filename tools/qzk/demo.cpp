@@ -16,6 +16,7 @@ int demo_kernel() {
 
 const DemoSection kDemoSections[] = {
     {"kernel", demo_kernel},
+    {"wavinfo", demo_wavinfo},
     {"riff", demo_riff},
     {"errors", demo_errors},
     {"smpte", demo_smpte},

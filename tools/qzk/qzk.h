@@ -32,6 +32,8 @@ extern const DemoSection kDemoSections[];
 
 int run_version(const Args& args);
 int run_demo(const Args& args);
+int run_wavinfo(const Args& args);
+int demo_wavinfo();
 int run_chunks(const Args& args);
 int run_cda(const Args& args);
 int demo_riff();
