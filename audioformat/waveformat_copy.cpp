@@ -125,10 +125,13 @@ QZ_API _qzwaveformat* QZ_STDCALL QzAudio_GeneralCopyQzWaveFormat(_qzwaveformat* 
     // record would only be cleared.
     const DWORD capacity =
         std::clamp<DWORD>(room == 0 ? kRecordBase : room, kRecordBase, kRecordMax);
-    // The source's bytes: its fixed part, and extraSize with the extra bytes
-    // when it has them.
+    // The source's bytes in use are its size (0 meaning 32), limited to
+    // 32 + extraSize. That limit counts the extraSize field as if it were
+    // not there, so the last two extra bytes are not copied and come out
+    // zeroed; hosts have always seen records copied this way, so it stays.
     const WORD src_extra = record_extra_size(src);
-    const DWORD used = src.size >= kRecordWithExtra ? kRecordWithExtra + src_extra : kRecordBase;
+    const DWORD src_size = src.size == 0 ? kRecordBase : src.size;
+    const DWORD used = std::min<DWORD>(src_size, kRecordBase + src_extra);
     const DWORD copied = std::min(capacity, used);
     if (dst != &src) std::memmove(dst, &src, copied);
     std::memset(bytes_of(dst) + copied, 0, capacity - copied);
