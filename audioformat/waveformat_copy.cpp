@@ -159,8 +159,8 @@ QZ_API WAVEFORMATEX* QZ_STDCALL QzAudio_AllocAndCopyWfx(const _qzwaveformat* rec
     return rec ? QzAudio_AllocAndCopyWfx(*rec, dest) : nullptr;
 }
 
-QZ_API WAVEFORMATEX* QZ_STDCALL QzAudio_AllocAndCopyWfx(const WAVEFORMATEX* wfx,
-                                                        QZWAVEFORMAT_COPY_DEST dest) {
+QZ_EXTERN_C QZ_API WAVEFORMATEX* QZ_STDCALL QzAudio_AllocAndCopyWfx(const WAVEFORMATEX* wfx,
+                                                                    QZWAVEFORMAT_COPY_DEST dest) {
     if (!wfx) return nullptr;
     const bool extensible = wfx->wFormatTag == kTagExtensible;
     const bool keeps_form = dest == QZWFCD_ASSOURCE || (extensible && dest == QZWFCD_EXTENSIBLE) ||

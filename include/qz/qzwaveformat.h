@@ -291,10 +291,11 @@ QZ_API WAVEFORMATEX* QZ_STDCALL QzAudio_AllocAndCopyWfx(const _qzwaveformat* rec
  * A copy of the structure in global memory as above: cloned byte for byte
  * (18 + cbSize bytes) when `dest` keeps its form (ASSOURCE; EXTENSIBLE of
  * an extensible one; ASNEEDED or PLAIN of a plain one), else re-formed
- * through a 128-byte record. Null for a null structure.
+ * through a 128-byte record. Null for a null structure. This form is the
+ * plain (extern "C") export; the record forms above are its C++ overloads.
  */
-QZ_API WAVEFORMATEX* QZ_STDCALL QzAudio_AllocAndCopyWfx(const WAVEFORMATEX* wfx,
-                                                        QZWAVEFORMAT_COPY_DEST dest);
+QZ_EXTERN_C QZ_API WAVEFORMATEX* QZ_STDCALL QzAudio_AllocAndCopyWfx(const WAVEFORMATEX* wfx,
+                                                                    QZWAVEFORMAT_COPY_DEST dest);
 
 /* ---- texts ------------------------------------------------------------------------ */
 
