@@ -2,6 +2,8 @@
 # header. Each line names one export:
 #
 #   Name            a plain extern "C" function (decorated _Name@N on Windows)
+#   Name TYPE       the same, for a name that also has C++ overloads: TYPE is
+#                   the plain function's type, e.g. DWORD(HANDLE, LONG)
 #   cxx Name        a typed free function, exported under its mangled name
 #   class Name      an exported class, exported through its mangled members
 #   posix Name      a function of the POSIX platform layer (not on Windows)
@@ -29,6 +31,8 @@ foreach(_list IN LISTS QZ_EXPORT_LISTS)
             string(APPEND _qz_table "QZ_EXPORT_CXX(${CMAKE_MATCH_1})\n")
         elseif(_line MATCHES "^posix[ \t]+([A-Za-z_0-9]+)$")
             string(APPEND _qz_table "QZ_EXPORT_POSIX(${CMAKE_MATCH_1})\n")
+        elseif(_line MATCHES "^([A-Za-z_][A-Za-z_0-9]*)[ \t]+([^ \t].*\(.*\))$")
+            string(APPEND _qz_table "QZ_EXPORT_TYPED(${CMAKE_MATCH_1}, ${CMAKE_MATCH_2})\n")
         elseif(_line MATCHES "^([A-Za-z_][A-Za-z_0-9]*)$")
             string(APPEND _qz_table "QZ_EXPORT_PLAIN(${CMAKE_MATCH_1})\n")
         else()

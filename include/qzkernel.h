@@ -11,6 +11,11 @@
 #include "qz/qzkernel.h"
 #include "qz/qzlang.h"
 #include "qz/qzlist.h"
+#include "qz/qzwaveformat.h"
+#include "qz/riff.h"
+#include "qz/qzerror.h"
+#include "qz/qzlog.h"
+#include "qz/mriff.h"
 #include "qz/qzsmpte.h"
 
 #endif

@@ -70,6 +70,11 @@ struct Export {
 
 #define QZ_EXPORT_PLAIN(n) \
     {#n, Kind::Plain, Signature<decltype(n)>::variadic, Signature<decltype(n)>::bytes},
+// A plain function whose name also has C++ overloads: the list gives the
+// plain one's type, which picks it from the overload set.
+#define QZ_EXPORT_TYPED(n, ...)                         \
+    {#n, Kind::Plain, Signature<__VA_ARGS__>::variadic, \
+     Signature<__VA_ARGS__>::bytes + 0 * sizeof(static_cast<std::add_pointer_t<__VA_ARGS__>>(&n))},
 #define QZ_EXPORT_CXX(n) {#n, Kind::Cxx, false, 0},
 #define QZ_EXPORT_CLASS(n) {#n, Kind::Class, false, 0},
 #define QZ_EXPORT_POSIX(n) {#n, Kind::Posix, false, 0},

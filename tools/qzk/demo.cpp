@@ -7,6 +7,9 @@ namespace qzk {
 
 const DemoSection kDemoSections[] = {
     {"kernel", demo_kernel},
+    {"wavinfo", demo_wavinfo},
+    {"riff", demo_riff},
+    {"errors", demo_errors},
     {"smpte", demo_smpte},
     {nullptr, nullptr},
 };

@@ -32,10 +32,21 @@ extern const DemoSection kDemoSections[];
 
 int run_version(const Args& args);
 int run_demo(const Args& args);
+int run_wavinfo(const Args& args);
+int demo_wavinfo();
+int run_chunks(const Args& args);
+int run_cda(const Args& args);
+int demo_riff();
+int run_error(const Args& args);
+int demo_errors();
 int run_tc(const Args& args);
 extern const char kTcUsage[];
 int demo_kernel();
 int demo_smpte();
+
+// The library's message text of a code without its leading line breaks
+// ("" when the code has none).
+std::string message_text(HRESULT code);
 
 // ---- helpers shared by the subcommands ----
 

@@ -110,8 +110,13 @@ std::string hex_code(HRESULT code) {
 }
 
 int fail(const char* command, HRESULT code, const std::string& context) {
-    std::fprintf(stderr, "qzk %s: %s%s%s\n", command, context.c_str(), context.empty() ? "" : ": ",
-                 hex_code(code).c_str());
+    const std::string text = message_text(code);
+    const std::string hex = hex_code(code);
+    std::fprintf(stderr, "qzk %s: %s%s", command, context.c_str(), context.empty() ? "" : ": ");
+    if (text.empty())
+        std::fprintf(stderr, "%s\n", hex.c_str());
+    else
+        std::fprintf(stderr, "%s (%s)\n", text.c_str(), hex.c_str());
     return 1;
 }
 

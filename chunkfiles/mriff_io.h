@@ -1,0 +1,72 @@
+/*
+ * mriff_io.h - the memory image as the mriff_ family uses it.
+ *
+ * MemorySource wraps a caller's cursor with the moves the family needs and
+ * is the source the shared chunk walk reads through. Every access goes
+ * through its offsets: a move is clamped into 0 .. data size, a read
+ * copies at most up to the data end, a write at most up to the capacity
+ * end. Before anything else it puts the cursor itself in order (capacity
+ * end not below the base, data end within the capacity, position within
+ * the data), so that even a cursor a caller filled by hand cannot lead
+ * outside base .. capacity end.
+ */
+#ifndef QZ_CHUNKFILES_MRIFF_IO_H
+#define QZ_CHUNKFILES_MRIFF_IO_H
+
+#include <cstdint>
+
+#include "chunkfiles/chunk_walk.h"
+#include "qz/mriff.h"
+
+namespace qz::mriff {
+
+inline constexpr DWORD kRiffId = fourcc("RIFF");
+inline constexpr DWORD kListId = fourcc("LIST");
+inline constexpr DWORD kInfoList = fourcc("INFO");
+inline constexpr DWORD kWaveForm = fourcc("WAVE");
+inline constexpr DWORD kFmtId = fourcc("fmt ");
+inline constexpr DWORD kDataId = fourcc("data");
+/* "RIFF", size, form type. */
+inline constexpr DWORD kFileHeaderBytes = 12;
+
+class MemorySource {
+public:
+    explicit MemorySource(_tMRIFF& cursor);
+
+    /* Offsets from the base. */
+    DWORD offset() const { return DWORD(m_.pCurrent - m_.pBase); }
+    DWORD data_size() const { return DWORD(m_.pDataEnd - m_.pBase); }
+    /* The position clamped into 0 .. data size. */
+    void move_to(int64_t offset);
+
+    /* Copies up to `count` bytes from the position; returns the count copied. */
+    DWORD read_some(void* buffer, DWORD count);
+    /* Copies up to `count` bytes to the position, moving the data end up. */
+    DWORD write_some(const void* data, DWORD count);
+    bool write(const void* data, DWORD count) { return write_some(data, count) == count; }
+    bool write_u32(DWORD value);
+
+    /* The chunk walk's source interface; moves are clamped and never fail. */
+    bool read(void* buffer, DWORD count) { return read_some(buffer, count) == count; }
+    bool skip(int64_t delta) {
+        move_to(int64_t(offset()) + delta);
+        return true;
+    }
+    bool tell(DWORD* position) {
+        *position = offset();
+        return true;
+    }
+    bool seek_to(DWORD position) {
+        move_to(position);
+        return true;
+    }
+
+private:
+    _tMRIFF& m_;
+};
+
+static_assert(chunks::ChunkSource<MemorySource>);
+
+}  // namespace qz::mriff
+
+#endif

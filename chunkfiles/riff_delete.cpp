@@ -1,0 +1,90 @@
+// riff_DeleteChunk: removing a top-level chunk or list and closing the gap.
+#include "chunkfiles/riff_io.h"
+#include "qz/riff.h"
+
+using namespace qz::riff;
+using qz::chunks::RiffLayout;
+
+namespace {
+
+/*
+ * The tail moves through this one stack buffer whatever the file size, so
+ * deleting from a file of any length costs the same memory.
+ */
+constexpr DWORD kMoveBlockBytes = 4096;
+
+struct Span {
+    uint64_t start = 0;
+    uint64_t length = 0;
+};
+
+/*
+ * Finds the chunk (or list) to remove among the top-level chunks and
+ * measures it: from its header to the end of its pad byte. A chunk that
+ * claims more than the file holds is refused before anything moves; a
+ * last chunk that lacks only its pad byte is removed up to the end of the
+ * file.
+ */
+HRESULT locate(FileSource& file, DWORD id_or_type, bool is_list, Span* span) {
+    DWORD left = 0;
+    DWORD form = 0;
+    HRESULT hr = rewind_to_top_level(file, &left, &form);
+    if (FAILED(hr)) return hr;
+    DWORD size = 0;
+    hr = is_list ? qz::chunks::find_list<RiffLayout>(file, id_or_type, &size, &left)
+                 : qz::chunks::find_chunk<RiffLayout>(file, id_or_type, &size, &left);
+    if (FAILED(hr)) return hr;
+    const DWORD header = qz::chunks::kChunkHeaderBytes + (is_list ? qz::chunks::kListTypeBytes : 0);
+    uint64_t body_start = 0;
+    uint64_t file_length = 0;
+    if (!file.tell(&body_start) || !file.length(&file_length)) return QZE_FILE_READ;
+    if (body_start + size > file_length) return QZE_CORRUPT_OR_UNKNOWN;
+    span->start = body_start - header;
+    span->length = qz::chunks::padded(size) + header;
+    if (span->start + span->length > file_length) span->length = file_length - span->start;
+    return S_OK;
+}
+
+/*
+ * Copies everything after the span down over it, one block at a time:
+ * read behind the span, write at the gap, until a block comes back short.
+ * *end becomes the new end of the data.
+ */
+HRESULT move_tail(FileSource& file, const Span& span, uint64_t* end) {
+    unsigned char block[kMoveBlockBytes];
+    uint64_t read_at = span.start + span.length;
+    uint64_t write_at = span.start;
+    DWORD got = 0;
+    if (!file.seek_to(read_at) || !file.read_some(block, sizeof block, &got)) return QZE_FILE_READ;
+    for (;;) {
+        read_at += got;
+        if (!file.seek_to(write_at) || !file.write(block, got)) return QZE_FILE_WRITE;
+        write_at += got;
+        if (got < sizeof block) break;
+        if (!file.seek_to(read_at) || !file.read_some(block, sizeof block, &got))
+            return QZE_FILE_READ;
+    }
+    *end = write_at;
+    return S_OK;
+}
+
+}  // namespace
+
+QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_DeleteChunk(HANDLE file, DWORD id_or_type,
+                                                       DWORD* removed, BOOL is_list) {
+    if (removed) *removed = 0;
+    FileSource source(file);
+    Span span;
+    HRESULT hr = locate(source, id_or_type, is_list != FALSE, &span);
+    if (FAILED(hr)) return hr;
+    uint64_t end = 0;
+    hr = move_tail(source, span, &end);
+    if (FAILED(hr)) return hr;
+    // A cut that fails leaves a copy of the tail's last bytes behind the
+    // data; lowering the RIFF size anyway keeps the file a valid RIFF with
+    // stray bytes after it, which every reader skips.
+    const bool cut = source.seek_to(end) && source.truncate_here();
+    hr = riff_UpdateRIFFSize(file, -LONGLONG(span.length));
+    if (removed) *removed = DWORD(span.length);
+    return cut ? hr : QZE_FILE_WRITE;
+}

@@ -1,0 +1,69 @@
+// riff_* on arbitrary bytes: the searches, the list walks, the string and
+// CD-track readers and the deletion, on a file holding the input.
+#include <unistd.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "kernel/byteorder.h"
+#include "qzkernel.h"
+
+namespace {
+
+const std::u16string& scratch_path() {
+    static const std::u16string path = [] {
+        const std::string p = (std::filesystem::temp_directory_path() /
+                               ("qz_riff_fuzz_" + std::to_string(getpid()) + ".bin"))
+                                  .string();
+        return std::u16string(p.begin(), p.end());
+    }();
+    return path;
+}
+
+// Reads every entry of the list the position is in, as text where it fits.
+void read_entries(HANDLE h, DWORD budget) {
+    DWORD count = 0, copy = budget;
+    riff_GetNumListEntries(h, &count, &copy);
+    for (DWORD i = 0; i < count && budget >= 8; ++i) {
+        DWORD id = 0, size = 0;
+        if (FAILED(riff_ReadChunkHeader(h, &id, &size))) return;
+        budget -= 8;
+        WCHAR text[64];
+        DWORD bytes = size;
+        if (FAILED(riff_ReadANSIString(h, text, 64, &bytes))) return;
+        budget -= bytes < budget ? bytes : budget;
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    {
+        std::ofstream out(std::filesystem::path(scratch_path()),
+                          std::ios::binary | std::ios::trunc);
+        out.write(reinterpret_cast<const char*>(data), std::streamsize(size));
+    }
+    const HANDLE h = CreateFileW(scratch_path().c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                                 OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (h == INVALID_HANDLE_VALUE) return 0;
+
+    DWORD found = 0, remaining = 0, count = 0;
+    riff_FindChunkHeaderInRIFF(h, qz::fourcc("data"), &found, &remaining);
+    if (SUCCEEDED(riff_FindListChunkFromStart(h, qz::fourcc("INFO"), &found)))
+        read_entries(h, found);
+    riff_SeekDataStart(h);
+    riff_GetNumListEntries(h, &count, nullptr);
+    riff_SeekDataStart(h);
+    remaining = size > 12 ? DWORD(size - 12) : 0;
+    riff_SeekListEntry(h, 3, &remaining);
+    riff_RestoreLocation(h, 0);
+    QZRIFFCDDA record{};
+    riff_ReadRIFFCDDA(h, &record);
+    riff_DeleteChunk(h, qz::fourcc("INFO"), &found, TRUE);
+    riff_DeleteChunk(h, qz::fourcc("fmt "), &found, FALSE);
+    riff_GetFileSize(h, &found);
+    CloseHandle(h);
+    return 0;
+}

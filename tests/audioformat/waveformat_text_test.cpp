@@ -1,0 +1,103 @@
+// The sample-type texts, in the kernel's language (English by default).
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "qz/qzwaveformat.h"
+
+namespace {
+
+using WString = std::basic_string<WCHAR>;
+
+std::string narrow(const WCHAR* text) {
+    std::string s;
+    for (; text && *text; ++text) s += char(*text);
+    return s;
+}
+
+struct TextRow {
+    DWORD type;
+    const char* sample_type;
+    const char* bit_depth;
+    bool fixed;  // handed out as the language's own string, not the buffer
+};
+
+const TextRow kRows[] = {
+    {16, "8 Bit", "8 Bit", false},
+    {17, "16 Bit", "16 Bit", false},
+    {18, "24 Bit", "24 Bit", false},
+    {19, "32 Bit", "32 Bit", false},
+    {32, "32 Bit (IEEE Float)", "32 Bit", false},
+    {33, "64 Bit (IEEE Float)", "64 Bit", false},
+    {48, "24 Bit (Unpacked)", "24 Bit", true},
+    {49, "8 Bit (Signed)", "8 Bit", true},
+    {64, "16 Bit (MAC)", "16 Bit", false},
+    {65, "24 Bit (MAC)", "24 Bit", false},
+    {66, "32 Bit (MAC)", "32 Bit", false},
+    {128, "16 Bit (RA)", "16 Bit", false},
+    {129, "24 Bit (RA)", "24 Bit", false},
+};
+
+TEST(WaveFormatText, EveryTypeHasItsSampleTypeAndBitDepthText) {
+    for (const TextRow& r : kRows) {
+        WCHAR buf[64];
+        buf[0] = 'X';
+        const WCHAR* text = QzAudio_GetSampleTypeText(QZSAMPLETYPE(r.type), buf, 64);
+        EXPECT_EQ(narrow(text), r.sample_type) << r.type;
+        if (r.fixed) {
+            EXPECT_NE(text, buf) << r.type;
+            EXPECT_EQ(buf[0], 0) << "buffer emptied first, type " << r.type;
+        } else {
+            EXPECT_EQ(text, buf) << r.type;
+        }
+        buf[0] = 'X';
+        text = QzAudio_GetBitDepthText(QZSAMPLETYPE(r.type), buf, 64, FALSE);
+        EXPECT_EQ(narrow(text), r.bit_depth) << r.type;
+    }
+}
+
+TEST(WaveFormatText, UnknownTypesGiveTheEmptyBuffer) {
+    for (DWORD type : {1u, 20u, 34u, 67u, 127u, 130u, 0xFFFFFFFFu}) {
+        WCHAR buf[16] = {'X', 'Y', 0};
+        EXPECT_EQ(QzAudio_GetSampleTypeText(QZSAMPLETYPE(type), buf, 16), buf) << type;
+        EXPECT_EQ(buf[0], 0) << type;
+        buf[0] = 'X';
+        EXPECT_EQ(QzAudio_GetBitDepthText(QZSAMPLETYPE(type), buf, 16, TRUE), buf) << type;
+        EXPECT_EQ(buf[0], 0) << type;
+    }
+}
+
+TEST(WaveFormatText, ForeignRecordsShowThePlaceholderWhenAsked) {
+    WCHAR buf[32] = {'X', 0};
+    EXPECT_EQ(narrow(QzAudio_GetSampleTypeText(QZST_NONE, buf, 32)), "Other Format");
+    EXPECT_EQ(narrow(QzAudio_GetBitDepthText(QZST_NONE, buf, 32, TRUE)), "Other Format");
+    buf[0] = 'X';
+    EXPECT_EQ(QzAudio_GetBitDepthText(QZST_NONE, buf, 32, FALSE), buf);
+    EXPECT_EQ(buf[0], 0);
+}
+
+TEST(WaveFormatText, RecordFormsUseTheSampleType) {
+    _qzwaveformat rec;
+    rec.Init(44100, QZST_FLOAT64, 2, 0, 32);
+    WCHAR buf[32];
+    EXPECT_EQ(narrow(QzAudio_GetSampleTypeText(&rec, buf, 32)), "64 Bit (IEEE Float)");
+    EXPECT_EQ(narrow(QzAudio_GetBitDepthText(&rec, buf, 32, FALSE)), "64 Bit");
+    rec.InitAsWfx(0x55, 44100, 0, 2, 0, 32);
+    EXPECT_EQ(narrow(QzAudio_GetSampleTypeText(&rec, buf, 32)), "Other Format");
+    buf[0] = 'X';
+    EXPECT_EQ(QzAudio_GetSampleTypeText(static_cast<const _qzwaveformat*>(nullptr), buf, 32), buf);
+    EXPECT_EQ(buf[0], 0);
+}
+
+TEST(WaveFormatText, FormattedTextsStopAtTheBuffer) {
+    WCHAR buf[8];
+    for (WCHAR& c : buf) c = '#';
+    // 4 characters: three of text and the terminator.
+    EXPECT_EQ(narrow(QzAudio_GetSampleTypeText(QZST_FLOAT32, buf, 4)), "32 ");
+    for (int i = 4; i < 8; ++i) EXPECT_EQ(buf[i], '#') << i;
+    // No buffer: nothing is written, fixed texts still come back.
+    EXPECT_EQ(QzAudio_GetSampleTypeText(QZST_PCM16, nullptr, 0), nullptr);
+    EXPECT_EQ(narrow(QzAudio_GetSampleTypeText(QZST_PCM24IN32, nullptr, 0)), "24 Bit (Unpacked)");
+}
+
+}  // namespace

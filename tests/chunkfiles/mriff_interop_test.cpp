@@ -1,0 +1,283 @@
+// Wave files made by sox and libsndfile, read through mriff_GetWfx and the
+// format record; wave headers written by mriff_WriteWaveHeader, read by sox.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "qz/mriff.h"
+#include "qz/qzwaveformat.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Bytes = std::vector<uint8_t>;
+
+bool have_tool(const char* name) {
+    const std::string cmd = std::string("command -v ") + name + " >/dev/null 2>&1";
+    return std::system(cmd.c_str()) == 0;
+}
+
+// Runs a shell command; returns its exit status and its output (standard
+// error too, unless the command sends it elsewhere itself).
+int run(const std::string& cmd, std::string* out = nullptr) {
+    const bool own_stderr = cmd.find("2>") != std::string::npos;
+    FILE* pipe = popen((own_stderr ? cmd : cmd + " 2>&1").c_str(), "r");
+    if (!pipe) return -1;
+    std::string text;
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, pipe)) > 0) text.append(buf, n);
+    const int status = pclose(pipe);
+    if (out) *out = text;
+    return status;
+}
+
+Bytes read_file(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void write_file(const fs::path& path, const Bytes& bytes) {
+    std::ofstream out(path, std::ios::binary);
+    out.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+}
+
+// The fields sndfile-info prints for a wave file: "Name : value" lines of
+// the fmt chunk, and the size of the data chunk under "data".
+std::map<std::string, std::string> sndfile_info(const fs::path& path) {
+    std::string text;
+    run("sndfile-info '" + path.string() + "'", &text);
+    std::map<std::string, std::string> fields;
+    std::istringstream lines(text);
+    std::string line;
+    while (std::getline(lines, line)) {
+        const size_t colon = line.find(':');
+        if (colon == std::string::npos) continue;
+        auto trim = [](std::string s) {
+            s.erase(0, s.find_first_not_of(" \t"));
+            s.erase(s.find_last_not_of(" \t\r") + 1);
+            return s;
+        };
+        const std::string key = trim(line.substr(0, colon));
+        if (!fields.count(key)) fields[key] = trim(line.substr(colon + 1));
+    }
+    return fields;
+}
+
+unsigned long number(const std::map<std::string, std::string>& fields, const std::string& key) {
+    const auto it = fields.find(key);
+    if (it == fields.end()) return 0;
+    return std::strtoul(it->second.c_str(), nullptr, 0);  // "0x3F (L, R)" reads as 0x3F
+}
+
+std::string sox_info(const fs::path& path, const char* option) {
+    std::string text;
+    // Warnings (sox notes, for one, extensible headers without their
+    // extension) go to standard error and are not part of the answer.
+    run("sox --i " + std::string(option) + " '" + path.string() + "' 2>/dev/null", &text);
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+    return text;
+}
+
+class MriffInterop : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!have_tool("sox") || !have_tool("sndfile-info") || !have_tool("sndfile-convert"))
+            GTEST_SKIP() << "sox and libsndfile's tools (sndfile-info, sndfile-convert) are "
+                            "needed to make and check the wave files";
+        char pattern[] = "/tmp/qz_mriff_interop_XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        dir_ = pattern;
+    }
+    void TearDown() override {
+        if (!dir_.empty()) fs::remove_all(dir_);
+    }
+    fs::path dir_;
+};
+
+struct Generated {
+    const char* name;
+    const char* command;  // {out} is the file, {src} a 16-bit mono source
+    DWORD sample_type;
+    WORD foreign_tag;  // for records outside the enumeration
+};
+
+std::string expand(std::string cmd, const fs::path& out, const fs::path& src) {
+    for (size_t at; (at = cmd.find("{out}")) != std::string::npos;)
+        cmd.replace(at, 5, "'" + out.string() + "'");
+    for (size_t at; (at = cmd.find("{src}")) != std::string::npos;)
+        cmd.replace(at, 5, "'" + src.string() + "'");
+    return cmd;
+}
+
+TEST_F(MriffInterop, FilesFromSoxAndLibsndfileReadAsTheToolsReportThem) {
+    const Generated files[] = {
+        {"sox pcm8", "sox -n -r 22050 -c 2 -b 8 -e unsigned-integer {out} synth 0.05 sine 440",
+         QZST_PCM8, 0},
+        {"sox pcm16", "sox -n -r 44100 -c 2 -b 16 -e signed-integer {out} synth 0.05 sine 440",
+         QZST_PCM16, 0},
+        {"sox pcm24 (extensible)",
+         "sox -n -r 96000 -c 2 -b 24 -e signed-integer {out} synth 0.05 sine 440", QZST_PCM24, 0},
+        {"sox pcm32 (extensible)",
+         "sox -n -r 48000 -c 1 -b 32 -e signed-integer {out} synth 0.05 sine 440", QZST_PCM32, 0},
+        {"sox float32", "sox -n -r 44100 -c 2 -b 32 -e floating-point {out} synth 0.05 sine 440",
+         QZST_FLOAT32, 0},
+        {"sox float64", "sox -n -r 8000 -c 1 -b 64 -e floating-point {out} synth 0.05 sine 440",
+         QZST_FLOAT64, 0},
+        {"sox 5.1 pcm24", "sox -n -r 48000 -c 6 -b 24 -e signed-integer {out} synth 0.05 sine 440",
+         QZST_PCM24, 0},
+        {"libsndfile pcm24", "sndfile-convert -pcm24 {src} {out}", QZST_PCM24, 0},
+        {"libsndfile pcmu8", "sndfile-convert -pcmu8 {src} {out}", QZST_PCM8, 0},
+        {"libsndfile float64", "sndfile-convert -float64 {src} {out}", QZST_FLOAT64, 0},
+        {"libsndfile wavex pcm16 mono",
+         "sndfile-convert -pcm16 {src} {out}.wavex && mv "
+         "{out}.wavex {out}",
+         QZST_PCM16, 0},
+        {"libsndfile wavex float32",
+         "sndfile-convert -float32 {src} {out}.wavex && mv "
+         "{out}.wavex {out}",
+         QZST_FLOAT32, 0},
+        {"libsndfile ms-adpcm", "sndfile-convert -ms-adpcm {src} {out}", QZST_NONE, 2},
+    };
+    const fs::path src = dir_ / "source.wav";
+    ASSERT_EQ(run("sox -n -r 44100 -c 1 -b 16 '" + src.string() + "' synth 0.1 sine 440"), 0);
+
+    for (const Generated& g : files) {
+        SCOPED_TRACE(g.name);
+        const fs::path path = dir_ / "made.wav";
+        fs::remove(path);
+        std::string output;
+        ASSERT_EQ(run(expand(g.command, path, src), &output), 0) << output;
+        const Bytes image = read_file(path);
+        ASSERT_GT(image.size(), 44u);
+        const auto info = sndfile_info(path);
+
+        WAVEFORMATEX wfx;
+        DWORD data_size = 0;
+        ASSERT_EQ(mriff_GetWfx(&wfx, image.data(), DWORD(image.size()), &data_size), S_OK);
+        EXPECT_EQ(wfx.wFormatTag, number(info, "Format"));
+        EXPECT_EQ(wfx.nChannels, number(info, "Channels"));
+        EXPECT_EQ(wfx.nSamplesPerSec, number(info, "Sample Rate"));
+        EXPECT_EQ(wfx.nBlockAlign, number(info, "Block Align"));
+        EXPECT_EQ(wfx.wBitsPerSample, number(info, "Bit Width"));
+        EXPECT_EQ(wfx.nAvgBytesPerSec, number(info, "Bytes/sec"));
+        EXPECT_EQ(data_size, number(info, "data"));
+
+        _qzwaveformat rec;
+        DWORD record_data = 0;
+        ASSERT_EQ(mriff_GetWfx(&rec, image.data(), DWORD(image.size()), &record_data), S_OK);
+        EXPECT_EQ(record_data, data_size);
+        EXPECT_EQ(rec.sampleType, g.sample_type);
+        EXPECT_EQ(rec.samplesPerSec, wfx.nSamplesPerSec);
+        EXPECT_EQ(rec.channels, wfx.nChannels);
+        EXPECT_EQ(rec.channelMask, number(info, "Channel Mask"));
+        EXPECT_EQ((rec.flags & QZWF_EXTENSIBLE) != 0, wfx.wFormatTag == 0xFFFE);
+
+        if (g.sample_type == QZST_NONE) {
+            // A codec: carried as a foreign record with its coefficients.
+            EXPECT_TRUE(rec.IsCompressed());
+            EXPECT_EQ(rec.FormatTag(), g.foreign_tag);
+            EXPECT_EQ(rec.BitsPerSample(), number(info, "Bit Width"));
+            EXPECT_EQ(rec.extraSize, number(info, "Extra Bytes"));
+            EXPECT_EQ(rec.blockAlign, wfx.nBlockAlign);
+        } else {
+            // Frames from the data size agree with what sox counts.
+            EXPECT_EQ(rec.blockAlign, wfx.nBlockAlign);
+            EXPECT_EQ(std::to_string(data_size / rec.blockAlign), sox_info(path, "-s"));
+            EXPECT_EQ(std::to_string(rec.BitsPerSample()), sox_info(path, "-b"));
+        }
+
+        // The record read through _qzwaveformat::Init from the whole
+        // structure gives the same record.
+        Bytes fmt(2048, 0);
+        _tMRIFF m;
+        ASSERT_EQ(mriff_Init(&m, const_cast<uint8_t*>(image.data()), DWORD(image.size()),
+                             DWORD(image.size())),
+                  S_OK);
+        DWORD remaining = DWORD(image.size());
+        DWORD fmt_size = 0;
+        ASSERT_EQ(mriff_FindChunkHeaderInRIFF(&m, 0x20746D66 /* "fmt " */, &fmt_size, &remaining),
+                  S_OK);
+        ASSERT_EQ(mriff_ReadData(&m, fmt.data(), fmt_size), S_OK);
+        _qzwaveformat direct;
+        direct.Init(QZWAVEFORMAT_TEMP_SIZE, *reinterpret_cast<const WAVEFORMATEX*>(fmt.data()));
+        EXPECT_TRUE(direct == rec);
+        EXPECT_TRUE(direct == *reinterpret_cast<const WAVEFORMATEX*>(fmt.data()));
+    }
+}
+
+struct Written {
+    const char* name;
+    DWORD sample_type;
+    DWORD rate;
+    WORD channels;
+    const char* sox_bits;
+    const char* sox_encoding;
+    bool from_record;
+};
+
+TEST_F(MriffInterop, HeadersWrittenHereAreReadBySox) {
+    const Written cases[] = {
+        {"pcm16 stereo", QZST_PCM16, 44100, 2, "16", "Signed Integer PCM", false},
+        {"pcm8 mono", QZST_PCM8, 8000, 1, "8", "Unsigned Integer PCM", false},
+        {"pcm24 mono from a record", QZST_PCM24, 48000, 1, "24", "Signed Integer PCM", true},
+        {"float32 stereo from a record", QZST_FLOAT32, 44100, 2, "32", "Floating Point PCM", true},
+        {"float64 mono", QZST_FLOAT64, 22050, 1, "64", "Floating Point PCM", false},
+    };
+    for (const Written& w : cases) {
+        SCOPED_TRACE(w.name);
+        const DWORD frames = 1001;  // an odd count, so 8-bit mono data needs its pad
+        _qzwaveformat rec;
+        rec.Init(w.rate, QZSAMPLETYPE(w.sample_type), w.channels, 0, 32);
+        const DWORD data_size = frames * rec.blockAlign;
+        Bytes samples(data_size);
+        for (size_t i = 0; i < samples.size(); ++i) samples[i] = uint8_t(i * 7 + 3);
+        if (w.sample_type == QZST_FLOAT32 || w.sample_type == QZST_FLOAT64)
+            for (size_t i = 0; i < samples.size(); ++i) samples[i] = 0;  // silence, valid floats
+
+        Bytes image(64 + data_size + 1, 0);
+        _tMRIFF m;
+        ASSERT_EQ(mriff_Init(&m, image.data(), 0, DWORD(image.size())), S_OK);
+        if (w.from_record) {
+            ASSERT_EQ(mriff_WriteWaveHeader(&m, rec, data_size, 0), S_OK);
+        } else {
+            WAVEFORMATEX wfx;
+            QzAudio_InitWfx(&wfx, w.rate, QZSAMPLETYPE(w.sample_type), w.channels);
+            ASSERT_EQ(mriff_WriteWaveHeader(&m, &wfx, data_size, 0), S_OK);
+        }
+        DWORD put = 0;
+        ASSERT_TRUE(mriff_WriteFile(&m, samples.data(), data_size, &put, nullptr));
+        if (data_size & 1) mriff_WriteFile(&m, "\0", 1, &put, nullptr);
+        image.resize(m.pDataEnd - m.pBase);
+
+        const fs::path path = dir_ / "written.wav";
+        write_file(path, image);
+        EXPECT_EQ(sox_info(path, "-r"), std::to_string(w.rate));
+        EXPECT_EQ(sox_info(path, "-c"), std::to_string(w.channels));
+        EXPECT_EQ(sox_info(path, "-b"), w.sox_bits);
+        EXPECT_EQ(sox_info(path, "-s"), std::to_string(frames));
+        EXPECT_NE(sox_info(path, "-e").find(w.sox_encoding), std::string::npos)
+            << sox_info(path, "-e");
+
+        // sox decodes the samples back to exactly the bytes written.
+        const fs::path raw = dir_ / "written.raw";
+        std::string output;
+        ASSERT_EQ(run("sox '" + path.string() + "' -t raw '" + raw.string() + "'", &output), 0)
+            << output;
+        EXPECT_TRUE(read_file(raw) == samples);
+
+        const auto info = sndfile_info(path);
+        EXPECT_EQ(number(info, "data"), data_size);
+        EXPECT_EQ(number(info, "Block Align"), rec.blockAlign);
+    }
+}
+
+}  // namespace

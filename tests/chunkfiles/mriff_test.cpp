@@ -1,0 +1,779 @@
+// The memory-image RIFF family: clamped moves, short copies that still
+// advance, the searches with their budgets, wave headers and formats.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "qz/mriff.h"
+#include "qz/qzwaveformat.h"
+#include "qz/win32compat.h"
+#include "platform/posix/fault_plan.h"
+#include "support/waveformat_bytes.h"
+
+namespace {
+
+using qz::testing::append;
+using qz::testing::append32;
+using qz::testing::append_id;
+using qz::testing::Bytes;
+
+constexpr DWORD id(const char (&s)[5]) {
+    return DWORD(uint8_t(s[0])) | DWORD(uint8_t(s[1])) << 8 | DWORD(uint8_t(s[2])) << 16 |
+           DWORD(uint8_t(s[3])) << 24;
+}
+
+// A chunk with its header and pad byte.
+Bytes chunk(const char (&name)[5], const Bytes& body) {
+    Bytes b;
+    append_id(b, name);
+    append32(b, uint32_t(body.size()));
+    append(b, body);
+    if (body.size() & 1) b.push_back(0);
+    return b;
+}
+Bytes list(const char (&type)[5], const Bytes& content) {
+    Bytes body;
+    append_id(body, type);
+    append(body, content);
+    return chunk("LIST", body);
+}
+Bytes riff(const char (&form)[5], const Bytes& content) {
+    Bytes body;
+    append_id(body, form);
+    append(body, content);
+    Bytes b = chunk("RIFF", body);
+    return b;
+}
+Bytes text(const char* s) {
+    return Bytes(s, s + std::strlen(s));
+}
+// A literal with its embedded zero bytes, without the terminator.
+template <size_t N>
+Bytes lit(const char (&s)[N]) {
+    return Bytes(s, s + N - 1);
+}
+Bytes operator+(Bytes a, const Bytes& b) {
+    append(a, b);
+    return a;
+}
+
+// An image in a buffer with guard bytes after its capacity, which no call
+// may touch.
+struct Image {
+    static constexpr size_t kGuard = 64;
+    std::vector<uint8_t> storage;
+    _tMRIFF m{};
+    DWORD capacity;
+
+    Image(const Bytes& data, DWORD cap) : storage(cap + kGuard, 0xD7), capacity(cap) {
+        if (!data.empty()) std::memcpy(storage.data(), data.data(), data.size());
+        EXPECT_EQ(mriff_Init(&m, storage.data(), DWORD(data.size()), cap), S_OK);
+    }
+    explicit Image(const Bytes& data) : Image(data, DWORD(data.size())) {}
+    ~Image() {
+        for (size_t i = capacity; i < storage.size(); ++i)
+            EXPECT_EQ(storage[i], 0xD7) << "guard byte " << i - capacity << " touched";
+    }
+    DWORD at() { return mriff_QzSetFilePointer(&m, 0, FILE_CURRENT); }
+    void go(DWORD offset) { mriff_RestoreLocation(&m, offset); }
+    DWORD data_size() const { return DWORD(m.pDataEnd - m.pBase); }
+};
+
+// ---- the cursor ------------------------------------------------------------------
+
+TEST(MriffInit, RejectsNullCursorAndDataPastCapacity) {
+    uint8_t buffer[16];
+    _tMRIFF m;
+    EXPECT_EQ(mriff_Init(nullptr, buffer, 4, 8), E_POINTER);
+    EXPECT_EQ(mriff_Init(&m, buffer, 10, 8), E_INVALIDARG);
+    EXPECT_EQ(mriff_Init(&m, nullptr, 0, 8), E_POINTER);
+    ASSERT_EQ(mriff_Init(&m, buffer, 6, 16), S_OK);
+    EXPECT_EQ(m.pBase, buffer);
+    EXPECT_EQ(m.pCurrent, buffer);
+    EXPECT_EQ(m.pDataEnd, buffer + 6);
+    EXPECT_EQ(m.pCapacityEnd, buffer + 16);
+    EXPECT_EQ(m.dwInitialSize, 6u);
+    EXPECT_EQ(m.dwCapacity, 16u);
+    EXPECT_EQ(mriff_GetFilePointer(&m), buffer);
+    // An empty image is a valid one.
+    EXPECT_EQ(mriff_Init(&m, nullptr, 0, 0), S_OK);
+    DWORD got = 9;
+    EXPECT_FALSE(mriff_ReadFile(&m, buffer, 1, &got, nullptr));
+    EXPECT_EQ(got, 0u);
+}
+
+TEST(MriffSeek, EveryMoveIsClampedIntoTheData) {
+    struct Row {
+        DWORD from, method, distance, expected;
+    };
+    const Row rows[] = {
+        {10, FILE_BEGIN, 5, 5},
+        {10, FILE_BEGIN, 20, 20},
+        {10, FILE_BEGIN, 21, 20},          // capacity beyond the data does not count
+        {10, FILE_BEGIN, 0xFFFFFFFC, 20},  // from the base the distance is unsigned
+        {10, FILE_CURRENT, 4, 14},
+        {10, FILE_CURRENT, 100, 20},
+        {10, FILE_CURRENT, 0xFFFFFFFC, 6},  // -4
+        {10, FILE_CURRENT, 0xFFFFFF00, 0},  // -256 stops at the base
+        {10, FILE_END, 0, 20},
+        {10, FILE_END, 0xFFFFFFF8, 12},  // -8
+        {10, FILE_END, 5, 20},
+        {10, FILE_END, 0x80000000, 0},
+        {10, 3, 99, 10},  // unknown method: the position stays
+    };
+    for (const Row& r : rows) {
+        Image img(Bytes(20, 0x11), 32);
+        img.go(r.from);
+        EXPECT_EQ(mriff_SetFilePointer(&img.m, r.distance, nullptr, r.method), r.expected)
+            << r.method << " " << r.distance;
+        EXPECT_EQ(img.m.pCurrent, img.m.pBase + r.expected);
+        img.go(r.from);
+        EXPECT_EQ(mriff_QzSetFilePointer(&img.m, r.distance, r.method), r.expected);
+    }
+}
+
+TEST(MriffSeek, ACursorFilledByHandIsPutInOrderFirst) {
+    Image img(Bytes(20, 0x11), 32);
+    img.m.pCurrent = img.m.pBase + 25;  // past the data end
+    EXPECT_EQ(mriff_SetFilePointer(&img.m, 0, nullptr, 99), 20u);
+    img.m.pDataEnd = img.m.pBase + 40;  // past the capacity
+    uint8_t out[64];
+    DWORD got = 0;
+    img.go(0);
+    mriff_ReadFile(&img.m, out, 64, &got, nullptr);
+    EXPECT_EQ(got, 32u);
+    img.m.pCurrent = img.m.pBase - 8;  // before the base
+    DWORD offset = 99;
+    EXPECT_EQ(mriff_SaveLocation(&img.m, &offset), S_OK);
+    EXPECT_EQ(offset, 0u);
+}
+
+TEST(MriffSeek, SaveRestoreSkipAndDataStart) {
+    Image img(Bytes(20, 0x11), 32);
+    DWORD saved = 0;
+    img.go(7);
+    EXPECT_EQ(mriff_SaveLocation(&img.m, &saved), S_OK);
+    EXPECT_EQ(saved, 7u);
+    EXPECT_EQ(mriff_RestoreLocation(&img.m, 30), S_OK);
+    EXPECT_EQ(img.at(), 20u);
+    img.go(2);
+    EXPECT_EQ(mriff_SkipChunk(&img.m, 5), 6u);  // odd sizes take their pad
+    EXPECT_EQ(img.at(), 8u);
+    EXPECT_EQ(mriff_SkipChunk(&img.m, 100), 100u);  // the amount, not what fitted
+    EXPECT_EQ(img.at(), 20u);
+    EXPECT_EQ(mriff_SeekDataStart(&img.m), S_OK);
+    EXPECT_EQ(img.at(), 12u);
+    Image small(Bytes(8, 0));
+    EXPECT_EQ(mriff_SeekDataStart(&small.m), S_OK);
+    EXPECT_EQ(small.at(), 8u);
+}
+
+// ---- reading and writing bytes ---------------------------------------------------
+
+TEST(MriffCopy, ShortReadsCopyWhatIsThereAndAdvance) {
+    Image img(text("0123456789ABCDEF"), 20);
+    img.go(10);
+    uint8_t out[10];
+    std::memset(out, '.', sizeof out);
+    DWORD got = 0;
+    EXPECT_FALSE(mriff_ReadFile(&img.m, out, 10, &got, nullptr));
+    EXPECT_EQ(got, 6u);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(out), 10), "ABCDEF....");
+    EXPECT_EQ(img.at(), 16u);
+    img.go(0);
+    EXPECT_TRUE(mriff_ReadFile(&img.m, out, 4, &got, nullptr));
+    EXPECT_EQ(got, 4u);
+
+    // mriff_ReadData: the same short copy, reported as a read failure.
+    img.go(10);
+    std::memset(out, '.', sizeof out);
+    EXPECT_EQ(mriff_ReadData(&img.m, out, 10), QZE_FILE_READ);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(out), 10), "ABCDEF....");
+    EXPECT_EQ(img.at(), 16u);
+    img.go(0);
+    EXPECT_EQ(mriff_ReadData(&img.m, out, 3), S_OK);  // odd: the pad is skipped
+    EXPECT_EQ(img.at(), 4u);
+    EXPECT_EQ(mriff_ReadData(&img.m, nullptr, 3), E_INVALIDARG);
+}
+
+TEST(MriffCopy, ShortWritesCopyWhatFitsAndMoveTheDataEnd) {
+    Image img(Bytes(12, 0x11), 15);
+    img.go(12);
+    DWORD put = 0;
+    EXPECT_TRUE(mriff_WriteFile(&img.m, "ABCDEFG", 7, &put, nullptr));
+    EXPECT_EQ(put, 3u);
+    EXPECT_EQ(img.data_size(), 15u);
+    EXPECT_EQ(img.at(), 15u);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(img.storage.data()) + 12, 3), "ABC");
+
+    // A write inside the data leaves the data end where it is.
+    Image inner(Bytes(12, 0x11), 20);
+    inner.go(2);
+    EXPECT_TRUE(mriff_WriteFile(&inner.m, "xy", 2, &put, nullptr));
+    EXPECT_EQ(inner.data_size(), 12u);
+    EXPECT_EQ(inner.at(), 4u);
+}
+
+TEST(MriffCopy, HeaderWritesReportWhatDidNotFit) {
+    struct Row {
+        DWORD room;
+        HRESULT chunk, list;
+    };
+    // Room after the position for: a chunk header (8), a list or file header (12).
+    const Row rows[] = {{3, QZE_FILE_WRITE, QZE_FILE_WRITE},
+                        {8, S_OK, QZE_FILE_WRITE},
+                        {11, S_OK, QZE_FILE_WRITE},
+                        {12, S_OK, S_OK}};
+    for (const Row& r : rows) {
+        Image a(Bytes(), r.room);
+        EXPECT_EQ(mriff_WriteChunkHeader(&a.m, id("data"), 0x01020304), r.chunk) << r.room;
+        EXPECT_EQ(a.at(), std::min<DWORD>(r.room, 8));
+        Image b(Bytes(), r.room);
+        EXPECT_EQ(mriff_WriteListHeader(&b.m, id("INFO"), 4), r.list) << r.room;
+        Image c(Bytes(), r.room);
+        EXPECT_EQ(mriff_WriteFileID(&c.m, id("WAVE"), 4), r.list) << r.room;
+        EXPECT_EQ(c.data_size(), std::min<DWORD>(r.room, 12));
+    }
+    Image img(Bytes(), 12);
+    ASSERT_EQ(mriff_WriteListHeader(&img.m, id("INFO"), 0x10), S_OK);
+    const Bytes want = {'L', 'I', 'S', 'T', 0x10, 0, 0, 0, 'I', 'N', 'F', 'O'};
+    EXPECT_EQ(Bytes(img.storage.begin(), img.storage.begin() + 12), want);
+}
+
+TEST(MriffCopy, UpdateDataSizeStopsAtTheCapacity) {
+    Image img(Bytes(10, 0), 16);
+    EXPECT_EQ(mriff_UpdateDataSize(&img.m, 4), 4u);
+    EXPECT_EQ(img.data_size(), 14u);
+    EXPECT_EQ(mriff_UpdateDataSize(&img.m, 100), 2u);
+    EXPECT_EQ(img.data_size(), 16u);
+    EXPECT_EQ(mriff_UpdateDataSize(&img.m, 1), 0u);
+}
+
+// ---- headers ------------------------------------------------------------------------
+
+TEST(MriffHeaders, ReadsReportShortAndWrongHeaders) {
+    struct Row {
+        const char* name;
+        Bytes image;
+        HRESULT chunk, list, file;
+    };
+    const Row rows[] = {
+        {"3 bytes", text("RIF"), QZE_FILE_READ, QZE_FILE_READ, QZE_NO_RIFF_HEADER},
+        {"id and 2 size bytes", lit("RIFF\x10\x00"), QZE_FILE_READ, QZE_FILE_READ,
+         QZE_NO_RIFF_HEADER},
+        {"RIFF header without form", lit("RIFF\x04\x00\x00\x00"), S_OK, QZE_NO_LIST_HEADER,
+         QZE_FILE_READ},
+        {"LIST without type", lit("LIST\x04\x00\x00\x00"), S_OK, QZE_FILE_READ, QZE_NO_RIFF_HEADER},
+    };
+    for (const Row& r : rows) {
+        DWORD a = 0, b = 0;
+        Image i1(r.image);
+        EXPECT_EQ(mriff_ReadChunkHeader(&i1.m, &a, &b), r.chunk) << r.name;
+        Image i2(r.image);
+        EXPECT_EQ(mriff_ReadListHeader(&i2.m, &a, &b), r.list) << r.name;
+        Image i3(r.image);
+        EXPECT_EQ(mriff_ReadFileID(&i3.m, &a, &b), r.file) << r.name;
+    }
+}
+
+TEST(MriffHeaders, ReadsReportSizesAsTheFileFamilyDoes) {
+    // "RIFF", size 0x24, "WAVE", then a list: "LIST", size 8, "INFO", 4 bytes.
+    const Bytes image = riff("WAVE", list("INFO", text("abcd")));
+    Image img(image);
+    DWORD remaining = 0, form = 0;
+    ASSERT_EQ(mriff_ReadFileID(&img.m, &remaining, &form), S_OK);
+    EXPECT_EQ(remaining, 16u);  // RIFF size 20 (form type and the list) minus 4
+    EXPECT_EQ(form, id("WAVE"));
+    DWORD type = 0, size = 0;
+    ASSERT_EQ(mriff_ReadListHeader(&img.m, &type, &size), S_OK);
+    EXPECT_EQ(type, id("INFO"));
+    EXPECT_EQ(size, 4u);  // list size 8 minus the type
+    EXPECT_EQ(img.at(), 24u);
+}
+
+// ---- bounded reads: which argument plays which part --------------------------------
+
+TEST(MriffReadDataBounded, FourthArgumentIsTheChunkSize) {
+    // A 7-byte body, its pad, then the next header.
+    Bytes image = text("ABCDEFG");
+    image.push_back(0);
+    append(image, text("next"));
+    struct Row {
+        DWORD third, fourth;
+        const char* read;
+        DWORD position;
+        HRESULT hr;
+    };
+    const Row rows[] = {
+        {4, 7, "ABCD", 8, S_OK},      // rest 3 + pad (7 odd) lands on the next header
+        {10, 7, "ABCDEFG", 8, S_OK},  // whole body, pad skipped
+        {7, 4, "ABCD", 4, S_OK},      // 4 is even: no pad, no rest
+        {4, 10, "ABCD", 10, S_OK},    // rest of a 10-byte "chunk": 6 more
+        {3, 3, "ABC", 4, S_OK},
+        {0, 5, "", 6, S_OK},
+        {20, 20, "ABCDEFG\0next", 12, QZE_FILE_READ},
+        {1, 0xFFFFFFFF, "A", 12, S_OK},  // a huge rest is clamped at the data end
+    };
+    for (const Row& r : rows) {
+        Image img(image);
+        char out[32] = {};
+        EXPECT_EQ(mriff_ReadDataBounded(&img.m, out, r.third, r.fourth), r.hr)
+            << r.third << "/" << r.fourth;
+        const size_t n = std::min<size_t>(std::min(r.third, r.fourth), 12);
+        EXPECT_EQ(std::string(out, n), std::string(r.read, n)) << r.third << "/" << r.fourth;
+        EXPECT_EQ(img.at(), r.position) << r.third << "/" << r.fourth;
+    }
+}
+
+TEST(MriffReadDataAlloc, AllocatesReadsAndFreesOnFailure) {
+    Image img(text("hello world"));
+    QZRIFFDATA data{0, reinterpret_cast<LPVOID>(1)};
+    EXPECT_EQ(mriff_ReadDataAlloc(&img.m, &data), S_OK);
+    EXPECT_EQ(data.pData, nullptr);
+    data.cbData = 5;
+    ASSERT_EQ(mriff_ReadDataAlloc(&img.m, &data), S_OK);
+    ASSERT_NE(data.pData, nullptr);
+    EXPECT_EQ(std::string(static_cast<char*>(data.pData), 5), "hello");
+    EXPECT_EQ(img.at(), 6u);  // odd count: pad skipped
+    HGLOBAL h = GlobalHandle(data.pData);
+    GlobalUnlock(h);
+    GlobalFree(h);
+    data.cbData = 10;  // only 5 left
+    EXPECT_EQ(mriff_ReadDataAlloc(&img.m, &data), QZE_FILE_READ);
+    EXPECT_EQ(data.pData, nullptr);
+    EXPECT_EQ(mriff_ReadDataAlloc(&img.m, nullptr), E_INVALIDARG);
+
+    // No memory: nothing read, the position stays.
+    img.go(0);
+    qz::testing::FaultPlan plan;
+    plan.fail(qz::testing::FaultOp::Alloc, 1);
+    data.cbData = 4;
+    data.pData = reinterpret_cast<LPVOID>(1);
+    EXPECT_EQ(mriff_ReadDataAlloc(&img.m, &data), E_OUTOFMEMORY);
+    EXPECT_EQ(data.pData, nullptr);
+    EXPECT_EQ(img.at(), 0u);
+}
+
+// ---- searches ---------------------------------------------------------------------
+
+// A top level of three chunks: "abcd" (3 bytes + pad), a "LIST" of type
+// "adtl" holding "labl", a "LIST" of type "INFO" with two texts, "data".
+Bytes sample_body() {
+    Bytes b;
+    append(b, chunk("abcd", text("xyz")));                           // 12 bytes
+    append(b, list("adtl", chunk("labl", text("cue1"))));            // 24 bytes
+    append(b, list("INFO", chunk("INAM", text("Song")) + Bytes()));  // 24 bytes
+    append(b, chunk("data", Bytes(6, 0x55)));                        // 14 bytes
+    return b;
+}
+
+TEST(MriffFind, BudgetRulesOfTheFileFamily) {
+    const Bytes body = sample_body();  // 74 bytes
+    struct Row {
+        const char* name;
+        DWORD wanted;
+        bool with_budget;
+        DWORD budget;
+        HRESULT hr;
+        DWORD size, remaining, position;
+    };
+    const Row rows[] = {
+        {"first chunk", id("abcd"), true, 74, S_OK, 3, 66, 8},
+        {"after an odd chunk", id("LIST"), true, 74, S_OK, 16, 54, 20},
+        {"last chunk", id("data"), true, 74, S_OK, 6, 6, 68},
+        {"missing with budget", id("none"), true, 74, QZE_NOT_FOUND, 0, 0, 74},
+        {"missing without budget", id("none"), false, 0, QZE_FILE_READ, 0, 0, 74},
+        {"budget 0 reads nothing", id("abcd"), true, 0, QZE_NOT_FOUND, 0, 0, 0},
+        {"budget 7 reads nothing", id("abcd"), true, 7, QZE_NOT_FOUND, 0, 7, 0},
+        {"budget 8 finds the first", id("abcd"), true, 8, S_OK, 3, 0, 8},
+        // A budget ending inside a body clamps to 0 after the skip.
+        {"budget runs out in a body", id("data"), true, 10, QZE_NOT_FOUND, 0, 0, 12},
+        {"budget just short of data", id("data"), true, 67, QZE_NOT_FOUND, 0, 7, 60},
+    };
+    for (const Row& r : rows) {
+        Image img(body);
+        DWORD size = 0;
+        DWORD remaining = r.budget;
+        const HRESULT hr =
+            mriff_FindChunkHeader(&img.m, r.wanted, &size, r.with_budget ? &remaining : nullptr);
+        EXPECT_EQ(hr, r.hr) << r.name;
+        if (hr == S_OK) {
+            EXPECT_EQ(size, r.size) << r.name;
+        }
+        if (r.with_budget) {
+            EXPECT_EQ(remaining, r.remaining) << r.name;
+        }
+        EXPECT_EQ(img.at(), r.position) << r.name;
+    }
+}
+
+TEST(MriffFind, HugeSizesAreClampedSkipsNotWildReads) {
+    // A chunk claiming 0xFFFFFFFF bytes: the skip stops at the data end and
+    // the walk ends there like a file does.
+    Bytes image;
+    append_id(image, "junk");
+    append32(image, 0xFFFFFFFF);
+    append(image, Bytes(10, 0));
+    Image img(image, 64);
+    DWORD remaining = 0xFFFFFFFF;
+    EXPECT_EQ(mriff_FindChunkHeader(&img.m, id("data"), nullptr, &remaining), QZE_NOT_FOUND);
+    EXPECT_EQ(remaining, 0u);  // 8 + 2^32 bytes passed: clamped at 0
+    EXPECT_EQ(img.at(), 18u);
+    img.go(0);
+    EXPECT_EQ(mriff_FindChunkHeader(&img.m, id("data"), nullptr, nullptr), QZE_FILE_READ);
+    EXPECT_EQ(img.at(), 18u);
+    DWORD count = 0;
+    img.go(0);
+    EXPECT_EQ(mriff_GetNumListEntries(&img.m, &count, nullptr), QZE_FILE_READ);
+    EXPECT_EQ(count, 1u);
+}
+
+TEST(MriffFind, ChunkHeaderInRiffStartsAtThePositionWithTheCallersBudget) {
+    // Eight bytes of something else, then a RIFF image.
+    Bytes image = Bytes(8, 0xAA) + riff("WAVE", sample_body());
+    struct Row {
+        const char* name;
+        DWORD from;
+        bool with_budget;
+        DWORD budget;
+        DWORD wanted;
+        HRESULT hr;
+        DWORD remaining, position;
+    };
+    const Row rows[] = {
+        {"budget 11 reads nothing", 8, true, 11, id("abcd"), QZE_NOT_FOUND, 11, 8},
+        {"budget 12: header, then nothing left", 8, true, 12, id("abcd"), QZE_NOT_FOUND, 0, 20},
+        {"found, budget less 12 and 8", 8, true, 100, id("abcd"), S_OK, 80, 28},
+        // The header's own size is not the budget: 50 covers two chunks only.
+        {"caller's budget bounds the walk", 8, true, 50, id("data"), QZE_NOT_FOUND, 2, 56},
+        {"no budget, missing", 8, false, 0, id("none"), QZE_FILE_READ, 0, 94},
+        {"not at a RIFF header", 0, true, 100, id("abcd"), QZE_NO_RIFF_HEADER, 100, 8},
+    };
+    for (const Row& r : rows) {
+        Image img(image);
+        img.go(r.from);
+        DWORD remaining = r.budget;
+        DWORD size = 0;
+        EXPECT_EQ(mriff_FindChunkHeaderInRIFF(&img.m, r.wanted, &size,
+                                              r.with_budget ? &remaining : nullptr),
+                  r.hr)
+            << r.name;
+        if (r.with_budget) {
+            EXPECT_EQ(remaining, r.remaining) << r.name;
+        }
+        EXPECT_EQ(img.at(), r.position) << r.name;
+    }
+}
+
+TEST(MriffFindList, SkipsOtherListTypes) {
+    const Bytes body = sample_body();
+    Image img(body);
+    DWORD size = 0;
+    DWORD remaining = 74;
+    ASSERT_EQ(mriff_FindListChunk(&img.m, id("INFO"), &size, &remaining), S_OK);
+    EXPECT_EQ(size, 12u);       // list size 16 minus the type
+    EXPECT_EQ(remaining, 26u);  // 74 - 12 - 24 - 12
+    EXPECT_EQ(img.at(), 48u);
+
+    img.go(0);
+    remaining = 74;
+    EXPECT_EQ(mriff_FindListChunk(&img.m, id("none"), &size, &remaining), QZE_NOT_FOUND);
+    img.go(0);
+    EXPECT_EQ(mriff_FindListChunk(&img.m, id("none"), &size, nullptr), QZE_FILE_READ);
+
+    // A budget that ends right after a "LIST" header has no room for its type.
+    img.go(12);
+    remaining = 10;
+    EXPECT_EQ(mriff_FindListChunk(&img.m, id("adtl"), &size, &remaining), QZE_NOT_FOUND);
+    EXPECT_EQ(remaining, 2u);
+    EXPECT_EQ(img.at(), 20u);
+}
+
+TEST(MriffFindList, FromStartRewindsAndUsesTheHeaderBudget) {
+    const Bytes image = riff("WAVE", sample_body());
+    Image img(image);
+    img.go(50);
+    DWORD size = 0;
+    ASSERT_EQ(mriff_FindListChunkFromStart(&img.m, id("adtl"), &size), S_OK);
+    EXPECT_EQ(size, 12u);
+    EXPECT_EQ(img.at(), 36u);
+    EXPECT_EQ(mriff_FindListChunkFromStart(&img.m, id("none"), &size), QZE_NOT_FOUND);
+    Image bad(Bytes(20, 0));
+    EXPECT_EQ(mriff_FindListChunkFromStart(&bad.m, id("INFO"), &size), QZE_NO_RIFF_HEADER);
+}
+
+TEST(MriffCount, CountsFromThePositionAndGoesBack) {
+    const Bytes body = sample_body();
+    Image img(body);
+    img.go(12);  // the two lists and "data"
+    DWORD count = 0;
+    DWORD remaining = 62;
+    EXPECT_EQ(mriff_GetNumListEntries(&img.m, &count, &remaining), S_OK);
+    EXPECT_EQ(count, 3u);
+    EXPECT_EQ(remaining, 0u);  // consumed although the position is back
+    EXPECT_EQ(img.at(), 12u);
+    // A budget that ends inside a body wraps rather than clamps; the walk
+    // then runs on to the data end.
+    remaining = 20;
+    EXPECT_EQ(mriff_GetNumListEntries(&img.m, &count, &remaining), QZE_FILE_READ);
+    EXPECT_EQ(count, 3u);
+    EXPECT_EQ(img.at(), 12u);
+    // Without a budget the count ends in a short read at the data end.
+    EXPECT_EQ(mriff_GetNumListEntries(&img.m, &count, nullptr), QZE_FILE_READ);
+    EXPECT_EQ(count, 3u);
+    EXPECT_EQ(mriff_GetNumListEntries(&img.m, nullptr, nullptr), E_INVALIDARG);
+}
+
+TEST(MriffInfo, ReadsOneTextAndAlwaysGoesBack) {
+    const Bytes body = chunk("abcd", text("xyz")) +
+                       list("INFO", chunk("INAM", text("Song")) + chunk("IART", text("Band")));
+    struct Row {
+        const char* name;
+        DWORD wanted;
+        DWORD buffer_size;
+        DWORD budget;
+        HRESULT hr;
+        const char* text;
+    };
+    const Row rows[] = {
+        {"name", id("INAM"), 16, 100, S_OK, "Song"},
+        {"artist after name", id("IART"), 16, 100, S_OK, "Band"},
+        {"cut to the buffer, no terminator", id("IART"), 2, 100, S_OK, "Ba"},
+        {"missing id", id("ICMT"), 16, 100, QZE_NOT_FOUND, ""},
+        {"budget ends before the list", id("INAM"), 16, 12, QZE_NOT_FOUND, ""},
+    };
+    for (const Row& r : rows) {
+        Image img(body);
+        img.go(0);
+        char out[16];
+        std::memset(out, '#', sizeof out);
+        DWORD budget = r.budget;
+        EXPECT_EQ(mriff_GetInfoString(&img.m, r.wanted, out, r.buffer_size, &budget), r.hr)
+            << r.name;
+        const size_t n = std::strlen(r.text);
+        EXPECT_EQ(std::string(out, n), r.text) << r.name;
+        EXPECT_EQ(out[n], '#') << r.name;
+        EXPECT_EQ(img.at(), 0u) << r.name;
+    }
+    // Missing "INFO" list, without a budget.
+    Image none(chunk("abcd", text("xyz")));
+    none.go(4);
+    char out[4];
+    EXPECT_EQ(mriff_GetInfoString(&none.m, id("INAM"), out, 4, nullptr), QZE_FILE_READ);
+    EXPECT_EQ(none.at(), 4u);
+}
+
+// ---- wave headers --------------------------------------------------------------------
+
+Bytes wave_header_bytes(DWORD riff_size, const Bytes& fmt_body, DWORD data_size) {
+    Bytes b;
+    append_id(b, "RIFF");
+    append32(b, riff_size);
+    append_id(b, "WAVE");
+    append_id(b, "fmt ");
+    append32(b, uint32_t(fmt_body.size()));
+    append(b, fmt_body);
+    append_id(b, "data");
+    append32(b, data_size);
+    return b;
+}
+
+TEST(MriffWaveHeader, WritesTheCanonicalHeader) {
+    using qz::testing::encode;
+    using qz::testing::plain;
+    qz::testing::Wfx stale = plain(1, 2, 44100, 16);
+    stale.align = 2;  // rebuilt for PCM
+    stale.avg = 1;
+    stale.cb = 99;
+    qz::testing::Wfx f32 = plain(3, 2, 48000, 32);
+    qz::testing::Wfx adpcm = plain(2, 1, 22050, 4);
+    adpcm.align = 256;
+    adpcm.avg = 11155;
+    adpcm.cb = 32;  // the 18-byte body says 32 more bytes; none are written
+    struct Row {
+        const char* name;
+        qz::testing::Wfx wfx;
+        DWORD data, extra;
+        Bytes expected;
+    };
+    Bytes pcm_body = encode(plain(1, 2, 44100, 16));
+    pcm_body.resize(16);
+    const Row rows[] = {
+        {"pcm16 stereo", stale, 1000, 0, wave_header_bytes(1036, pcm_body, 1000)},
+        {"odd total raised to even", stale, 1001, 0, wave_header_bytes(1038, pcm_body, 1001)},
+        {"extra room counted", stale, 1000, 10, wave_header_bytes(1046, pcm_body, 1000)},
+        {"float keeps 18 bytes", f32, 0, 0, wave_header_bytes(38, encode(f32), 0)},
+        {"adpcm 18 bytes as given", adpcm, 4, 3, wave_header_bytes(46, encode(adpcm), 4)},
+    };
+    for (const Row& r : rows) {
+        Image img(Bytes(), 64);
+        qz::testing::WfxBuffer wfx(encode(r.wfx));
+        EXPECT_EQ(mriff_WriteWaveHeader(&img.m, wfx.wfx(), r.data, r.extra), S_OK) << r.name;
+        EXPECT_EQ(Bytes(img.storage.begin(), img.storage.begin() + r.expected.size()), r.expected)
+            << r.name;
+        EXPECT_EQ(img.at(), r.expected.size()) << r.name;
+    }
+}
+
+TEST(MriffWaveHeader, ShortCapacityReportsAndStaysInside) {
+    qz::testing::WfxBuffer wfx(qz::testing::encode(qz::testing::plain(1, 2, 44100, 16)));
+    struct Row {
+        DWORD capacity;
+        HRESULT hr;
+    };
+    // 44 bytes in all: RIFF header 12, fmt 24, data header 8.
+    const Row rows[] = {{0, QZE_FILE_WRITE},
+                        {6, QZE_FILE_WRITE},
+                        {12, QZE_FILE_WRITE},
+                        {35, QZE_FILE_WRITE},
+                        {36, S_OK},
+                        {40, S_OK},
+                        {44, S_OK}};
+    for (const Row& r : rows) {
+        Image img(Bytes(), r.capacity);
+        EXPECT_EQ(mriff_WriteWaveHeader(&img.m, wfx.wfx(), 100, 0), r.hr) << r.capacity;
+        EXPECT_EQ(img.data_size(), r.capacity) << r.capacity;
+    }
+    Image img(Bytes(), 64);
+    EXPECT_EQ(mriff_WriteWaveHeader(&img.m, static_cast<const WAVEFORMATEX*>(nullptr), 0, 0),
+              E_POINTER);
+}
+
+TEST(MriffWaveHeader, RecordIsWrittenAsItsPlainStructure) {
+    _qzwaveformat rec;
+    rec.Init(48000, QZST_FLOAT32, 6, 0x3F, 32);
+    Image img(Bytes(), 64);
+    ASSERT_EQ(mriff_WriteWaveHeader(&img.m, rec, 480, 0), S_OK);
+    const Bytes body = qz::testing::encode(qz::testing::plain(3, 6, 48000, 32));
+    const Bytes expected = wave_header_bytes(18 + 480 + 20, body, 480);
+    EXPECT_EQ(Bytes(img.storage.begin(), img.storage.begin() + expected.size()), expected);
+}
+
+// ---- reading wave images --------------------------------------------------------------
+
+TEST(MriffGetWfx, ReadsFormatAndDataSize) {
+    using qz::testing::encode;
+    using qz::testing::extensible;
+    using qz::testing::plain;
+    const Bytes pcm = encode(plain(1, 2, 44100, 16));
+    Bytes pcm16 = pcm;
+    pcm16.resize(16);
+    const Bytes ext51 = encode(extensible(plain(1, 6, 48000, 24), 1, 0x3F, 24));
+    struct Row {
+        const char* name;
+        Bytes image;
+        HRESULT hr;
+        Bytes wfx;  // the 18 bytes expected
+        DWORD data_size;
+    };
+    const Row rows[] = {
+        {"16-byte fmt", riff("WAVE", chunk("fmt ", pcm16) + chunk("data", Bytes(8, 0))), S_OK, pcm,
+         8},
+        {"list before fmt",
+         riff("WAVE", list("INFO", chunk("INAM", text("x"))) + chunk("fmt ", pcm) +
+                          chunk("data", Bytes(3, 0))),
+         S_OK, pcm, 3},
+        {"extensible keeps 18", riff("WAVE", chunk("fmt ", ext51) + chunk("data", Bytes())), S_OK,
+         Bytes(ext51.begin(), ext51.begin() + 18), 0},
+        {"not WAVE", riff("AVI ", chunk("fmt ", pcm) + chunk("data", Bytes())), E_FAIL, {}, 0},
+        {"not RIFF", lit("RIFX\x10\x00\x00\x00WAVEfmt "), QZE_NO_RIFF_HEADER, {}, 0},
+        {"no data", riff("WAVE", chunk("fmt ", pcm)), QZE_NOT_FOUND, {}, 0},
+        {"no fmt", riff("WAVE", chunk("data", Bytes(2, 0))), QZE_NOT_FOUND, {}, 0},
+    };
+    for (const Row& r : rows) {
+        WAVEFORMATEX out;
+        std::memset(&out, 0xEE, sizeof out);
+        DWORD data_size = 77;
+        EXPECT_EQ(mriff_GetWfx(&out, r.image.data(), DWORD(r.image.size()), &data_size), r.hr)
+            << r.name;
+        const Bytes got(reinterpret_cast<uint8_t*>(&out), reinterpret_cast<uint8_t*>(&out) + 18);
+        if (r.hr == S_OK) {
+            EXPECT_EQ(got, r.wfx) << r.name;
+            EXPECT_EQ(data_size, r.data_size) << r.name;
+        } else {
+            EXPECT_EQ(got, Bytes(18, 0xEE)) << r.name << ": output untouched";
+            EXPECT_EQ(data_size, 77u) << r.name;
+        }
+    }
+}
+
+TEST(MriffGetWfx, FormatBodyPastTheImageEndIsCutThere) {
+    // "data" first, then "fmt " claiming 18 bytes of which 6 are present.
+    Bytes image;
+    append_id(image, "RIFF");
+    append32(image, 40);
+    append_id(image, "WAVE");
+    append(image, chunk("data", Bytes(2, 0)));
+    append_id(image, "fmt ");
+    append32(image, 18);
+    append(image, Bytes{0x01, 0x00, 0x02, 0x00, 0x44, 0xAC});
+    WAVEFORMATEX out;
+    std::memset(&out, 0xEE, sizeof out);
+    ASSERT_EQ(mriff_GetWfx(&out, image.data(), DWORD(image.size()), nullptr), S_OK);
+    EXPECT_EQ(out.wFormatTag, 1);
+    EXPECT_EQ(out.nChannels, 2);
+    EXPECT_EQ(out.nSamplesPerSec, 0xAC44u);
+    EXPECT_EQ(out.nAvgBytesPerSec, 0u);  // cleared, not read
+    EXPECT_EQ(out.cbSize, 0);
+}
+
+TEST(MriffGetWfx, RecordFormKeepsTheExtensibleFields) {
+    using qz::testing::encode;
+    using qz::testing::extensible;
+    using qz::testing::plain;
+    const Bytes ext51 = encode(extensible(plain(1, 6, 48000, 24), 1, 0x60F, 24));
+    const Bytes image = riff("WAVE", chunk("fmt ", ext51) + chunk("data", Bytes(36, 0)));
+    _qzwaveformat rec;
+    DWORD data_size = 0;
+    ASSERT_EQ(mriff_GetWfx(&rec, image.data(), DWORD(image.size()), &data_size), S_OK);
+    EXPECT_EQ(rec.sampleType, DWORD(QZST_PCM24));
+    EXPECT_EQ(rec.channels, 6);
+    EXPECT_EQ(rec.channelMask, 0x60Fu);
+    EXPECT_EQ(rec.flags, DWORD(QZWF_EXTENSIBLE));
+    EXPECT_EQ(data_size, 36u);
+
+    // An extensible tag whose chunk holds only 18 bytes: what is missing
+    // reads as zeros, and the numbers make it a broken-writer PCM header.
+    qz::testing::Wfx broken = plain(0xFFFE, 2, 8000, 16);
+    broken.align = 32;  // channels x bits
+    broken.avg = 8000 * 32;
+    broken.cb = 22;
+    const Bytes short_image =
+        riff("WAVE", chunk("fmt ", encode(broken)) + chunk("data", Bytes(2, 0)));
+    ASSERT_EQ(mriff_GetWfx(&rec, short_image.data(), DWORD(short_image.size()), nullptr), S_OK);
+    EXPECT_EQ(rec.sampleType, DWORD(QZST_PCM16));
+
+    // Codec bytes come along, up to what a 128-byte record holds.
+    qz::testing::Wfx adpcm = plain(2, 1, 22050, 4);
+    adpcm.cb = 100;
+    adpcm.extra = Bytes(100, 0x5C);
+    const Bytes codec = riff("WAVE", chunk("fmt ", encode(adpcm)) + chunk("data", Bytes(2, 0)));
+    ASSERT_EQ(mriff_GetWfx(&rec, codec.data(), DWORD(codec.size()), nullptr), S_OK);
+    EXPECT_EQ(rec.flags & QZWF_FOREIGN, DWORD(QZWF_FOREIGN));
+    EXPECT_EQ(rec.extraSize, 94);
+    EXPECT_EQ(rec.extra[93], 0x5C);
+}
+
+// ---- a round trip: header written, image read back ----------------------------------
+
+TEST(MriffRoundTrip, WrittenHeaderReadsBackWithItsFormat) {
+    std::vector<uint8_t> buffer(44 + 400);
+    _tMRIFF m;
+    ASSERT_EQ(mriff_Init(&m, buffer.data(), 0, DWORD(buffer.size())), S_OK);
+    _qzwaveformat rec;
+    rec.Init(22050, QZST_PCM24, 2, 0, 32);
+    ASSERT_EQ(mriff_WriteWaveHeader(&m, rec, 396, 0), S_OK);
+    DWORD put = 0;
+    std::vector<uint8_t> samples(396, 0x42);
+    ASSERT_TRUE(mriff_WriteFile(&m, samples.data(), 396, &put, nullptr));
+    ASSERT_EQ(put, 396u);
+    _qzwaveformat back;
+    DWORD data_size = 0;
+    ASSERT_EQ(mriff_GetWfx(&back, buffer.data(), 44 + 396, &data_size), S_OK);
+    EXPECT_TRUE(back == rec);
+    EXPECT_EQ(data_size, 396u);
+}
+
+}  // namespace

@@ -1,0 +1,234 @@
+// riff_DeleteChunk: spans, the tail move, the RIFF size, large files, faults.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#include "platform/posix/fault_plan.h"
+#include "support/riff_files.h"
+
+using namespace riff_test;
+using qz::testing::FaultOp;
+using qz::testing::FaultPlan;
+
+namespace {
+
+struct Part {
+    const char* label;
+    Bytes bytes;
+};
+
+// The top level of a wave file whose parts have every kind of size.
+std::vector<Part> parts() {
+    return {
+        {"fmt ", chunk("fmt ", pattern(16))},
+        {"odd ", chunk("odd ", pattern(5, 3))},                             // odd chunk
+        {"adtl", list("adtl", chunk("labl", pattern(4)) + pattern(3, 9))},  // odd list body
+        {"INFO", list("INFO", chunk("INAM", text("x") + Bytes{0}))},        // even list
+        {"data", chunk("data", pattern(7, 5))},                             // odd, at the end
+    };
+}
+
+Bytes join(const std::vector<Part>& ps, int skip = -1) {
+    Bytes out;
+    for (int i = 0; i < int(ps.size()); ++i)
+        if (i != skip) out = out + ps[size_t(i)].bytes;
+    return out;
+}
+
+uint32_t riff_size_of(const Bytes& file) {
+    return uint32_t(file[4]) | (uint32_t(file[5]) << 8) | (uint32_t(file[6]) << 16) |
+           (uint32_t(file[7]) << 24);
+}
+
+}  // namespace
+
+TEST(RiffDelete, RemovesChunksAndListsAtTheStartMiddleAndEnd) {
+    const std::vector<Part> ps = parts();
+    struct Case {
+        int index;
+        bool is_list;
+    } cases[] = {{0, false}, {1, false}, {2, true}, {3, true}, {4, false}};
+    for (const Case& c : cases) {
+        TempFile f(riff("WAVE", join(ps)));
+        const Part& gone = ps[size_t(c.index)];
+        const DWORD id = cc(gone.label);
+        DWORD removed = 0;
+        ASSERT_EQ(riff_DeleteChunk(f.handle(), id, &removed, c.is_list), S_OK) << gone.label;
+        EXPECT_EQ(removed, gone.bytes.size()) << gone.label;
+        EXPECT_EQ(f.contents(), riff("WAVE", join(ps, c.index))) << gone.label;
+    }
+}
+
+TEST(RiffDelete, ListsAreFoundByTypeAndChunksById) {
+    // A chunk whose id is "INFO" is not the list of type "INFO", and the
+    // first list of the type is the one that goes.
+    const Bytes info_chunk = chunk("INFO", pattern(2));
+    const Bytes first = list("INFO", chunk("a   ", {}));
+    const Bytes second = list("INFO", chunk("b   ", {}));
+    TempFile f(riff("WAVE", info_chunk + first + second));
+    DWORD removed = 0;
+    ASSERT_EQ(riff_DeleteChunk(f.handle(), cc("INFO"), &removed, TRUE), S_OK);
+    EXPECT_EQ(f.contents(), riff("WAVE", info_chunk + second));
+    ASSERT_EQ(riff_DeleteChunk(f.handle(), cc("INFO"), &removed, FALSE), S_OK);
+    EXPECT_EQ(f.contents(), riff("WAVE", second));
+}
+
+TEST(RiffDelete, FailedSearchesChangeNothing) {
+    const Bytes file = riff("WAVE", join(parts()));
+    struct Case {
+        Bytes bytes;
+        DWORD id;
+        BOOL is_list;
+        HRESULT expected;
+    } cases[] = {
+        {file, cc("cue "), FALSE, QZE_NOT_FOUND},
+        {file, cc("INAM"), FALSE, QZE_NOT_FOUND},  // only the top level is searched
+        {file, cc("fmt "), TRUE, QZE_NOT_FOUND},   // no list of that type
+        {header("RIFX", 4) + text("WAVE"), cc("fmt "), FALSE, QZE_NO_RIFF_HEADER},
+        // A chunk claiming more bytes than the file holds is refused whole.
+        {header("RIFF", 4 + 12 + 108) + text("WAVE") + chunk("fmt ", pattern(4)) +
+             header("data", 100) + pattern(20),
+         cc("data"), FALSE, QZE_CORRUPT_OR_UNKNOWN},
+    };
+    for (const Case& c : cases) {
+        TempFile f(c.bytes);
+        DWORD removed = 99;
+        EXPECT_EQ(riff_DeleteChunk(f.handle(), c.id, &removed, c.is_list), c.expected);
+        EXPECT_EQ(removed, 0u);
+        EXPECT_EQ(f.contents(), c.bytes);
+    }
+}
+
+TEST(RiffDelete, LastChunkWithoutItsPadIsRemovedToTheEnd) {
+    // Some writers leave out the pad byte after an odd last chunk.
+    const Bytes kept = chunk("fmt ", pattern(4));
+    TempFile f(header("RIFF", 4 + 12 + 13) + text("WAVE") + kept + header("data", 5) + pattern(5));
+    DWORD removed = 0;
+    ASSERT_EQ(riff_DeleteChunk(f.handle(), cc("data"), &removed, FALSE), S_OK);
+    EXPECT_EQ(removed, 13u);
+    EXPECT_EQ(f.contents(), riff("WAVE", kept));
+}
+
+TEST(RiffDelete, TailsAroundTheBlockSizeMoveWhole) {
+    // The tail moves in 4096-byte blocks until one comes back short; tails
+    // of a block and a half, of exact blocks and of nothing all arrive whole.
+    for (size_t tail : {size_t(0), size_t(2), size_t(4094), size_t(4096 - 8), size_t(4096),
+                        size_t(8192 - 8), size_t(8192), size_t(10001)}) {
+        const Bytes head = chunk("junk", pattern(11));
+        const Bytes rest = chunk("data", pattern(tail, 7));
+        TempFile f(riff("WAVE", head + rest));
+        ASSERT_EQ(riff_DeleteChunk(f.handle(), cc("junk"), nullptr, FALSE), S_OK) << tail;
+        EXPECT_EQ(f.contents(), riff("WAVE", rest)) << tail;
+    }
+}
+
+TEST(RiffDelete, FailedCutStillLowersTheRiffSize) {
+    const Bytes file = riff("WAVE", join(parts()));
+    TempFile f(file);
+    DWORD removed = 0;
+    {
+        FaultPlan plan;
+        plan.fail(FaultOp::Truncate, 1);
+        EXPECT_EQ(riff_DeleteChunk(f.handle(), cc("fmt "), &removed, FALSE), QZE_FILE_WRITE);
+    }
+    EXPECT_EQ(removed, 24u);
+    const Bytes now = f.contents();
+    ASSERT_EQ(now.size(), file.size());  // not cut: the old last bytes stay behind
+    const Bytes expected = riff("WAVE", join(parts(), 0));
+    EXPECT_EQ(prefix(now, expected.size()), expected);
+    EXPECT_EQ(riff_size_of(now), riff_size_of(file) - 24);
+}
+
+TEST(RiffDelete, SizeUpdateFailureIsReportedAfterTheMove) {
+    TempFile f(riff("WAVE", join(parts())));
+    FaultPlan plan;
+    // The move itself writes once (a tail shorter than a block); the second
+    // write is the new RIFF size.
+    plan.fail(FaultOp::Write, 2);
+    DWORD removed = 0;
+    EXPECT_EQ(riff_DeleteChunk(f.handle(), cc("odd "), &removed, FALSE), QZE_FILE_WRITE);
+    EXPECT_EQ(removed, 14u);
+}
+
+namespace {
+
+long max_rss_kib() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+
+void put_at(std::fstream& out, uint64_t offset, const Bytes& bytes) {
+    out.seekp(std::streamoff(offset));
+    out.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+}
+
+Bytes get_at(const std::string& path, uint64_t offset, size_t count) {
+    std::ifstream in(path, std::ios::binary);
+    in.seekg(std::streamoff(offset));
+    Bytes out(count);
+    in.read(reinterpret_cast<char*>(out.data()), std::streamsize(count));
+    out.resize(size_t(in.gcount()));
+    return out;
+}
+
+}  // namespace
+
+TEST(RiffDelete, LargeSparseFileMovesInFixedMemory) {
+    // A 300 MiB file that is mostly a hole: a small chunk at the start, a
+    // huge "data" chunk with a few marked bytes, and a LIST at the end.
+    // Deleting the first chunk moves all of it down by 108 bytes.
+    constexpr uint32_t kData = 300u << 20;
+    const Bytes junk = chunk("junk", pattern(100));
+    const Bytes info = list("INFO", chunk("INAM", text("big") + Bytes{0}));
+    const uint64_t data_at = 12 + junk.size();
+    const uint64_t info_at = data_at + 8 + kData;
+    const uint64_t total = info_at + info.size();
+    const uint64_t marks[] = {data_at + 8, data_at + 8 + 4096 * 1000 + 3, data_at + 8 + kData - 5};
+
+    TempDir dir;
+    const std::string path = dir.file("big.wav");
+    {
+        std::fstream out(path, std::ios::binary | std::ios::out | std::ios::trunc);
+        put_at(out, 0, header("RIFF", uint32_t(total - 8)) + text("WAVE") + junk);
+        put_at(out, data_at, header("data", kData));
+        for (uint64_t m : marks) put_at(out, m, text("MARK"));
+        put_at(out, info_at, info);
+    }
+    ASSERT_EQ(std::filesystem::file_size(path), total);
+
+    const HANDLE h = CreateFileW(wide(path).c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                                 OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    ASSERT_NE(h, INVALID_HANDLE_VALUE);
+    const long rss_before = max_rss_kib();
+    const auto started = std::chrono::steady_clock::now();
+    DWORD removed = 0;
+    const HRESULT hr = riff_DeleteChunk(h, cc("junk"), &removed, FALSE);
+    const auto took = std::chrono::steady_clock::now() - started;
+    const long rss_growth = max_rss_kib() - rss_before;
+    std::printf("[ riff ] deleting the first chunk of %llu bytes took %.2f s, peak RSS +%ld KiB\n",
+                (unsigned long long)total, std::chrono::duration<double>(took).count(), rss_growth);
+    ASSERT_EQ(hr, S_OK);
+    EXPECT_EQ(removed, junk.size());
+    // Memory stays fixed: nowhere near the 300 MiB that moved.
+    EXPECT_LT(rss_growth, 16 * 1024);
+
+    const uint64_t shift = junk.size();
+    EXPECT_EQ(std::filesystem::file_size(path), total - shift);
+    for (uint64_t m : marks) EXPECT_EQ(get_at(path, m - shift, 4), text("MARK")) << m;
+    EXPECT_EQ(get_at(path, 0, 8), header("RIFF", uint32_t(total - 8 - shift)));
+
+    // The list behind the hole is still found by a walk past 300 MiB, and
+    // deleting it, the last chunk, cuts the file back to the data's end.
+    DWORD size = 0;
+    ASSERT_EQ(riff_FindListChunkFromStart(h, cc("INFO"), &size), S_OK);
+    EXPECT_EQ(size, 12u);
+    ASSERT_EQ(riff_DeleteChunk(h, cc("INFO"), &removed, TRUE), S_OK);
+    EXPECT_EQ(removed, info.size());
+    EXPECT_EQ(std::filesystem::file_size(path), info_at - shift);
+    CloseHandle(h);
+}

@@ -1,0 +1,346 @@
+// The error handler's texts: the kernel's table, registered tables, the
+// context sentences, composed messages and the error boxes.
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "kernel/error_internal.h"
+#include "support/error_support.h"
+
+namespace {
+
+using qz::test::expanded;
+using qz::test::MessageBoxCapture;
+using qz::test::narrow;
+using qz::test::wide;
+using qz::test::WString;
+
+WString text_of(HRESULT code) {
+    const LPCWSTR text = QzErrorHandler_GetHresultString(code);
+    return text ? WString(text) : WString(QZTEXT("<null>"));
+}
+
+TEST(ErrorMessages, FixedTextsFollowTwoLineBreaksWordForWord) {
+    // The codes as numbers, so the test does not lean on the names.
+    const struct {
+        DWORD code;
+        const char* text;
+    } cases[] = {
+        {0x8004E000, "An unsupported media type was requested."},
+        {0x8004E001, "The request is not enabled for this device."},
+        {0x8004E002, "The disk is full. Please free some space and try again."},
+        {0x8004E003,
+         "Application resources are low. You may regain resources by closing some "
+         "applications."},
+        {0x8004E004, "Trying to open allocated resource."},
+        {0x8004E005, "The system is busy."},
+        {0x8004E006, "The file could not be created."},
+        {0x8004E007,
+         "The file could not be opened. Make sure the file exists and that you have access to "
+         "the file/folder."},
+        {0x8004E008,
+         "An error occurred reading the file. Make sure you have read access to the file/folder "
+         "and that it is not corrupted."},
+        {0x8004E009,
+         "An error occurred writing the file. Make sure you have write access to the "
+         "file/folder and that there is enough free space."},
+        {0x8004E00A, "The item was not found."},
+        {0x8004E00B, "The file is most likely corrupted or of an unknown format."},
+        {0x8004E00C, "The operation was cancelled by the user."},
+        {0x8004E00D, "The file name is not valid."},
+        {0x8004E00E,
+         "A necessary resource is missing. You should re-install $(AppName) as the application "
+         "file appears to be corrupted."},
+        {0x8004E00F, "An error occurred while creating a window."},
+        {0x8004E010, "An error occurred while opening a device driver."},
+        {0x8004E011, "An error occurred while opening a codec."},
+        {0x8004E012, "An error occurred while converting with a codec."},
+        {0x8004E015, "A device is not available."},
+        {0x8004E016, "The file is an unsupported format."},
+        {0x8004E017, "An Exception has occurred."},
+        {0x8004E01B, "A component failed to initialize."},
+        {0x8004E01C, "The file was created with an unsupported version of the program."},
+        {0x8004E032, "The file could not be created. Another file with that name exists."},
+        {0x8004E033, "The application does not support this file type."},
+        {0x8004E036, "A stream could not be opened."},
+        {0x8004E037, "A stream could not be created."},
+        {0x8004E038, "A stream could not be read."},
+        {0x8004E039, "A stream could not be written."},
+        {0x8004E03C, "Buffer to small."},
+        {0x8004E047,
+         "The file format plugin for the specified format was not properly initialized."},
+        {0x8004E080,
+         "The file is most likely corrupted or of an unknown format. A necessary RIFF header is "
+         "missing."},
+        {0x8004E081,
+         "The file is most likely corrupted or of an unknown format. A necessary LIST header is "
+         "missing."},
+        {0x8004E082,
+         "The file is most likely corrupted or of an unknown format. A chunk has a length of 0."},
+        {0x8004E0A9, "Duplicate item."},
+        {0x0004E000,
+         "The file had a problem in it; however, some content may have been recovered."},
+        {0x0004E005, "This feature is not configured properly."},
+        {0x800A0026, "End of File is not an error."},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(narrow(text_of(HRESULT(c.code))), "\n\n" + std::string(c.text))
+            << std::hex << c.code;
+}
+
+TEST(ErrorMessages, EveryOtherListedCodeHasItsOwnParagraph) {
+    std::vector<DWORD> codes = {
+        0x8004E019, 0x8004E01A, 0x8004E01D, 0x8004E01E, 0x8004E01F, 0x8004E020, 0x8004E023,
+        0x8004E024, 0x8004E025, 0x8004E026, 0x8004E028, 0x8004E02A, 0x8004E02B, 0x8004E02E,
+        0x8004E02F, 0x8004E030, 0x8004E031, 0x8004E034, 0x8004E035, 0x8004E03A, 0x8004E03B,
+        0x8004E03D, 0x8004E03E, 0x8004E045, 0x8004E048, 0x8004E050, 0x8004E051, 0x8004E054,
+        0x8004E055, 0x8004E05A, 0x8004E05B, 0x8004E05C, 0x8004E05D, 0x8004E05E, 0x8004E05F,
+        0x8004E060, 0x8004E061, 0x8004E063, 0x8004E064, 0x8004E083, 0x8004E084, 0x8004E085,
+        0x8004E086, 0x8004E087, 0x8004E088, 0x8004E089, 0x8004E08A, 0x8004E0A0, 0x8004E0A1,
+        0x8004E0A2, 0x8004E0A3, 0x8004E0A5, 0x8004E0A6, 0x8004E0A8, 0x8004E0AA, 0x8004E0AB,
+        0x8004E0AC, 0x8004E0AE, 0x8004E0AF, 0x8004E0B4, 0x8004E0B5, 0x8004E0B6, 0x8004E0C2,
+        0x8004E0C5, 0x8004E0C9, 0x8004E0D4, 0x8004E0EC, 0x8004E0ED, 0x8004E0EE, 0x8004E0EF,
+        0x8004E109, 0x8004E142, 0x8004E15F, 0x8004E161, 0x8004E162, 0x8004E163, 0x8004E164,
+        0x8004E165, 0x8004E166, 0x8004E16D, 0x8004E16E, 0x8004E16F, 0x8004E170, 0x8004E171,
+        0x8004E172, 0x8004E173, 0x8004E174, 0x8004E186, 0x8004E189, 0x8004E18A,
+        // informational
+        0x0004E003, 0x0004E006, 0x0004E007, 0x0004E008, 0x0004E009, 0x0004E00A, 0x0004E00B,
+        0x0004E00C, 0x0004E00E, 0x0004E010, 0x0004E015, 0x0004E018, 0x0004E019,
+        // Windows and multimedia
+        0x80040037, 0x80040964, 0x800404B0, 0x800404E0, 0xC00D002B, 0xC00D0BC2, 0xC00D0BC3,
+        0xC00D0BC4, 0xC00D0BC5, 0xC00D0BC6, 0xC00D0BCF,
+        // the common Windows codes
+        0x80004005, 0x80070057, 0x8007000E, 0x80004001, 0x80004003, 0x80004002, 0x8000FFFF,
+        0x80070006, 0x80070005, 0x80040154, 0x80030005, 0x80030009, 0x8003001D, 0x80030070,
+        0x80030103};
+    for (DWORD code = 0x8004E17C; code <= 0x8004E184; ++code) codes.push_back(code);
+    std::set<WString> texts;
+    for (DWORD code : codes) {
+        const WString text = text_of(HRESULT(code));
+        ASSERT_GT(text.size(), 10u) << std::hex << code;
+        EXPECT_EQ(text.substr(0, 2), QZTEXT("\n\n")) << std::hex << code;
+        EXPECT_NE(text[2], WCHAR('\n')) << std::hex << code;
+        texts.insert(text);
+    }
+    // Each code reads differently, so a report names the one it was.
+    EXPECT_EQ(texts.size(), codes.size());
+    EXPECT_EQ(codes.size() + 39, qz::detail::kBuiltInMessageCount);
+}
+
+TEST(ErrorMessages, LicensingAndUnlistedCodesHaveNoText) {
+    // 0x8004E142 sits in the licensing block but is one of the kernel's own.
+    for (DWORD code = 0x8004E12C; code <= 0x8004E154; ++code) {
+        if (code == 0x8004E142) continue;
+        EXPECT_EQ(QzErrorHandler_GetHresultString(HRESULT(code)), nullptr) << std::hex << code;
+    }
+    for (DWORD code : {0x00000000u, 0x00000001u, 0x8004E013u, 0x8004E18Bu, 0x0004E001u, 0x12345678u,
+                       0xFFFFFFFFu})
+        EXPECT_EQ(QzErrorHandler_GetHresultString(HRESULT(code)), nullptr) << std::hex << code;
+}
+
+TEST(ErrorContexts, IdentifiersGiveTheirSentenceAndUnknownOnesTheDefault) {
+    EXPECT_EQ(narrow(QzErrorHandler_GetContextString(QZERRCTX_FILE_OPEN)),
+              "An error occurred while opening the file \"%s\".");
+    EXPECT_EQ(narrow(QzErrorHandler_GetContextString(QZERRCTX_RECORDER)),
+              "An error occurred while communicating with the portable recorder \"%s\".");
+    for (DWORD_PTR unknown : {DWORD_PTR(57), DWORD_PTR(1000), DWORD_PTR(0xFFFF)})
+        EXPECT_EQ(narrow(QzErrorHandler_GetContextString(unknown)), "An error has occurred.");
+    ASSERT_EQ(qz::detail::kContextTextCount, 57u);
+    for (size_t i = 0; i < qz::detail::kContextTextCount; ++i)
+        EXPECT_EQ(qz::detail::kContextTexts[i].id, i);
+}
+
+TEST(ErrorContexts, ValuesAboveTheIdentifierRangeAreTheCallersText) {
+    static const WCHAR own[] = QZTEXT("Mixing %s went wrong.");
+    EXPECT_EQ(QzErrorHandler_GetContextString(reinterpret_cast<DWORD_PTR>(own)), own);
+}
+
+TEST(ErrorCompose, ContextSentenceTakesTheExtraTextThenTheMessage) {
+    EXPECT_EQ(narrow(QzErrorHandler_GetErrorMessage(QZERRCTX_FILE_OPEN, QZE_NOT_FOUND,
+                                                    QZTEXT("take 3.wav"))),
+              "An error occurred while opening the file \"take 3.wav\".\n\nThe item was not "
+              "found.");
+    EXPECT_EQ(narrow(QzErrorHandler_GetErrorMessage(QZERRCTX_FILE_SAVE, QZE_DISK_FULL, nullptr)),
+              "An error occurred while saving the file \"(unnamed)\".\n\nThe disk is full. "
+              "Please free some space and try again.");
+    EXPECT_EQ(narrow(QzErrorHandler_GetErrorMessage(QZERRCTX_DEFAULT, HRESULT(0x80041234),
+                                                    QZTEXT("ignored"))),
+              "An error has occurred.\n\nAn unknown error occurred (0x80041234).");
+}
+
+TEST(ErrorCompose, AppNameIsReplacedEverywhere) {
+    const WString message =
+        QzErrorHandler_GetErrorMessage(QZERRCTX_STARTUP, QZE_RESOURCE_MISSING, nullptr);
+    EXPECT_EQ(message.find(QZTEXT("$(AppName)")), WString::npos);
+    EXPECT_EQ(message, expanded(WString(QZTEXT("An error occurred while starting $(AppName).")) +
+                                text_of(QZE_RESOURCE_MISSING)));
+}
+
+TEST(ErrorCompose, CallersSentenceIsFormattedOnlyWithOneStringConversion) {
+    const struct {
+        const char* sentence;
+        const char* expected;
+    } cases[] = {
+        {"Could not mix %s.", "Could not mix drums."},
+        {"%-8s|100%% sure", "drums   |100% sure"},
+        {"100% done %d", "100% done %d"},
+        {"%s and %s", "%s and %s"},
+        {"50 %", "50 %"},
+        {"no conversion", "no conversion"},
+    };
+    for (const auto& c : cases) {
+        const WString sentence = wide(c.sentence);
+        const WString message = QzErrorHandler_GetErrorMessage(
+            reinterpret_cast<DWORD_PTR>(sentence.c_str()), QZE_NOT_FOUND, QZTEXT("drums"));
+        EXPECT_EQ(narrow(message), std::string(c.expected) + "\n\nThe item was not found.")
+            << c.sentence;
+    }
+}
+
+TEST(ErrorCompose, MessageIsAppendedOnlyBelow1948Characters) {
+    const WString message = text_of(QZE_NOT_FOUND);
+    for (size_t length : {1946u, 1947u, 1948u, 1949u, 2047u, 5000u}) {
+        const WString sentence(length, WCHAR('x'));
+        const WString composed = QzErrorHandler_GetErrorMessage(
+            reinterpret_cast<DWORD_PTR>(sentence.c_str()), QZE_NOT_FOUND, nullptr);
+        if (length < 1948)
+            EXPECT_EQ(composed, sentence + message) << length;
+        else
+            EXPECT_EQ(composed, sentence.substr(0, QZERROR_MESSAGE_CHARS - 1)) << length;
+    }
+}
+
+TEST(ErrorCompose, ComposeErrorTextAppendsTheDetailsCode) {
+    WCHAR buffer[QZERROR_MESSAGE_CHARS];
+    EXPECT_EQ(QzErrorHandler_ComposeErrorText(QZERRCTX_FILE_READ, QZTEXT("a.aif"), nullptr),
+              E_POINTER);
+    QzErrorHandler_DetailsInit();
+    ASSERT_EQ(QzErrorHandler_DetailsAddString(QZE_FILE_READ, QZTEXT("offset 12")), S_OK);
+    EXPECT_EQ(QzErrorHandler_ComposeErrorText(QZERRCTX_FILE_READ, QZTEXT("a.aif"), buffer), S_OK);
+    EXPECT_EQ(WString(buffer),
+              QzErrorHandler_GetErrorMessage(QZERRCTX_FILE_READ, QZE_FILE_READ, QZTEXT("a.aif")));
+    QzErrorHandler_DetailsInit();
+}
+
+TEST(ErrorBox, CancellationShowsNothingAndAnswersOne) {
+    MessageBoxCapture capture(7);
+    EXPECT_EQ(
+        QzErrorHandler_MsgBox(nullptr, 0x30, QZERRCTX_FILE_OPEN, QZE_CANCELLED, QZTEXT("a.wav"), 0),
+        1);
+    EXPECT_TRUE(capture.boxes().empty());
+}
+
+TEST(ErrorBox, BoxShowsMessageDetailsAndHyperlink) {
+    QzErrorHandler_DetailsInit();
+    ASSERT_EQ(
+        QzErrorHandler_DetailsAddString(QZE_FILE_OPEN, QZTEXT("Path: %s"), QZTEXT("/music/a.wav")),
+        S_OK);
+    ASSERT_EQ(QzErrorHandler_DetailsAddString(QZE_FILE_OPEN, QZTEXT("Tried %d times"), 3), S_OK);
+    ASSERT_EQ(
+        QzErrorHandler_DetailsSetHyperlink(QZTEXT("https://example.com/e007"), QZTEXT("More help")),
+        S_OK);
+    const WString message =
+        QzErrorHandler_GetErrorMessage(QZERRCTX_FILE_OPEN, QZE_FILE_OPEN, QZTEXT("a.wav"));
+    MessageBoxCapture capture(7);
+    EXPECT_EQ(
+        QzErrorHandler_MsgBox(nullptr, 0x30, QZERRCTX_FILE_OPEN, QZE_FILE_OPEN, QZTEXT("a.wav"), 0),
+        7);
+    EXPECT_EQ(QzErrorHandler_MsgBox(nullptr, 0x10, QZERRCTX_FILE_OPEN, QZE_FILE_OPEN,
+                                    QZTEXT("a.wav"), QZERRMB_NODETAILS | QZERRMB_NOHYPERLINK),
+              7);
+    ASSERT_EQ(capture.boxes().size(), 2u);
+    EXPECT_EQ(narrow(capture.boxes()[0].text),
+              narrow(message) +
+                  "\n\nDetails:\nPath: /music/a.wav\r\nTried 3 times\n\nMore help: "
+                  "https://example.com/e007");
+    EXPECT_EQ(capture.boxes()[0].style, 0x30u);
+    EXPECT_EQ(capture.boxes()[0].caption, expanded(QZTEXT("$(AppName)")));
+    EXPECT_EQ(capture.boxes()[1].text, message);
+    EXPECT_EQ(capture.boxes()[1].style, 0x10u);
+    QzErrorHandler_DetailsInit();
+}
+
+TEST(ErrorBox, NullTextShowsNothing) {
+    MessageBoxCapture capture;
+    EXPECT_EQ(QzErrorHandler_MsgBoxText(nullptr, 0, nullptr, 0), 0);
+    EXPECT_TRUE(capture.boxes().empty());
+}
+
+// Registration tests last: the registry lives for the process.
+const QzLocalText<1> kAppNotFound = qz::detail::english(QZTEXT("Not in the app's library."));
+const QzLocalText<1> kSecondNotFound = qz::detail::english(QZTEXT("Second table's text."));
+const QzLocalText<1> kAppOwnCode = qz::detail::english(QZTEXT("Loop has no tempo."));
+const QzLocalText<1> kRecorderFull = qz::detail::english(QZTEXT("The recorder's card is full."));
+constexpr HRESULT kAppCode = HRESULT(0xA0041001);
+constexpr HRESULT kBrokenCode = HRESULT(0xA0041002);
+
+TEST(ErrorTables, ApplicationTablesPrecedeTheKernelInRegistrationOrder) {
+    static const QZLOCALTEXT kNoMarker = {0x1234, 1, {QZTEXT("never shown")}};
+    static const QZERROR_TABLE first[] = {
+        {QZE_NOT_FOUND, kAppNotFound.record()},
+        {kBrokenCode, &kNoMarker},
+    };
+    static const QZERROR_TABLE second[] = {
+        {QZE_NOT_FOUND, kSecondNotFound.record()},
+        {kAppCode, kAppOwnCode.record()},
+        {kBrokenCode, kAppOwnCode.record()},
+    };
+    ASSERT_EQ(QzErrorHandler_AddErrorTable(first, 2), S_OK);
+    ASSERT_EQ(QzErrorHandler_AddErrorTable(second, 3), S_OK);
+    EXPECT_EQ(narrow(text_of(QZE_NOT_FOUND)), "Not in the app's library.");
+    EXPECT_EQ(narrow(text_of(kAppCode)), "Loop has no tempo.");
+    // A record that cannot be resolved does not hide a later table's text.
+    EXPECT_EQ(narrow(text_of(kBrokenCode)), "Loop has no tempo.");
+    EXPECT_EQ(narrow(text_of(QZE_FILE_OPEN)).substr(0, 23), "\n\nThe file could not be");
+}
+
+TEST(ErrorTables, ResourceIdTablesResolveThroughTheirLanguage) {
+    HQZLANG lang = nullptr;
+    ASSERT_EQ(QzLang_Open(nullptr, &lang), S_OK);
+    static const QZLANGSTRING strings[] = {{4711, kRecorderFull.record()}};
+    ASSERT_EQ(QzLang_AddStrings(lang, strings, 1), S_OK);
+    static const QZERROR_TABLE_RCID table[] = {
+        {QZE_RECORDER_17C, 4711},
+        {QZE_RECORDER_17D, 4712},  // no such string: the kernel's text stands
+    };
+    ASSERT_EQ(QzErrorHandler_AddErrorTable(lang, table, 2), S_OK);
+    EXPECT_EQ(narrow(text_of(QZE_RECORDER_17C)), "The recorder's card is full.");
+    EXPECT_EQ(narrow(text_of(QZE_RECORDER_17D)),
+              "\n\nThe portable recorder reported an error (E17D).");
+}
+
+TEST(ErrorTables, BadTablesAreRefusedWithoutRegistering) {
+    static const QZERROR_TABLE table[] = {{kAppCode, kAppOwnCode.record()}};
+    const int before = qz::detail::registered_table_count();
+    EXPECT_EQ(QzErrorHandler_AddErrorTable(static_cast<const QZERROR_TABLE*>(nullptr), 1),
+              E_POINTER);
+    EXPECT_EQ(
+        QzErrorHandler_AddErrorTable(nullptr, static_cast<const QZERROR_TABLE_RCID*>(nullptr), 1),
+        E_POINTER);
+    EXPECT_EQ(QzErrorHandler_AddErrorTable(table, 0), E_INVALIDARG);
+    EXPECT_EQ(QzErrorHandler_AddErrorTable(table, -3), E_INVALIDARG);
+    EXPECT_EQ(qz::detail::registered_table_count(), before);
+}
+
+TEST(ErrorTables, RegistrationStopsAt32WithResultOne) {
+    static QZERROR_TABLE tables[QZERROR_MAX_TABLES + 2][1];
+    const int before = qz::detail::registered_table_count();
+    int accepted = 0;
+    for (int i = 0; i < QZERROR_MAX_TABLES + 2; ++i) {
+        tables[i][0] = {HRESULT(0xA0042000 + i), kAppOwnCode.record()};
+        const HRESULT hr = QzErrorHandler_AddErrorTable(tables[i], 1);
+        if (before + i < QZERROR_MAX_TABLES) {
+            EXPECT_EQ(hr, S_OK) << i;
+            ++accepted;
+        } else {
+            EXPECT_EQ(hr, 1) << i;
+        }
+    }
+    EXPECT_EQ(qz::detail::registered_table_count(), QZERROR_MAX_TABLES);
+    EXPECT_NE(QzErrorHandler_GetHresultString(HRESULT(0xA0042000 + accepted - 1)), nullptr);
+    EXPECT_EQ(QzErrorHandler_GetHresultString(HRESULT(0xA0042000 + accepted)), nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,358 @@
+// CLog: filtering, tags, decorations, the message cut, rotation, sharing,
+// copies and concurrent writers.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <atomic>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "posix/fault_plan.h"
+#include "support/error_support.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using qz::test::wide;
+using qz::test::WString;
+
+class LogFile : public ::testing::Test {
+protected:
+    void SetUp() override {
+        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+        dir_ =
+            fs::temp_directory_path() / ("qzlog_" + std::to_string(getpid()) + "_" + info->name());
+        fs::remove_all(dir_);
+        fs::create_directories(dir_);
+        path_ = dir_ / "app.log";
+        name_ = wide(path_.string());
+    }
+    void TearDown() override {
+        std::error_code ignored;
+        fs::permissions(dir_, fs::perms::owner_all, fs::perm_options::add, ignored);
+        fs::remove_all(dir_, ignored);
+    }
+
+    static std::string read(const fs::path& path) {
+        std::ifstream in(path, std::ios::binary);
+        std::ostringstream text;
+        text << in.rdbuf();
+        return text.str();
+    }
+    std::string contents() const { return read(path_); }
+    std::string previous() const { return read(fs::path(path_.string() + ".previous")); }
+
+    fs::path dir_;
+    fs::path path_;
+    WString name_;
+};
+
+TEST_F(LogFile, InitRefusesBadArguments) {
+    CLog log;
+    EXPECT_EQ(log.Init(nullptr, QZLOG_ALL_LEVELS, -1, 0), E_INVALIDARG);
+    EXPECT_EQ(log.Init(QZTEXT(""), QZLOG_ALL_LEVELS, -1, 0), E_INVALIDARG);
+    EXPECT_EQ(log.Init(name_.c_str(), 0, -1, 0), E_INVALIDARG);
+    // The ".previous" name must fit 260 characters with its zero.
+    const std::string stem = dir_.string() + "/";
+    const std::string longest = stem + std::string(250 - stem.size(), 'n');
+    EXPECT_EQ(log.Init(wide(longest + "n").c_str(), QZLOG_ALL_LEVELS, -1, 0), E_INVALIDARG);
+    EXPECT_FALSE(fs::exists(longest + "n"));
+    EXPECT_EQ(log.Init(wide(longest).c_str(), QZLOG_ALL_LEVELS, -1, 0), S_OK);
+    EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, nullptr), E_POINTER);
+    EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("fits")), S_OK);
+    EXPECT_EQ(read(longest), "fits\n");
+}
+
+TEST_F(LogFile, FolderThatCannotTakeTheFileLeavesTheLogDisabled) {
+    CLog log;
+    EXPECT_EQ(
+        log.Init(wide((dir_ / "missing" / "app.log").string()).c_str(), QZLOG_ALL_LEVELS, -1, 0),
+        QZE_FILE_OPEN);
+    EXPECT_EQ(log.Write(QZLOG_ERROR, nullptr, 0, QZTEXT("lost")), QZE_INIT_FAILED);
+    if (geteuid() != 0) {  // permissions do not stop root
+        fs::permissions(dir_, fs::perms::owner_read | fs::perms::owner_exec);
+        EXPECT_EQ(log.Init(name_.c_str(), QZLOG_ALL_LEVELS, -1, 0), QZE_FILE_OPEN);
+        EXPECT_FALSE(fs::exists(path_));
+    }
+}
+
+TEST_F(LogFile, WritingBeforeInitOrAfterShutdownFails) {
+    CLog log;
+    EXPECT_EQ(log.Write(QZLOG_ERROR, nullptr, 0, QZTEXT("early")), QZE_INIT_FAILED);
+    EXPECT_EQ(std::char_traits<WCHAR>::length(log.GetLogFileName()), 0u);
+    ASSERT_EQ(log.Init(name_.c_str(), QZLOG_ALL_LEVELS, -1, 0), S_OK);
+    EXPECT_EQ(log.GetLogFileName(), name_);
+    ASSERT_EQ(log.Write(QZLOG_ERROR, nullptr, 0, QZTEXT("kept")), S_OK);
+    log.Shutdown();
+    EXPECT_EQ(log.Write(QZLOG_ERROR, nullptr, 0, QZTEXT("late")), QZE_INIT_FAILED);
+    EXPECT_EQ(contents(), "ERR kept\n");
+}
+
+TEST_F(LogFile, MaskSelectsLevelsAndTagsNameThem) {
+    {
+        CLog warnings;
+        ASSERT_EQ(warnings.Init(name_.c_str(), QZLOG_WARNING, -1, 0), S_OK);
+        for (LOGFLAGS level : {QZLOG_ERROR, QZLOG_WARNING, QZLOG_INFO, QZLOG_DEBUG, QZLOG_PLAIN})
+            EXPECT_EQ(warnings.Write(level, nullptr, 0, QZTEXT("level %u"), unsigned(level)), S_OK);
+    }
+    EXPECT_EQ(contents(), "WARNlevel 2\n");
+    fs::remove(path_);
+
+    CLog log;
+    ASSERT_EQ(log.Init(name_.c_str(), QZLOG_ALL_LEVELS, -1, 0), S_OK);
+    const struct {
+        LOGFLAGS level;
+        const char* line;
+    } cases[] = {
+        {QZLOG_ERROR, "ERR m\n"},
+        {QZLOG_WARNING, "WARNm\n"},
+        {QZLOG_INFO, "INFOm\n"},
+        {QZLOG_DEBUG, "DBG m\n"},
+        {QZLOG_PLAIN, "m\n"},
+        {0x3, "????m\n"},
+        {0x10001, "????m\n"},
+        {0x20, ""},
+        {0, ""},
+        {QZLOG_TIME, ""},
+    };
+    std::string expected;
+    for (const auto& c : cases) {
+        EXPECT_EQ(log.Write(c.level, nullptr, 0, QZTEXT("m")), S_OK);
+        expected += c.line;
+    }
+    EXPECT_EQ(contents(), expected);
+}
+
+TEST_F(LogFile, DecorationsHaveTheirExactLayout) {
+    const std::time_t before = std::time(nullptr);
+    {
+        CLog log;
+        ASSERT_EQ(log.Init(name_.c_str(), QZLOG_ALL_LEVELS | QZLOG_TIME | QZLOG_SOURCE, -1, 0),
+                  S_OK);
+        log.Write(QZLOG_ERROR, QZTEXT("C:\\src\\mixer.cpp"), 42, QZTEXT("gain %d dB"), -3);
+    }
+    const std::time_t after = std::time(nullptr);
+    const std::string line = contents();
+    int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
+    ASSERT_EQ(std::sscanf(line.c_str(), "ERR  %4d-%2d-%2d %2d:%2d:%2d", &year, &month, &day, &hour,
+                          &minute, &second),
+              6)
+        << line;
+    char expected[128];
+    std::snprintf(expected, sizeof expected,
+                  "ERR  %04d-%02d-%02d %02d:%02d:%02d       mixer.cpp(  42): gain -3 dB\n", year,
+                  month, day, hour, minute, second);
+    EXPECT_EQ(line, expected);
+    std::tm stamp{};
+    stamp.tm_year = year - 1900;
+    stamp.tm_mon = month - 1;
+    stamp.tm_mday = day;
+    stamp.tm_hour = hour;
+    stamp.tm_min = minute;
+    stamp.tm_sec = second;
+    stamp.tm_isdst = -1;
+    const std::time_t written = std::mktime(&stamp);
+    EXPECT_GE(written, before);
+    EXPECT_LE(written, after);
+}
+
+TEST_F(LogFile, SourcePositionIsRightAlignedNameAndLine) {
+    {
+        CLog log;
+        ASSERT_EQ(log.Init(name_.c_str(), QZLOG_ALL_LEVELS | QZLOG_SOURCE, -1, 0), S_OK);
+        log.Write(QZLOG_INFO, QZTEXT("/home/dev/kernel/log.cpp"), 7, QZTEXT("a"));
+        log.Write(QZLOG_PLAIN, nullptr, 12345, QZTEXT("b"));
+        log.Write(QZLOG_DEBUG, QZTEXT("a_very_long_source_name.cpp"), -1, QZTEXT("c"));
+    }
+    EXPECT_EQ(contents(),
+              "INFO        log.cpp(   7): a\n"
+              "               (12345): b\n"
+              "DBG a_very_long_source_name.cpp(  -1): c\n");
+}
+
+TEST_F(LogFile, MessagesAreCutAt1023Characters) {
+    {
+        CLog log;
+        ASSERT_EQ(log.Init(name_.c_str(), QZLOG_PLAIN, -1, 0), S_OK);
+        const WString text(2000, WCHAR('m'));
+        EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("%s"), text.c_str()), S_OK);
+        EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, WString(1023, WCHAR('n')).c_str()), S_OK);
+    }
+    EXPECT_EQ(contents(), std::string(1023, 'm') + "\n" + std::string(1023, 'n') + "\n");
+}
+
+TEST_F(LogFile, FileMovesToPreviousWhenItReachesTheLimit) {
+    CLog log;
+    ASSERT_EQ(log.Init(name_.c_str(), QZLOG_PLAIN, 1000, 0), S_OK);
+    auto line = [](int i) {
+        char text[32];
+        std::snprintf(text, sizeof text, "line %04d ", i);
+        return std::string(text) + std::string(89, '.') + "\n";  // 100 bytes
+    };
+    auto write = [&](int i) {
+        const std::string text = line(i);
+        return log.Write(QZLOG_PLAIN, nullptr, 0, wide(text.substr(0, 99)).c_str());
+    };
+    std::string first;
+    for (int i = 0; i < 10; ++i) {
+        ASSERT_EQ(write(i), S_OK);
+        first += line(i);
+    }
+    EXPECT_EQ(contents(), first);  // exactly at the limit: not moved yet
+    EXPECT_FALSE(fs::exists(path_.string() + ".previous"));
+    ASSERT_EQ(write(10), S_OK);
+    EXPECT_EQ(previous(), first);
+    EXPECT_EQ(contents(), line(10));
+    std::string second = line(10);
+    for (int i = 11; i < 20; ++i) {
+        ASSERT_EQ(write(i), S_OK);
+        second += line(i);
+    }
+    ASSERT_EQ(write(20), S_OK);
+    EXPECT_EQ(previous(), second);  // the older copy is replaced
+    EXPECT_EQ(contents(), line(20));
+}
+
+TEST_F(LogFile, NoLimitMeansNoRotation) {
+    for (int limit : {0, -1, -1000}) {
+        CLog log;
+        ASSERT_EQ(log.Init(name_.c_str(), QZLOG_PLAIN, limit, 0), S_OK);
+        for (int i = 0; i < 50; ++i) log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("%040d"), i);
+    }
+    EXPECT_EQ(contents().size(), 3u * 50u * 41u);
+    EXPECT_FALSE(fs::exists(path_.string() + ".previous"));
+}
+
+TEST_F(LogFile, FailedReopeningDisablesTheLog) {
+    CLog log;
+    ASSERT_EQ(log.Init(name_.c_str(), QZLOG_PLAIN, 10, 0), S_OK);
+    ASSERT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("more than ten bytes")), S_OK);
+    // The folder goes away under the open file: the rotation cannot reopen.
+    fs::remove_all(dir_);
+    EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("x")), QZE_FILE_OPEN);
+    EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("x")), QZE_INIT_FAILED);
+}
+
+TEST_F(LogFile, WriteErrorIsReported) {
+    CLog log;
+    ASSERT_EQ(log.Init(name_.c_str(), QZLOG_PLAIN, -1, 0), S_OK);
+    {
+        qz::testing::FaultPlan plan;
+        plan.fail(qz::testing::FaultOp::Write, 1);
+        EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("lost")), QZE_FILE_WRITE);
+    }
+    EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("kept")), S_OK);
+    EXPECT_EQ(contents(), "kept\n");
+}
+
+TEST_F(LogFile, ShareModeDecidesWhetherASecondLogMayOpenTheFile) {
+    CLog exclusive;
+    ASSERT_EQ(exclusive.Init(name_.c_str(), QZLOG_PLAIN, -1, QZLOG_EXCLUSIVE), S_OK);
+    CLog second;
+    EXPECT_EQ(second.Init(name_.c_str(), QZLOG_PLAIN, -1, QZLOG_SH_DENYNO), QZE_FILE_OPEN);
+    exclusive.Shutdown();
+
+    CLog a, b;
+    ASSERT_EQ(a.Init(name_.c_str(), QZLOG_PLAIN, -1, QZLOG_SH_DENYNO), S_OK);
+    ASSERT_EQ(b.Init(name_.c_str(), QZLOG_PLAIN, -1, QZLOG_SH_DENYNO), S_OK);
+    a.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("from a"));
+    b.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("from b"));
+    a.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("a again"));
+    EXPECT_EQ(contents(), "from a\nfrom b\na again\n");
+}
+
+TEST_F(LogFile, CopiesOpenTheFileForThemselves) {
+    auto shared = std::make_unique<CLog>();
+    ASSERT_EQ(shared->Init(name_.c_str(), QZLOG_ALL_LEVELS, -1, QZLOG_SH_DENYNO), S_OK);
+    CLog copy(*shared);
+    EXPECT_EQ(copy.GetLogFileName(), name_);
+    shared->Write(QZLOG_INFO, nullptr, 0, QZTEXT("original"));
+    shared.reset();
+    EXPECT_EQ(copy.Write(QZLOG_INFO, nullptr, 0, QZTEXT("copy")), S_OK);
+    copy = copy;  // self-assignment keeps the file
+    EXPECT_EQ(copy.Write(QZLOG_ERROR, nullptr, 0, QZTEXT("still")), S_OK);
+    EXPECT_EQ(contents(), "INFOoriginal\nINFOcopy\nERR still\n");
+
+    CLog empty;
+    copy = empty;
+    EXPECT_EQ(copy.Write(QZLOG_INFO, nullptr, 0, QZTEXT("gone")), QZE_INIT_FAILED);
+    EXPECT_EQ(std::char_traits<WCHAR>::length(copy.GetLogFileName()), 0u);
+}
+
+TEST_F(LogFile, CopyOfAnExclusiveLogStaysDisabled) {
+    CLog log;
+    ASSERT_EQ(log.Init(name_.c_str(), QZLOG_ALL_LEVELS, 500, QZLOG_EXCLUSIVE), S_OK);
+    CLog copy = log;
+    EXPECT_EQ(copy.GetLogFileName(), name_);
+    EXPECT_EQ(copy.Write(QZLOG_INFO, nullptr, 0, QZTEXT("x")), QZE_INIT_FAILED);
+    EXPECT_EQ(log.Write(QZLOG_INFO, nullptr, 0, QZTEXT("y")), S_OK);
+    // Once the original lets go, the copy's settings can open it again.
+    log.Shutdown();
+    CLog late = copy;
+    EXPECT_EQ(late.Write(QZLOG_INFO, nullptr, 0, QZTEXT("z")), QZE_INIT_FAILED);
+    EXPECT_EQ(contents(), "INFOy\n");
+}
+
+TEST_F(LogFile, ConcurrentWritersLoseOnlyRotatedLinesAndNeverTearOne) {
+    constexpr int kThreads = 8;
+    constexpr int kLines = 1500;
+    constexpr int kLimit = 32 * 1024;
+    CLog log;
+    ASSERT_EQ(log.Init(name_.c_str(), QZLOG_ALL_LEVELS, kLimit, 0), S_OK);
+    std::atomic<int> failures{0};
+    std::vector<std::thread> writers;
+    for (int t = 0; t < kThreads; ++t) {
+        writers.emplace_back([&, t] {
+            for (int i = 0; i < kLines; ++i) {
+                // Lines of different lengths, so a torn write cannot look whole.
+                if (log.Write(QZLOG_INFO, nullptr, 0, QZTEXT("t%d n%05d %.*s|"), t, i,
+                              5 + (i + t) % 23, QZTEXT("xxxxxxxxxxxxxxxxxxxxxxxxxxxxxx")) != S_OK)
+                    ++failures;
+            }
+        });
+    }
+    for (auto& w : writers) w.join();
+    log.Shutdown();
+    EXPECT_EQ(failures.load(), 0);
+
+    const std::string older = previous();
+    const std::string newer = contents();
+    EXPECT_GE(older.size(), size_t(kLimit));
+    EXPECT_LT(older.size(), size_t(kLimit) + 64);
+    EXPECT_LT(newer.size(), size_t(kLimit) + 64);
+
+    std::map<int, std::vector<int>> seen;
+    std::istringstream lines(older + newer);
+    std::string line;
+    int count = 0;
+    while (std::getline(lines, line)) {
+        // Rebuilt from its numbers, a whole line reads exactly the same.
+        int t = -1, i = -1;
+        ASSERT_EQ(std::sscanf(line.c_str(), "INFOt%d n%d ", &t, &i), 2) << "torn line: " << line;
+        ASSERT_TRUE(t >= 0 && t < kThreads && i >= 0 && i < kLines) << line;
+        char expected[64];
+        std::snprintf(expected, sizeof expected, "INFOt%d n%05d %.*s|", t, i, 5 + (i + t) % 23,
+                      "xxxxxxxxxxxxxxxxxxxxxxxxxxxxxx");
+        ASSERT_EQ(line, expected) << "torn line";
+        seen[t].push_back(i);
+        ++count;
+    }
+    EXPECT_GT(count, kLimit / 48);
+    // Each thread's surviving lines are its last ones, in order and without
+    // a gap: only whole older files were dropped.
+    for (const auto& [t, numbers] : seen) {
+        ASSERT_FALSE(numbers.empty());
+        EXPECT_EQ(numbers.back(), kLines - 1) << t;
+        for (size_t k = 1; k < numbers.size(); ++k)
+            ASSERT_EQ(numbers[k], numbers[k - 1] + 1) << "thread " << t;
+    }
+}
+
+}  // namespace

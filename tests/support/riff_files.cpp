@@ -1,0 +1,116 @@
+#include "support/riff_files.h"
+
+#include <stdlib.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+#include <gtest/gtest.h>
+
+namespace riff_test {
+
+uint32_t cc(const char* code) {
+    return uint32_t(uint8_t(code[0])) | (uint32_t(uint8_t(code[1])) << 8) |
+           (uint32_t(uint8_t(code[2])) << 16) | (uint32_t(uint8_t(code[3])) << 24);
+}
+
+Bytes le32(uint32_t value) {
+    return {uint8_t(value), uint8_t(value >> 8), uint8_t(value >> 16), uint8_t(value >> 24)};
+}
+
+Bytes operator+(Bytes a, const Bytes& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+Bytes text(const std::string& characters) {
+    return Bytes(characters.begin(), characters.end());
+}
+
+Bytes prefix(const Bytes& bytes, size_t count) {
+    return Bytes(bytes.begin(), bytes.begin() + std::min(count, bytes.size()));
+}
+
+Bytes pattern(size_t count, uint8_t seed) {
+    Bytes out(count);
+    for (size_t i = 0; i < count; ++i) out[i] = uint8_t((seed + i) % 251 + 1);
+    return out;
+}
+
+Bytes header(const char (&id)[5], uint32_t size) {
+    return le32(cc(id)) + le32(size);
+}
+
+Bytes chunk(const char (&id)[5], const Bytes& body) {
+    Bytes out = header(id, uint32_t(body.size())) + body;
+    if (body.size() & 1) out.push_back(0);
+    return out;
+}
+
+Bytes list(const char (&type)[5], const Bytes& body) {
+    Bytes out = header("LIST", uint32_t(body.size() + 4)) + le32(cc(type)) + body;
+    if (body.size() & 1) out.push_back(0);
+    return out;
+}
+
+Bytes riff(const char (&form)[5], const Bytes& body) {
+    return header("RIFF", uint32_t(body.size() + 4)) + le32(cc(form)) + body;
+}
+
+TempDir::TempDir() {
+    std::string pattern_path = ::testing::TempDir() + "qzriffXXXXXX";
+    if (!mkdtemp(pattern_path.data())) throw std::runtime_error("mkdtemp failed");
+    path_ = pattern_path;
+}
+
+TempDir::~TempDir() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+std::u16string wide(const std::string& ascii) {
+    return std::u16string(ascii.begin(), ascii.end());
+}
+
+Bytes read_file(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void write_file(const std::string& path, const Bytes& bytes) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+}
+
+TempFile::TempFile(const Bytes& bytes, const std::string& name) : path_(dir_.file(name)) {
+    write_file(path_, bytes);
+    handle_ = CreateFileW(wide(path_).c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ,
+                          nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (handle_ == INVALID_HANDLE_VALUE) throw std::runtime_error("cannot open " + path_);
+}
+
+TempFile::~TempFile() {
+    if (handle_ != INVALID_HANDLE_VALUE) CloseHandle(handle_);
+}
+
+uint64_t TempFile::position() const {
+    LARGE_INTEGER zero{};
+    LARGE_INTEGER at{};
+    SetFilePointerEx(handle_, zero, &at, FILE_CURRENT);
+    return uint64_t(at.QuadPart);
+}
+
+void TempFile::seek(uint64_t position) const {
+    LARGE_INTEGER to{};
+    to.QuadPart = LONGLONG(position);
+    SetFilePointerEx(handle_, to, nullptr, FILE_BEGIN);
+}
+
+uint64_t TempFile::size() const {
+    return std::filesystem::file_size(path_);
+}
+
+}  // namespace riff_test

@@ -1,0 +1,78 @@
+// Test helpers of the riff_ suites: RIFF images built byte by byte, and
+// temporary files opened as Win32 handles.
+#ifndef QZ_TESTS_SUPPORT_RIFF_FILES_H
+#define QZ_TESTS_SUPPORT_RIFF_FILES_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "qzkernel.h"
+
+namespace riff_test {
+
+using Bytes = std::vector<uint8_t>;
+
+// A four-character code as the riff_ functions take it.
+uint32_t cc(const char* code);
+
+Bytes le32(uint32_t value);
+Bytes operator+(Bytes a, const Bytes& b);
+Bytes text(const std::string& characters);
+// The first `count` bytes.
+Bytes prefix(const Bytes& bytes, size_t count);
+// `count` bytes 1, 2, 3, ... (mod 251), so moved bytes are recognisable.
+Bytes pattern(size_t count, uint8_t seed = 1);
+
+// Header, body and the pad byte when the body is odd.
+Bytes chunk(const char (&id)[5], const Bytes& body);
+// Header with a size field of the caller's choosing and no body.
+Bytes header(const char (&id)[5], uint32_t size);
+// "LIST", size (type + body), type, body, pad.
+Bytes list(const char (&type)[5], const Bytes& body);
+// "RIFF", size (form + body), form type, body.
+Bytes riff(const char (&form)[5], const Bytes& body);
+
+// A folder of its own under the test temporary directory, removed with
+// everything in it when the object goes.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    const std::string& path() const { return path_; }
+    std::string file(const std::string& name) const { return path_ + "/" + name; }
+
+private:
+    std::string path_;
+};
+
+std::u16string wide(const std::string& ascii);
+Bytes read_file(const std::string& path);
+void write_file(const std::string& path, const Bytes& bytes);
+
+// A temporary file holding `bytes`, open for reading and writing.
+class TempFile {
+public:
+    explicit TempFile(const Bytes& bytes, const std::string& name = "riff.bin");
+    ~TempFile();
+    TempFile(const TempFile&) = delete;
+    TempFile& operator=(const TempFile&) = delete;
+
+    HANDLE handle() const { return handle_; }
+    const std::string& path() const { return path_; }
+    Bytes contents() const { return read_file(path_); }
+    uint64_t position() const;
+    void seek(uint64_t position) const;
+    uint64_t size() const;
+
+private:
+    TempDir dir_;
+    std::string path_;
+    HANDLE handle_ = INVALID_HANDLE_VALUE;
+};
+
+}  // namespace riff_test
+
+#endif
