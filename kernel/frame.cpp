@@ -9,6 +9,7 @@
 #include <string>
 
 #include "kernel/lang.h"
+#include "qz/qzerror.h"
 #include "qz/qzlang.h"
 #include "win32api.h"
 
@@ -196,8 +197,7 @@ QZ_EXTERN_C QZ_API HMODULE QZ_STDCALL QzKernel_GetAppKernel(void) {
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzKernel_GetAppKernelPathName(LPWSTR buffer, DWORD capacity) {
     if (GetModuleFileNameW(g_state.kernel_module, buffer, capacity) != 0) return S_OK;
-    const DWORD error = GetLastError();
-    return error ? HRESULT(0x80070000u | (error & 0xFFFFu)) : E_FAIL;
+    return QzErrorHandler_TranslateWin32Error(GetLastError());
 }
 
 QZ_EXTERN_C QZ_API HWND QZ_STDCALL QzKernel_SetSplash(HWND splash) {
@@ -226,19 +226,22 @@ namespace {
 
 // Addresses the linker must keep. Taking an address keeps a function as
 // surely as a call does, without running it with placeholder arguments.
-volatile const void* g_kept_references[8];
+constexpr size_t kKeptSlots = 16;
+volatile const void* g_kept_references[kKeptSlots];
 
 template <class... F>
 void keep(F... functions) {
     const void* addresses[] = {reinterpret_cast<const void*>(functions)...};
-    for (size_t i = 0; i < sizeof...(F) && i < 8; ++i) g_kept_references[i] = addresses[i];
+    static_assert(sizeof...(F) <= kKeptSlots);
+    for (size_t i = 0; i < sizeof...(F); ++i) g_kept_references[i] = addresses[i];
 }
 
 }  // namespace
 
 QZ_EXTERN_C QZ_API void QZ_STDCALL QzKernel_ForceRefs(void) {
     keep(&QzList_CreateExZ, &QzList_Destroy, &QzGetString, &QzLoadString, &QzLang_Open,
-         &QzMessageBox, &QzKernel_CheckVersion, &QzKernel_GetVersion);
+         &QzMessageBox, &QzKernel_CheckVersion, &QzKernel_GetVersion,
+         &QzErrorHandler_TranslateWin32Error, &QzErrorHandler_GetHresultString);
 }
 
 QZ_EXTERN_C QZ_API void QZ_STDCALL QzKernel_ForceTransMixerRefs(void) {

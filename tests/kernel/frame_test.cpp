@@ -8,6 +8,7 @@
 
 #include "kernel/frame.h"
 #include "kernel/lang.h"
+#include "qz/qzerror.h"
 #include "qz/qzkernel.h"
 #include "win32api.h"
 
@@ -281,6 +282,9 @@ TEST(FrameQueries, PathOfTheKernelModuleAndTheSplash) {
     const WString suffix = QZTEXT("qz_kernel_tests");
     ASSERT_GE(text.size(), suffix.size());
     EXPECT_EQ(text.substr(text.size() - suffix.size()), suffix);
+    // No room: the system's error, through the error handler's translation.
+    EXPECT_EQ(QzKernel_GetAppKernelPathName(path, 0),
+              QzErrorHandler_TranslateWin32Error(ERROR_INSUFFICIENT_BUFFER));
     EXPECT_LT(QzKernel_GetAppKernelPathName(path, 0), 0);
     HWND splash = reinterpret_cast<HWND>(0x77);
     EXPECT_EQ(QzKernel_SetSplash(splash), splash);
