@@ -6,6 +6,7 @@
 
 #include "audioformat/waveformat_internal.h"
 #include "win32api.h"
+#include "kernel/caller_memory.h"
 
 using namespace qz::detail;
 
@@ -79,15 +80,6 @@ DWORD alloc_size(const _qzwaveformat& rec, QZWAVEFORMAT_COPY_DEST dest) {
     return base + record_extra_size(rec);
 }
 
-// Zeroed, locked, movable global memory, as handed to callers.
-void* global_alloc(DWORD bytes) {
-    HGLOBAL handle = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, bytes);
-    if (!handle) return nullptr;
-    void* p = GlobalLock(handle);
-    if (!p) GlobalFree(handle);
-    return p;
-}
-
 // The library's own temporary: a record read into 128 bytes.
 void read_temporary(_qzwaveformat* tmp, const WAVEFORMATEX& wfx) {
     tmp->Init(QZWAVEFORMAT_TEMP_SIZE, wfx);
@@ -149,7 +141,7 @@ QZ_API _qzwaveformat* QZ_STDCALL QzAudio_GeneralCopyQzWaveFormat(_qzwaveformat* 
 QZ_API WAVEFORMATEX* QZ_STDCALL QzAudio_AllocAndCopyWfx(const _qzwaveformat& rec,
                                                         QZWAVEFORMAT_COPY_DEST dest) {
     const DWORD total = alloc_size(rec, dest);
-    auto* wfx = static_cast<WAVEFORMATEX*>(global_alloc(total));
+    auto* wfx = static_cast<WAVEFORMATEX*>(qz::alloc_caller_block(total));
     if (!wfx) return nullptr;
     return QzAudio_GeneralCopyWfx(wfx, total, rec, dest);
 }
@@ -167,7 +159,7 @@ QZ_EXTERN_C QZ_API WAVEFORMATEX* QZ_STDCALL QzAudio_AllocAndCopyWfx(const WAVEFO
                             (!extensible && (dest == QZWFCD_ASNEEDED || dest == QZWFCD_PLAIN));
     if (keeps_form) {
         const DWORD total = kWfxSize + wfx->cbSize;
-        void* copy = global_alloc(total);
+        void* copy = qz::alloc_caller_block(total);
         if (copy) std::memcpy(copy, wfx, total);
         return static_cast<WAVEFORMATEX*>(copy);
     }

@@ -4,6 +4,7 @@
 
 #include "chunkfiles/mriff_io.h"
 #include "platform/win32api.h"
+#include "kernel/caller_memory.h"
 
 namespace qz::mriff {
 
@@ -266,21 +267,6 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL mriff_ReadDataBounded(_tMRIFF* m, LPVOID b
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL mriff_ReadDataAlloc(_tMRIFF* m, QZRIFFDATA* data) {
     if (!m) return E_POINTER;
     if (!data) return E_INVALIDARG;
-    data->pData = nullptr;
-    if (data->cbData == 0) return S_OK;
-    const HGLOBAL block = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, data->cbData);
-    if (!block) return E_OUTOFMEMORY;
-    void* bytes = GlobalLock(block);
-    if (!bytes) {
-        GlobalFree(block);
-        return E_OUTOFMEMORY;
-    }
-    const HRESULT hr = mriff_ReadData(m, bytes, data->cbData);
-    if (FAILED(hr)) {
-        GlobalUnlock(block);
-        GlobalFree(block);
-        return hr;
-    }
-    data->pData = bytes;
-    return S_OK;
+    return qz::read_into_caller_block(
+        data, [m](void* bytes, DWORD count) { return mriff_ReadData(m, bytes, count); });
 }

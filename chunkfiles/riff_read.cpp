@@ -1,6 +1,7 @@
 // riff_*: reading chunk bodies.
 #include "chunkfiles/riff_io.h"
 #include "qz/riff.h"
+#include "kernel/caller_memory.h"
 
 using namespace qz::riff;
 
@@ -29,21 +30,6 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_ReadDataBounded(HANDLE file, LPVOID b
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_ReadDataAlloc(HANDLE file, QZRIFFDATA* data) {
     if (!data) return E_INVALIDARG;
-    data->pData = nullptr;
-    if (data->cbData == 0) return S_OK;
-    const HGLOBAL block = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, data->cbData);
-    if (!block) return E_OUTOFMEMORY;
-    void* bytes = GlobalLock(block);
-    if (!bytes) {
-        GlobalFree(block);
-        return E_OUTOFMEMORY;
-    }
-    const HRESULT hr = riff_ReadData(file, bytes, data->cbData);
-    if (FAILED(hr)) {
-        GlobalUnlock(block);
-        GlobalFree(block);
-        return hr;
-    }
-    data->pData = bytes;
-    return S_OK;
+    return qz::read_into_caller_block(
+        data, [file](void* bytes, DWORD count) { return riff_ReadData(file, bytes, count); });
 }
