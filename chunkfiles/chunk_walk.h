@@ -84,6 +84,13 @@ concept ChunkSource = requires(S& s, void* buffer, DWORD count, int64_t delta, D
     { s.seek_to(count) } -> std::same_as<bool>;
 };
 
+/* The RIFF vocabulary shared by the file and memory-image families. */
+inline constexpr DWORD kRiffId = fourcc("RIFF");
+inline constexpr DWORD kListId = fourcc("LIST");
+inline constexpr DWORD kFmtId = fourcc("fmt ");
+/* "RIFF", size, form type. */
+inline constexpr DWORD kFileHeaderBytes = 12;
+
 struct RiffLayout {
     static constexpr ByteOrder order = ByteOrder::Little;
     static constexpr DWORD list_id = fourcc("LIST");

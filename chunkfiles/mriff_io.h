@@ -20,14 +20,13 @@
 
 namespace qz::mriff {
 
-inline constexpr DWORD kRiffId = fourcc("RIFF");
-inline constexpr DWORD kListId = fourcc("LIST");
+using chunks::kFileHeaderBytes;
+using chunks::kFmtId;
+using chunks::kListId;
+using chunks::kRiffId;
 inline constexpr DWORD kInfoList = fourcc("INFO");
 inline constexpr DWORD kWaveForm = fourcc("WAVE");
-inline constexpr DWORD kFmtId = fourcc("fmt ");
 inline constexpr DWORD kDataId = fourcc("data");
-/* "RIFF", size, form type. */
-inline constexpr DWORD kFileHeaderBytes = 12;
 
 class MemorySource {
 public:

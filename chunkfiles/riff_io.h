@@ -4,8 +4,8 @@
  * FileSource wraps a Win32 file handle with the few moves the family needs
  * (whole reads and writes, relative and absolute seeks, truncation) and is
  * the source the shared chunk walk reads through. It adds no buffering:
- * each call is one call of the platform layer, so a header field costs one
- * 4-byte read.
+ * each call is one call of the platform layer, so a chunk header costs one
+ * 8-byte read.
  *
  * Relative moves go through the 64-bit seek: a chunk size of 2 GiB or more
  * taken as a signed 32-bit distance would step backwards and could walk
@@ -21,12 +21,11 @@
 
 namespace qz::riff {
 
-inline constexpr DWORD kRiffId = fourcc("RIFF");
-inline constexpr DWORD kListId = fourcc("LIST");
+using chunks::kFileHeaderBytes;
+using chunks::kFmtId;
+using chunks::kListId;
+using chunks::kRiffId;
 inline constexpr DWORD kCddaForm = fourcc("CDDA");
-inline constexpr DWORD kFmtId = fourcc("fmt ");
-/* "RIFF", size, form type. */
-inline constexpr DWORD kFileHeaderBytes = 12;
 /* The RIFF size field sits after the id. */
 inline constexpr DWORD kRiffSizeOffset = 4;
 
