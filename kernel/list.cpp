@@ -43,8 +43,15 @@ inline void copy_items(BYTE* target, const void* source, SIZE_T n, SIZE_T size) 
 }
 
 bool reallocate_slots(tQZLIST* list, std::int64_t slots) {
+    if (slots > kMaxSlots) return false;
+    // The block already holds block_slots(allocated) slots, all of them zero
+    // past the count; a new slot count with the same block needs no memory.
+    if (block_slots(slots) == block_slots(list->allocated)) {
+        list->allocated = LONG(slots);
+        return true;
+    }
     SIZE_T bytes = 0;
-    if (slots > kMaxSlots || !slot_block_bytes(list, slots, &bytes)) return false;
+    if (!slot_block_bytes(list, block_slots(slots), &bytes)) return false;
     void* items = GlobalReAlloc(list->items, bytes, kSlotReallocFlags);
     if (!items) return false;
     list->items = items;
@@ -82,6 +89,13 @@ Entry::Entry(tQZLIST* list) : list_(list) {
 
 Entry::~Entry() {
     if (locked_) LeaveCriticalSection(&list_->lock);
+}
+
+std::int64_t block_slots(std::int64_t allocated) {
+    if (allocated <= kExactBlockSlots) return allocated;
+    std::int64_t slots = kExactBlockSlots;
+    while (slots < allocated) slots *= 2;
+    return slots;
 }
 
 bool slot_block_bytes(const tQZLIST* list, std::int64_t slots, SIZE_T* bytes) {
@@ -140,7 +154,7 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzList_CreateExZ(tQZLIST** out, UINT item_
     const std::int64_t slots = initial_slots(initial, step);
     SIZE_T bytes = 0;
     void* items = nullptr;
-    if (slots <= kMaxSlots && slot_block_bytes(list, slots, &bytes))
+    if (slots <= kMaxSlots && slot_block_bytes(list, block_slots(slots), &bytes))
         items = GlobalAlloc(kSlotBlockFlags, bytes);
     if (!items) {
         list->signature = 0;

@@ -64,6 +64,15 @@ inline std::int64_t round_up(std::int64_t n, std::int64_t step) {
 
 // Bytes of a slot block of `slots` slots, or false when it cannot be
 // addressed on this platform. A block never has fewer bytes than one slot.
+/*
+ * The slots the block under a list of `allocated` slots really holds:
+ * exactly `allocated` for small lists, the next power of two beyond
+ * kExactBlockSlots. Allocated still moves in whole grow steps, but the
+ * memory of a large list grows geometrically, so appending item by item
+ * stays linear without wasting room in the many small lists.
+ */
+inline constexpr std::int64_t kExactBlockSlots = 256;
+std::int64_t block_slots(std::int64_t allocated);
 bool slot_block_bytes(const tQZLIST* list, std::int64_t slots, SIZE_T* bytes);
 
 // Grows the slot block by `extra` slots (below 1: one grow step), rounded up

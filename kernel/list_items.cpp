@@ -147,7 +147,9 @@ QZ_EXTERN_C QZ_API LONG_PTR QZ_STDCALL QzList_AllocSize(tQZLIST* list, int index
     SIZE_T total = 0;
     if (owns_items(list))
         for (LONG i = 0; i < list->count; ++i) total += block_size(list, slots[i]);
-    total += GlobalSize(list->items) + sizeof(tQZLIST);
+    // The slot block counts as allocated x item size, whatever spare room
+    // the memory under it has.
+    total += SIZE_T(list->allocated) * list->item_size + sizeof(tQZLIST);
     return LONG_PTR(total);
 }
 

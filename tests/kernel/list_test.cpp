@@ -427,4 +427,29 @@ TEST(ListConvertToInPlace, MovesTheHeaderIntoCallerStorage) {
     EXPECT_EQ(QzList_ConvertToInPlace(nullptr, &storage), E_INVALIDARG);
 }
 
+TEST(ListGrowth, LargeListsCountSlotsByStepButAllocateGeometrically) {
+    TestList list(4, QZLIST_VALUES);
+    for (uint32_t i = 0; i < 512; ++i) ASSERT_EQ(QzList_InsertList(list.get(), -1, &i, 1), S_OK);
+    EXPECT_EQ(list->allocated, 512);
+
+    // The 513th item needs a larger block: a failed allocation changes nothing.
+    {
+        FaultPlan plan;
+        plan.fail(FaultOp::Alloc, 1);
+        const uint32_t item = 512;
+        EXPECT_EQ(QzList_InsertList(list.get(), -1, &item, 1), E_OUTOFMEMORY);
+        EXPECT_EQ(list->count, 512);
+        EXPECT_EQ(list->allocated, 512);
+    }
+    // Then the block doubles once and the following grow steps fit in it.
+    FaultPlan plan;
+    for (uint32_t i = 512; i < 1000; ++i) ASSERT_EQ(QzList_InsertList(list.get(), -1, &i, 1), S_OK);
+    EXPECT_EQ(plan.calls(FaultOp::Alloc), 1u);
+    EXPECT_EQ(list->allocated, 1008);  // whole grow steps of 16
+    // The slot block counts as allocated x item size.
+    EXPECT_EQ(QzList_AllocSize(list.get(), -1), LONG_PTR(1008 * 4 + sizeof(tQZLIST)));
+    for (uint32_t i = 0; i < 1000; ++i)
+        ASSERT_EQ(*static_cast<const uint32_t*>(QZLIST_ITEMADDR(list.get(), i)), i);
+}
+
 }  // namespace
