@@ -83,15 +83,18 @@ const Export kExports[] = {
 #include "exports_table.inc"
     {nullptr, Kind::Plain, false, 0}};
 
-std::string decorated(const Export& e) {
-    if (e.variadic) return e.name;
-    return "_" + std::string(e.name) + "@" + std::to_string(e.bytes);
-}
-
 // The MinGW linker names a stdcall symbol without its leading underscore.
 std::string internal_symbol(const Export& e) {
+    std::string name = e.name;
+    if (!e.variadic) name.append("@").append(std::to_string(e.bytes));
+    return name;
+}
+
+std::string decorated(const Export& e) {
     if (e.variadic) return e.name;
-    return std::string(e.name) + "@" + std::to_string(e.bytes);
+    std::string name = "_";
+    name.append(internal_symbol(e));
+    return name;
 }
 
 void write_def(FILE* out) {
