@@ -42,7 +42,7 @@ private:
 
 enum class Size { Default, Char, Short, Long, LongLong, Pointer, Max, LongDouble, Wide };
 
-struct Spec {
+struct Directive {
     bool left = false;
     bool plus = false;
     bool space = false;
@@ -88,19 +88,20 @@ void pad(Sink<CharT>& sink, int width, size_t used, CharT fill = CharT(' ')) {
 
 // Writes a string of either width, honouring precision and width.
 template <class CharT, class SrcT>
-void put_string(Sink<CharT>& sink, const Spec& spec, const SrcT* text) {
+void put_string(Sink<CharT>& sink, const Directive& directive, const SrcT* text) {
     static const char kNull[] = "(null)";
     if (!text) {
         // Print "(null)" through the same path as an 8-bit string.
-        Spec plain = spec;
+        Directive plain = directive;
         put_string<CharT, char>(sink, plain, kNull);
         return;
     }
     size_t length = 0;
-    while (text[length] && (spec.precision < 0 || length < size_t(spec.precision))) ++length;
-    if (!spec.left) pad(sink, spec.width, length);
+    while (text[length] && (directive.precision < 0 || length < size_t(directive.precision)))
+        ++length;
+    if (!directive.left) pad(sink, directive.width, length);
     for (size_t i = 0; i < length; ++i) sink.put(convert_char<CharT>(text[i]));
-    if (spec.left) pad(sink, spec.width, length);
+    if (directive.left) pad(sink, directive.width, length);
 }
 
 template <class CharT>
@@ -110,17 +111,17 @@ void put_ascii(Sink<CharT>& sink, const char* text, size_t length) {
 
 // Integer conversions: d i u o x X and p.
 template <class CharT>
-void put_integer(Sink<CharT>& sink, const Spec& spec, uint64_t magnitude, bool negative) {
+void put_integer(Sink<CharT>& sink, const Directive& directive, uint64_t magnitude, bool negative) {
     char digits[32];
     size_t count = 0;
-    const char conv = spec.conversion;
+    const char conv = directive.conversion;
     const unsigned base = (conv == 'o') ? 8 : (conv == 'x' || conv == 'X' || conv == 'p') ? 16 : 10;
     const char* alphabet = (conv == 'x') ? "0123456789abcdef" : "0123456789ABCDEF";
     for (uint64_t v = magnitude; v != 0; v /= base) digits[count++] = alphabet[v % base];
 
-    size_t min_digits = spec.precision >= 0 ? size_t(spec.precision) : 1;
+    size_t min_digits = directive.precision >= 0 ? size_t(directive.precision) : 1;
     if (conv == 'p') min_digits = 2 * sizeof(void*);
-    if (spec.precision == 0 && magnitude == 0 && conv != 'p') min_digits = 0;
+    if (directive.precision == 0 && magnitude == 0 && conv != 'p') min_digits = 0;
     const size_t zeros = count < min_digits ? min_digits - count : 0;
 
     char prefix[2];
@@ -128,51 +129,51 @@ void put_integer(Sink<CharT>& sink, const Spec& spec, uint64_t magnitude, bool n
     if (conv == 'd' || conv == 'i') {
         if (negative)
             prefix[prefix_length++] = '-';
-        else if (spec.plus)
+        else if (directive.plus)
             prefix[prefix_length++] = '+';
-        else if (spec.space)
+        else if (directive.space)
             prefix[prefix_length++] = ' ';
-    } else if (spec.alternate && magnitude != 0 && (conv == 'x' || conv == 'X')) {
+    } else if (directive.alternate && magnitude != 0 && (conv == 'x' || conv == 'X')) {
         prefix[prefix_length++] = '0';
         prefix[prefix_length++] = conv;
-    } else if (spec.alternate && conv == 'o' && zeros == 0) {
+    } else if (directive.alternate && conv == 'o' && zeros == 0) {
         prefix[prefix_length++] = '0';
     }
 
     const size_t body = prefix_length + zeros + count;
-    const bool zero_fill = spec.zero && !spec.left && spec.precision < 0;
-    if (!spec.left && !zero_fill) pad(sink, spec.width, body);
+    const bool zero_fill = directive.zero && !directive.left && directive.precision < 0;
+    if (!directive.left && !zero_fill) pad(sink, directive.width, body);
     put_ascii(sink, prefix, prefix_length);
-    if (zero_fill) pad(sink, spec.width, body, CharT('0'));
+    if (zero_fill) pad(sink, directive.width, body, CharT('0'));
     sink.repeat(CharT('0'), zeros);
     while (count > 0) sink.put(CharT(digits[--count]));
-    if (spec.left) pad(sink, spec.width, body);
+    if (directive.left) pad(sink, directive.width, body);
 }
 
 // Floating-point conversions go through the C library's formatting of the
 // same specification; the result is plain ASCII.
 template <class CharT>
-void put_floating(Sink<CharT>& sink, const Spec& spec, va_list& args) {
+void put_floating(Sink<CharT>& sink, const Directive& directive, va_list& args) {
     char format[32];
     size_t n = 0;
     format[n++] = '%';
-    if (spec.left) format[n++] = '-';
-    if (spec.plus) format[n++] = '+';
-    if (spec.space) format[n++] = ' ';
-    if (spec.alternate) format[n++] = '#';
-    if (spec.zero) format[n++] = '0';
+    if (directive.left) format[n++] = '-';
+    if (directive.plus) format[n++] = '+';
+    if (directive.space) format[n++] = ' ';
+    if (directive.alternate) format[n++] = '#';
+    if (directive.zero) format[n++] = '0';
     format[n++] = '*';
     format[n++] = '.';
     format[n++] = '*';
-    if (spec.size == Size::LongDouble) format[n++] = 'L';
-    format[n++] = spec.conversion;
+    if (directive.size == Size::LongDouble) format[n++] = 'L';
+    format[n++] = directive.conversion;
     format[n] = 0;
     char text[512];
-    const int precision = spec.precision < 0 ? 6 : spec.precision;
-    const int width = spec.width < 480 ? spec.width : 480;
+    const int precision = directive.precision < 0 ? 6 : directive.precision;
+    const int width = directive.width < 480 ? directive.width : 480;
     const int clamped = precision < 400 ? precision : 400;
     int length;
-    if (spec.size == Size::LongDouble)
+    if (directive.size == Size::LongDouble)
         length =
             std::snprintf(text, sizeof text, format, width, clamped, va_arg(args, long double));
     else
@@ -192,87 +193,87 @@ int read_number(const CharT*& p) {
 }
 
 template <class CharT>
-const CharT* parse_spec(const CharT* p, Spec& spec, va_list& args) {
+const CharT* parse_directive(const CharT* p, Directive& directive, va_list& args) {
     for (;; ++p) {
         if (*p == CharT('-'))
-            spec.left = true;
+            directive.left = true;
         else if (*p == CharT('+'))
-            spec.plus = true;
+            directive.plus = true;
         else if (*p == CharT(' '))
-            spec.space = true;
+            directive.space = true;
         else if (*p == CharT('#'))
-            spec.alternate = true;
+            directive.alternate = true;
         else if (*p == CharT('0'))
-            spec.zero = true;
+            directive.zero = true;
         else
             break;
     }
     if (*p == CharT('*')) {
-        spec.width = va_arg(args, int);
-        if (spec.width < 0) {
-            spec.left = true;
-            spec.width = spec.width == INT32_MIN ? 0 : -spec.width;
+        directive.width = va_arg(args, int);
+        if (directive.width < 0) {
+            directive.left = true;
+            directive.width = directive.width == INT32_MIN ? 0 : -directive.width;
         }
         ++p;
     } else {
-        spec.width = read_number(p);
+        directive.width = read_number(p);
     }
     if (*p == CharT('.')) {
         ++p;
         if (*p == CharT('*')) {
-            spec.precision = va_arg(args, int);
-            if (spec.precision < 0) spec.precision = -1;
+            directive.precision = va_arg(args, int);
+            if (directive.precision < 0) directive.precision = -1;
             ++p;
         } else {
-            spec.precision = read_number(p);
+            directive.precision = read_number(p);
         }
     }
     if (*p == CharT('h')) {
         ++p;
-        spec.size = Size::Short;
+        directive.size = Size::Short;
         if (*p == CharT('h')) {
-            spec.size = Size::Char;
+            directive.size = Size::Char;
             ++p;
         }
     } else if (*p == CharT('l')) {
         ++p;
-        spec.size = Size::Long;
+        directive.size = Size::Long;
         if (*p == CharT('l')) {
-            spec.size = Size::LongLong;
+            directive.size = Size::LongLong;
             ++p;
         }
     } else if (*p == CharT('w')) {
-        spec.size = Size::Wide;
+        directive.size = Size::Wide;
         ++p;
     } else if (*p == CharT('L')) {
-        spec.size = Size::LongDouble;
+        directive.size = Size::LongDouble;
         ++p;
     } else if (*p == CharT('z') || *p == CharT('t')) {
-        spec.size = Size::Pointer;
+        directive.size = Size::Pointer;
         ++p;
     } else if (*p == CharT('j')) {
-        spec.size = Size::Max;
+        directive.size = Size::Max;
         ++p;
     } else if (*p == CharT('I')) {
         ++p;
         if (p[0] == CharT('6') && p[1] == CharT('4')) {
-            spec.size = Size::LongLong;
+            directive.size = Size::LongLong;
             p += 2;
         } else if (p[0] == CharT('3') && p[1] == CharT('2')) {
-            spec.size = Size::Long;
+            directive.size = Size::Long;
             p += 2;
         } else {
-            spec.size = Size::Pointer;
+            directive.size = Size::Pointer;
         }
     }
-    spec.conversion = (*p > 0 && *p < 128) ? char(*p) : 0;
+    directive.conversion = (*p > 0 && *p < 128) ? char(*p) : 0;
     return p;
 }
 
 template <class CharT>
-void put_signed(Sink<CharT>& sink, const Spec& spec, va_list& args) {
+void put_signed(Sink<CharT>& sink, const Directive& directive, va_list& args) {
     int64_t value;
-    switch (spec.size) {
+    switch (directive.size) {
         case Size::Char:
             value = static_cast<signed char>(va_arg(args, int));
             break;
@@ -291,13 +292,13 @@ void put_signed(Sink<CharT>& sink, const Spec& spec, va_list& args) {
             break;  // "l" is 32 bits here
     }
     const uint64_t magnitude = value < 0 ? uint64_t(0) - uint64_t(value) : uint64_t(value);
-    put_integer(sink, spec, magnitude, value < 0);
+    put_integer(sink, directive, magnitude, value < 0);
 }
 
 template <class CharT>
-void put_unsigned(Sink<CharT>& sink, const Spec& spec, va_list& args) {
+void put_unsigned(Sink<CharT>& sink, const Directive& directive, va_list& args) {
     uint64_t value;
-    switch (spec.size) {
+    switch (directive.size) {
         case Size::Char:
             value = static_cast<unsigned char>(va_arg(args, unsigned));
             break;
@@ -315,29 +316,29 @@ void put_unsigned(Sink<CharT>& sink, const Spec& spec, va_list& args) {
             value = va_arg(args, unsigned);
             break;
     }
-    put_integer(sink, spec, value, false);
+    put_integer(sink, directive, value, false);
 }
 
 // Does this conversion take a string (or character) of the other width?
 template <class CharT>
-bool wants_wide_argument(const Spec& spec, bool upper) {
-    if (spec.size == Size::Short) return false;
-    if (spec.size == Size::Long || spec.size == Size::Wide) return true;
+bool wants_wide_argument(const Directive& directive, bool upper) {
+    if (directive.size == Size::Short) return false;
+    if (directive.size == Size::Long || directive.size == Size::Wide) return true;
     const bool natural_wide = std::is_same_v<CharT, WCHAR>;
     return upper ? !natural_wide : natural_wide;
 }
 
 template <class CharT>
-void put_character(Sink<CharT>& sink, const Spec& spec, va_list& args, bool upper) {
+void put_character(Sink<CharT>& sink, const Directive& directive, va_list& args, bool upper) {
     const int raw = va_arg(args, int);
     CharT c;
-    if (wants_wide_argument<CharT>(spec, upper))
+    if (wants_wide_argument<CharT>(directive, upper))
         c = convert_char<CharT>(WCHAR(raw));
     else
         c = convert_char<CharT>(char(raw));
-    if (!spec.left) pad(sink, spec.width, 1);
+    if (!directive.left) pad(sink, directive.width, 1);
     sink.put(c);
-    if (spec.left) pad(sink, spec.width, 1);
+    if (directive.left) pad(sink, directive.width, 1);
 }
 
 template <class CharT>
@@ -352,35 +353,35 @@ FormatResult format_impl(CharT* out, size_t capacity, const CharT* format, va_li
             continue;
         }
         const CharT* start = p;
-        Spec spec;
-        p = parse_spec(p + 1, spec, ap);
-        switch (spec.conversion) {
+        Directive directive;
+        p = parse_directive(p + 1, directive, ap);
+        switch (directive.conversion) {
             case '%':
                 sink.put(CharT('%'));
                 break;
             case 'd':
             case 'i':
-                put_signed(sink, spec, ap);
+                put_signed(sink, directive, ap);
                 break;
             case 'u':
             case 'o':
             case 'x':
             case 'X':
-                put_unsigned(sink, spec, ap);
+                put_unsigned(sink, directive, ap);
                 break;
             case 'p':
-                put_integer(sink, spec, reinterpret_cast<uintptr_t>(va_arg(ap, void*)), false);
+                put_integer(sink, directive, reinterpret_cast<uintptr_t>(va_arg(ap, void*)), false);
                 break;
             case 'c':
             case 'C':
-                put_character(sink, spec, ap, spec.conversion == 'C');
+                put_character(sink, directive, ap, directive.conversion == 'C');
                 break;
             case 's':
             case 'S':
-                if (wants_wide_argument<CharT>(spec, spec.conversion == 'S'))
-                    put_string(sink, spec, va_arg(ap, const WCHAR*));
+                if (wants_wide_argument<CharT>(directive, directive.conversion == 'S'))
+                    put_string(sink, directive, va_arg(ap, const WCHAR*));
                 else
-                    put_string(sink, spec, va_arg(ap, const char*));
+                    put_string(sink, directive, va_arg(ap, const char*));
                 break;
             case 'e':
             case 'E':
@@ -390,7 +391,7 @@ FormatResult format_impl(CharT* out, size_t capacity, const CharT* format, va_li
             case 'G':
             case 'a':
             case 'A':
-                put_floating(sink, spec, ap);
+                put_floating(sink, directive, ap);
                 break;
             default:
                 // An unknown conversion is copied as it stands; the end of
