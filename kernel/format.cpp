@@ -151,7 +151,7 @@ void put_integer(Sink<CharT>& sink, const Directive& directive, uint64_t magnitu
 }
 
 // Floating-point conversions go through the C library's formatting of the
-// same specification; the result is plain ASCII.
+// same conversion; the result is plain ASCII.
 template <class CharT>
 void put_floating(Sink<CharT>& sink, const Directive& directive, va_list& args) {
     char format[32];
