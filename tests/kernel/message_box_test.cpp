@@ -13,62 +13,48 @@ using WString = std::basic_string<WCHAR>;
 
 struct ShownBox {
     HWND owner;
-    WString text;
-    WString caption;
+    WString text, caption;
     UINT style;
 };
 
-struct Recorder {
-    std::vector<ShownBox> boxes;
-    int answer = IDNO;
-};
-
 int QZ_STDCALL record_box(void* context, HWND owner, LPCWSTR text, LPCWSTR caption, UINT style) {
-    auto* recorder = static_cast<Recorder*>(context);
-    recorder->boxes.push_back({owner, text, caption, style});
-    return recorder->answer;
+    static_cast<std::vector<ShownBox>*>(context)->push_back({owner, text, caption, style});
+    return IDNO;
 }
 
-// Installs the recorder for one test and restores the default afterwards.
 class MessageBoxTest : public ::testing::Test {
 protected:
-    void SetUp() override { QzKernel_SetMessageBoxHandler(record_box, &recorder_); }
+    void SetUp() override { QzKernel_SetMessageBoxHandler(record_box, &boxes_); }
     void TearDown() override {
         QzKernel_SetMessageBoxHandler(nullptr, nullptr);
         QzLang_SetAppName(nullptr);
     }
-    Recorder recorder_;
+    std::vector<ShownBox> boxes_;
 };
 
-TEST_F(MessageBoxTest, HandlerSeesExpandedTextAndGivesTheAnswer) {
+TEST_F(MessageBoxTest, HandlerSeesExpandedTextAndNullsAsEmptyAndGivesTheAnswer) {
     ASSERT_EQ(QzLang_SetAppName(QZTEXT("Vegas")), S_OK);
     HWND owner = reinterpret_cast<HWND>(0x1234);
     EXPECT_EQ(QzMessageBox(owner, QZTEXT("Close $(AppName)?"), QZTEXT("$(AppName) Pro"),
                            MB_YESNO | MB_ICONQUESTION),
               IDNO);
-    ASSERT_EQ(recorder_.boxes.size(), 1u);
-    EXPECT_EQ(recorder_.boxes[0].owner, owner);
-    EXPECT_EQ(recorder_.boxes[0].text, WString(QZTEXT("Close Vegas?")));
-    EXPECT_EQ(recorder_.boxes[0].caption, WString(QZTEXT("Vegas Pro")));
-    EXPECT_EQ(recorder_.boxes[0].style, MB_YESNO | MB_ICONQUESTION);
-}
-
-TEST_F(MessageBoxTest, NullTextAndCaptionReachTheHandlerAsEmpty) {
     EXPECT_EQ(QzMessageBox(nullptr, nullptr, nullptr, MB_OK), IDNO);
-    ASSERT_EQ(recorder_.boxes.size(), 1u);
-    EXPECT_TRUE(recorder_.boxes[0].text.empty());
-    EXPECT_TRUE(recorder_.boxes[0].caption.empty());
+    ASSERT_EQ(boxes_.size(), 2u);
+    EXPECT_EQ(boxes_[0].owner, owner);
+    EXPECT_EQ(boxes_[0].text, WString(QZTEXT("Close Vegas?")));
+    EXPECT_EQ(boxes_[0].caption, WString(QZTEXT("Vegas Pro")));
+    EXPECT_EQ(boxes_[0].style, MB_YESNO | MB_ICONQUESTION);
+    EXPECT_TRUE(boxes_[1].text.empty() && boxes_[1].caption.empty());
 }
 
 TEST_F(MessageBoxTest, NullHandlerRestoresTheStandardErrorBox) {
-    QzKernel_SetMessageBoxHandler(nullptr, &recorder_);
+    QzKernel_SetMessageBoxHandler(nullptr, &boxes_);
     ::testing::internal::CaptureStderr();
-    const int answer = QzMessageBox(nullptr, QZTEXT("Disk full \u00e9"), QZTEXT("Kavo Kernel"),
-                                    MB_OK | MB_ICONINFORMATION);
-    const std::string written = ::testing::internal::GetCapturedStderr();
-    EXPECT_EQ(answer, IDOK);
-    EXPECT_TRUE(recorder_.boxes.empty());
-    EXPECT_EQ(written, "Kavo Kernel: Disk full \xC3\xA9\n");
+    EXPECT_EQ(QzMessageBox(nullptr, QZTEXT("Disk full \u00e9"), QZTEXT("Kavo Kernel"),
+                           MB_OK | MB_ICONINFORMATION),
+              IDOK);
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "Kavo Kernel: Disk full \xC3\xA9\n");
+    EXPECT_TRUE(boxes_.empty());
 }
 
 }  // namespace

@@ -13,6 +13,10 @@ namespace {
 
 namespace fs = std::filesystem;
 using WString = std::basic_string<WCHAR>;
+
+WString test_wide(const std::string& text) {
+    return WString(text.begin(), text.end());
+}
 constexpr DWORD kVersion = 0x0A000086;
 
 // Points $XDG_CONFIG_HOME at a fresh folder for one test.
@@ -41,6 +45,15 @@ protected:
         EXPECT_EQ(qz::settings::open(product, kVersion, QZTEXT("Kernel"), &store), S_OK);
         return store;
     }
+    // A value as "#number" or "=text"; "-" when neither kind finds it.
+    static WString get(HQZMETRIC store, LPCWSTR name) {
+        DWORD number = 0;
+        WString text;
+        const bool is_number = qz::settings::get_number(store, name, &number) == S_OK;
+        const bool is_text = qz::settings::get_text(store, name, &text) == S_OK;
+        if (is_number == is_text) return is_number ? QZTEXT("both") : QZTEXT("-");
+        return is_number ? QZTEXT("#") + test_wide(std::to_string(number)) : QZTEXT("=") + text;
+    }
     fs::path folder_;
     bool had_old_ = false;
     std::string old_;
@@ -62,23 +75,14 @@ TEST_F(SettingsTest, ValuesSurviveReopeningByName) {
 
     EXPECT_TRUE(fs::exists(folder_ / "Test Product" / "10.0" / "Kernel.ini"));
     store = open();
-    DWORD number = 0;
-    WString text;
-    EXPECT_EQ(qz::settings::get_number(store, QZTEXT("Count"), &number), S_OK);
-    EXPECT_EQ(number, 42u);
-    EXPECT_EQ(qz::settings::get_number(store, QZTEXT("Mask"), &number), S_OK);
-    EXPECT_EQ(number, 0xFFFFFFFFu);
-    EXPECT_EQ(qz::settings::get_text(store, QZTEXT("Name"), &text), S_OK);
-    EXPECT_EQ(text, awkward);
-    text.assign(1, u'x');
-    EXPECT_EQ(qz::settings::get_text(store, awkward_name.c_str(), &text), S_OK);
-    EXPECT_TRUE(text.empty());
-    EXPECT_EQ(qz::settings::get_text(store, QZTEXT("Gone"), &text), QZE_NOT_FOUND);
-    EXPECT_EQ(qz::settings::get_text(store, QZTEXT("Count"), &text), QZE_NOT_FOUND);  // a number
-    EXPECT_EQ(qz::settings::get_number(store, QZTEXT("Name"), &number), QZE_NOT_FOUND);
+    EXPECT_EQ(get(store, QZTEXT("Count")), QZTEXT("#42"));
+    EXPECT_EQ(get(store, QZTEXT("Mask")), QZTEXT("#4294967295"));
+    EXPECT_EQ(get(store, QZTEXT("Name")), QZTEXT("=") + awkward);
+    EXPECT_EQ(get(store, awkward_name.c_str()), QZTEXT("="));
+    EXPECT_EQ(get(store, QZTEXT("Gone")), QZTEXT("-"));
     // A value changes kind when it is set as the other kind.
     EXPECT_EQ(qz::settings::set_text(store, QZTEXT("Count"), QZTEXT("many")), S_OK);
-    EXPECT_EQ(qz::settings::get_number(store, QZTEXT("Count"), &number), QZE_NOT_FOUND);
+    EXPECT_EQ(get(store, QZTEXT("Count")), QZTEXT("=many"));
     qz::settings::close(store);
 }
 
@@ -94,14 +98,10 @@ TEST_F(SettingsTest, SkipsLinesOfAnotherShape) {
                            "Good=dword:0x10\n"
                            "Last=sz:no newline at the end";
     HQZMETRIC store = open();
-    DWORD number = 0;
-    WString text;
-    EXPECT_EQ(qz::settings::get_number(store, QZTEXT("Good"), &number), S_OK);
-    EXPECT_EQ(number, 16u);
-    EXPECT_EQ(qz::settings::get_text(store, QZTEXT("Last"), &text), S_OK);
-    EXPECT_EQ(text, WString(QZTEXT("no newline at the end")));
+    EXPECT_EQ(get(store, QZTEXT("Good")), QZTEXT("#16"));
+    EXPECT_EQ(get(store, QZTEXT("Last")), QZTEXT("=no newline at the end"));
     for (const WCHAR* name : {QZTEXT("Bad"), QZTEXT("Huge"), QZTEXT("Kind")})
-        EXPECT_EQ(qz::settings::get_number(store, name, &number), QZE_NOT_FOUND);
+        EXPECT_EQ(get(store, name), QZTEXT("-"));
     qz::settings::close(store);
 }
 
@@ -112,9 +112,7 @@ TEST_F(SettingsTest, AFailedWriteKeepsTheStoresView) {
     fs::remove_all(folder_ / "Blocked" / "10.0");
     std::ofstream(folder_ / "Blocked" / "10.0") << "in the way";
     EXPECT_EQ(qz::settings::set_number(store, QZTEXT("Count"), 2), QZE_FILE_CREATE);
-    DWORD number = 0;
-    EXPECT_EQ(qz::settings::get_number(store, QZTEXT("Count"), &number), S_OK);
-    EXPECT_EQ(number, 1u);
+    EXPECT_EQ(get(store, QZTEXT("Count")), QZTEXT("#1"));
     qz::settings::close(store);
 }
 
