@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "qz/qzsmpte.h"
 
@@ -24,21 +25,18 @@ struct Rate {
     DWORD code;
     AVRational clock;
     bool drop;
-    DWORD day;  // frames in 24 hours of labels
+    DWORD day;     // frames in 24 hours of labels
+    DWORD stride;  // between the counts compared within the day
 };
 
-const Rate kDropFrame = {QZSMPTE_RATE_2997_DROP, {30000, 1001}, true, 2589408};
-const Rate kOtherRates[] = {
-    {QZSMPTE_RATE_30, {30, 1}, false, 2592000},
-    {QZSMPTE_RATE_25, {25, 1}, false, 2160000},
-    {QZSMPTE_RATE_24, {24, 1}, false, 2073600},
-    {QZSMPTE_RATE_2997, {30000, 1001}, false, 2592000},
-    {QZSMPTE_RATE_23976, {24000, 1001}, false, 2073600},
-};
-
-// Labels in libavutil's spelling: "HH:MM:SS:FF", ';' before drop frames.
-struct Label {
-    char text[AV_TIMECODE_STR_SIZE];
+// Every frame of the day at 29.97 drop-frame, a stride at the other rates.
+const Rate kRates[] = {
+    {QZSMPTE_RATE_2997_DROP, {30000, 1001}, true, 2589408, 1},
+    {QZSMPTE_RATE_30, {30, 1}, false, 2592000, 13},
+    {QZSMPTE_RATE_25, {25, 1}, false, 2160000, 13},
+    {QZSMPTE_RATE_24, {24, 1}, false, 2073600, 13},
+    {QZSMPTE_RATE_2997, {30000, 1001}, false, 2592000, 13},
+    {QZSMPTE_RATE_23976, {24000, 1001}, false, 2073600, 13},
 };
 
 _smpteval our_record(const Rate& rate, DWORD count) {
@@ -47,15 +45,12 @@ _smpteval our_record(const Rate& rate, DWORD count) {
     return t;
 }
 
-Label spelled(const _smpteval& t, bool drop) {
-    Label l;
-    std::snprintf(l.text, sizeof l.text, "%02u:%02u:%02u%c%02u", unsigned(t.hours),
-                  unsigned(t.minutes), unsigned(t.seconds), drop ? ';' : ':', unsigned(t.frames));
-    return l;
-}
-
-Label our_label(const Rate& rate, DWORD count) {
-    return spelled(our_record(rate, count), rate.drop);
+// Our label in libavutil's spelling: "HH:MM:SS:FF", ';' before drop frames.
+std::string spelled(const _smpteval& t, bool drop) {
+    char text[AV_TIMECODE_STR_SIZE];
+    std::snprintf(text, sizeof text, "%02u:%02u:%02u%c%02u", unsigned(t.hours), unsigned(t.minutes),
+                  unsigned(t.seconds), drop ? ';' : ':', unsigned(t.frames));
+    return text;
 }
 
 // Whether a libavutil label spells `t`; reading its digits in place keeps
@@ -69,17 +64,12 @@ bool spells(const char* reference, const _smpteval& t, bool drop) {
            two(6) == t.seconds && two(9) == t.frames;
 }
 
-AVTimecode reference_timecode(const Rate& rate) {
-    AVTimecode tc;
-    const int flags = AV_TIMECODE_FLAG_24HOURSMAX | (rate.drop ? AV_TIMECODE_FLAG_DROPFRAME : 0);
-    EXPECT_EQ(av_timecode_init(&tc, rate.clock, flags, 0, nullptr), 0);
-    return tc;
-}
-
 // Compares the labels of counts first, first + stride, ... below last; at
 // most a few mismatches are reported one by one.
 void compare_labels(const Rate& rate, DWORD first, DWORD last, DWORD stride) {
-    const AVTimecode tc = reference_timecode(rate);
+    AVTimecode tc;
+    const int flags = AV_TIMECODE_FLAG_24HOURSMAX | (rate.drop ? AV_TIMECODE_FLAG_DROPFRAME : 0);
+    ASSERT_EQ(av_timecode_init(&tc, rate.clock, flags, 0, nullptr), 0);
     DWORD mismatches = 0;
     for (DWORD n = first; n < last; n += stride) {
         char reference[AV_TIMECODE_STR_SIZE];
@@ -87,50 +77,40 @@ void compare_labels(const Rate& rate, DWORD first, DWORD last, DWORD stride) {
         const _smpteval ours = our_record(rate, n);
         if (!spells(reference, ours, rate.drop) && ++mismatches <= 5)
             ADD_FAILURE() << "rate " << rate.code << " frame " << n << ": "
-                          << spelled(ours, rate.drop).text << ", libavutil " << reference;
+                          << spelled(ours, rate.drop) << ", libavutil " << reference;
     }
     EXPECT_EQ(mismatches, 0u) << "rate " << rate.code;
 }
 
-// Reads our labels of a stride of counts with libavutil's parser, whose
-// start frame must be the count, and with ours.
-void compare_counts(const Rate& rate, DWORD stride) {
-    av_log_set_level(AV_LOG_QUIET);
-    DWORD mismatches = 0;
-    for (DWORD n = 0; n < rate.day; n += stride) {
-        const Label ours = our_label(rate, n);
-        AVTimecode tc;
-        const int parsed = av_timecode_init_from_string(&tc, rate.clock, ours.text, nullptr);
-        _smpteval t = {rate.code, 0, 0, 0, 0, 0};
-        QZSMPTE_FrameCountToSMPTE(&t, n);
-        const DWORD count = QZSMPTE_SMPTEToFrameCount(&t);
-        if ((parsed != 0 || DWORD(tc.start) != n || count != n) && ++mismatches <= 5)
-            ADD_FAILURE() << "rate " << rate.code << " label " << ours.text << " of frame " << n
-                          << ": libavutil start " << tc.start << " (" << parsed << "), ours "
-                          << count;
-    }
-    EXPECT_EQ(mismatches, 0u) << "rate " << rate.code;
-}
-
-TEST(SmpteInterop, DropFrameLabelsMatchLibavutilForEveryFrameOfTheDay) {
-    compare_labels(kDropFrame, 0, kDropFrame.day, 1);
-}
-
-TEST(SmpteInterop, LabelsMatchLibavutilAtTheOtherRates) {
-    for (const Rate& rate : kOtherRates) compare_labels(rate, 0, rate.day, 13);
+TEST(SmpteInterop, LabelsMatchLibavutilAtEveryRate) {
+    for (const Rate& rate : kRates) compare_labels(rate, 0, rate.day, rate.stride);
 }
 
 TEST(SmpteInterop, CountsPastOneDayWrapLikeLibavutil) {
     // libavutil wraps the hours at 24; the counts stay below 2^30 so that
     // its int arithmetic cannot overflow.
-    compare_labels(kDropFrame, kDropFrame.day - 100, 400 * kDropFrame.day, 104729);
-    for (const Rate& rate : kOtherRates)
-        compare_labels(rate, rate.day - 100, 400 * rate.day, 104729);
+    for (const Rate& rate : kRates) compare_labels(rate, rate.day - 100, 400 * rate.day, 104729);
 }
 
+// Our labels read by libavutil's parser, whose start frame must be the
+// count, and by ours.
 TEST(SmpteInterop, LabelsCountLikeLibavutil) {
-    compare_counts(kDropFrame, 7);
-    for (const Rate& rate : kOtherRates) compare_counts(rate, 61);
+    av_log_set_level(AV_LOG_QUIET);
+    for (const Rate& rate : kRates) {
+        DWORD mismatches = 0;
+        for (DWORD n = 0; n < rate.day; n += rate.drop ? 7 : 61) {
+            const _smpteval t = our_record(rate, n);
+            const std::string ours = spelled(t, rate.drop);
+            AVTimecode tc;
+            const int parsed = av_timecode_init_from_string(&tc, rate.clock, ours.c_str(), nullptr);
+            const DWORD count = QZSMPTE_SMPTEToFrameCount(&t);
+            if ((parsed != 0 || DWORD(tc.start) != n || count != n) && ++mismatches <= 5)
+                ADD_FAILURE() << "rate " << rate.code << " label " << ours << " of frame " << n
+                              << ": libavutil start " << tc.start << " (" << parsed << "), ours "
+                              << count;
+        }
+        EXPECT_EQ(mismatches, 0u) << "rate " << rate.code;
+    }
 }
 
 #else

@@ -25,40 +25,21 @@ std::string label(const _smpteval& t) {
     return text;
 }
 
-std::string label_of_count(DWORD rate, DWORD count) {
-    _smpteval t = tc(rate, 99, 99, 99, 99);
-    QZSMPTE_FrameCountToSMPTE(&t, count);
-    return label(t);
-}
-
 TEST(SmpteFrameCount, LabelsCountAtTheirRate) {
     struct Case {
         _smpteval t;
         DWORD count;
     };
     const Case cases[] = {
-        // Drop-frame: the first two labels of most minutes do not exist and
-        // read as the frame 2 after them.
-        {tc(2, 0, 0, 59, 29), 1799},
-        {tc(2, 0, 1, 0, 2), 1800},
-        {tc(2, 0, 1, 0, 0), 1800},
-        {tc(2, 0, 1, 0, 1), 1800},
-        {tc(2, 0, 1, 1, 0), 1828},  // only second 0 of the minute drops
-        {tc(2, 0, 10, 0, 0), 17982},
-        {tc(2, 0, 10, 0, 1), 17983},  // every tenth minute keeps its labels
-        {tc(2, 1, 0, 0, 0), 107892},
-        {tc(2, 23, 59, 59, 29), 2589407},
-        {tc(1, 1, 0, 0, 0), 108000},
-        {tc(1, 23, 59, 59, 29), 2591999},
-        {tc(5, 0, 1, 0, 0), 1800},
-        {tc(3, 0, 0, 1, 0), 25},
-        {tc(3, 23, 59, 59, 24), 2159999},
-        {tc(4, 0, 0, 1, 0), 24},
-        {tc(6, 1, 0, 0, 23), 86423},
-        // Unknown codes have no frames.
-        {tc(0, 1, 2, 3, 4), 0},
+        // Drop-frame: a skipped label reads as the frame 2 after it, except
+        // in every tenth minute and past second 0.
+        {tc(2, 0, 0, 59, 29), 1799},      {tc(2, 0, 1, 0, 1), 1800},
+        {tc(2, 0, 1, 1, 0), 1828},        {tc(2, 0, 10, 0, 1), 17983},
+        {tc(2, 23, 59, 59, 29), 2589407}, {tc(1, 23, 59, 59, 29), 2591999},
+        {tc(5, 0, 1, 0, 0), 1800},        {tc(3, 23, 59, 59, 24), 2159999},
+        {tc(4, 0, 0, 1, 0), 24},          {tc(6, 1, 0, 0, 23), 86423},
+        {tc(0, 1, 2, 3, 4), 0},  // unknown codes have no frames
         {tc(7, 1, 2, 3, 4), 0},
-        {tc(0xFFFFFFFF, 1, 2, 3, 4), 0},
     };
     for (const Case& c : cases)
         EXPECT_EQ(QZSMPTE_SMPTEToFrameCount(&c.t), c.count)
@@ -72,41 +53,25 @@ TEST(SmpteFrameCount, CountsBecomeLabels) {
         const char* expected;
     };
     const Case cases[] = {
-        {2, 1799, "00:00:59;29"},
         {2, 1800, "00:01:00;02"},
-        {2, 3597, "00:01:59;29"},
-        {2, 3598, "00:02:00;02"},
-        {2, 17981, "00:09:59;29"},
         {2, 17982, "00:10:00;00"},
-        {2, 17983, "00:10:00;01"},
-        {2, 107891, "00:59:59;29"},
-        {2, 107892, "01:00:00;00"},
-        {2, 2589407, "23:59:59;29"},
         {2, 2589408, "00:00:00;00"},
-        {2, 2589408 + 1800, "00:01:00;02"},
-        {1, 2591999, "23:59:59:29"},
         {1, 2592000, "00:00:00:00"},
         {5, 1800, "00:01:00:00"},
-        {3, 25, "00:00:01:00"},
-        {3, 2160000 + 24, "00:00:00:24"},
         {4, 2073600 + 24, "00:00:01:00"},
-        {6, 86400, "01:00:00:00"},
         // Unknown codes fall into the drop-frame layout (without ';').
         {0, 1800, "00:01:00:02"},
-        {9, 17982, "00:10:00:00"},
         // The whole 32-bit range wraps into one day.
         {2, 0xFFFFFFFF, "16:01:25;11"},
         {1, 0xFFFFFFFF, "00:12:56:15"},
     };
-    for (const Case& c : cases)
-        EXPECT_EQ(label_of_count(c.rate, c.count), c.expected)
-            << "rate " << c.rate << " count " << c.count;
-    // Rate and reserved are not touched.
-    _smpteval t = tc(3, 0, 0, 0, 0);
-    t.reserved = 0x1234;
-    QZSMPTE_FrameCountToSMPTE(&t, 26);
-    EXPECT_EQ(t.rate, 3u);
-    EXPECT_EQ(t.reserved, 0x1234u);
+    for (const Case& c : cases) {
+        _smpteval t = {c.rate, 99, 99, 99, 99, 0x1234};
+        QZSMPTE_FrameCountToSMPTE(&t, c.count);
+        EXPECT_EQ(label(t), c.expected) << "rate " << c.rate << " count " << c.count;
+        EXPECT_EQ(t.rate, c.rate);
+        EXPECT_EQ(t.reserved, 0x1234u);
+    }
 }
 
 // Walks every frame of a day by increments at each rate: the step must
@@ -119,12 +84,11 @@ TEST(SmpteFrameCount, EveryFrameOfTheDayStepsAndCountsConsistently) {
         DWORD mismatches = 0;
         for (DWORD n = 0; n < kDayFrames[rate]; ++n) {
             QZSMPTE_FrameCountToSMPTE(&converted, n);
-            if (QZSMPTE_SMPTECompare(&walk, &converted) != 0 ||
-                QZSMPTE_SMPTEToFrameCount(&walk) != n) {
-                if (++mismatches < 5)
-                    ADD_FAILURE() << "rate " << rate << " frame " << n << ": stepped to "
-                                  << label(walk) << ", converted " << label(converted);
-            }
+            if ((QZSMPTE_SMPTECompare(&walk, &converted) != 0 ||
+                 QZSMPTE_SMPTEToFrameCount(&walk) != n) &&
+                ++mismatches < 5)
+                ADD_FAILURE() << "rate " << rate << " frame " << n << ": stepped to " << label(walk)
+                              << ", converted " << label(converted);
             QZSMPTE_IncrementByFrame(&walk, 0);
         }
         EXPECT_EQ(mismatches, 0u) << "rate " << rate;
@@ -132,65 +96,46 @@ TEST(SmpteFrameCount, EveryFrameOfTheDayStepsAndCountsConsistently) {
     }
 }
 
-TEST(SmpteStep, IncrementCarriesAndWraps) {
+TEST(SmpteStep, IncrementAndDecrementCarryWithTheirOwnDropRules) {
     struct Case {
+        bool up;
         _smpteval from;
         const char* expected;
     };
     const Case cases[] = {
-        {tc(1, 23, 59, 59, 29), "00:00:00:00"},
-        {tc(1, 0, 0, 0, 28), "00:00:00:29"},
-        {tc(2, 0, 0, 59, 29), "00:01:00;02"},
-        {tc(2, 0, 9, 59, 29), "00:10:00;00"},
-        {tc(2, 0, 59, 59, 29), "01:00:00;00"},
-        {tc(2, 23, 59, 59, 29), "00:00:00;00"},
-        {tc(5, 0, 0, 59, 29), "00:01:00:00"},  // 29.97 non-drop keeps every label
-        {tc(3, 0, 0, 0, 24), "00:00:01:00"},
-        {tc(4, 0, 0, 0, 23), "00:00:01:00"},
-        {tc(6, 0, 59, 59, 23), "01:00:00:00"},
-        {tc(0, 0, 0, 0, 29), "00:00:01:00"},  // unknown codes step at 30
+        {true, tc(2, 0, 0, 59, 29), "00:01:00;02"},
+        {true, tc(2, 0, 9, 59, 29), "00:10:00;00"},
+        {true, tc(2, 23, 59, 59, 29), "00:00:00;00"},
+        {true, tc(5, 0, 0, 59, 29), "00:01:00:00"},  // 29.97 non-drop keeps every label
+        {true, tc(3, 0, 0, 0, 24), "00:00:01:00"},
+        {true, tc(0, 0, 0, 0, 29), "00:00:01:00"},  // unknown codes step at 30
         // Only the low five bits of the hours step: 33 is hour 1.
-        {tc(1, 33, 59, 59, 29), "02:00:00:00"},
-        {tc(1, 31, 59, 59, 29), "00:00:00:00"},
-    };
-    for (const Case& c : cases) {
-        _smpteval t = c.from;
-        QZSMPTE_IncrementByFrame(&t, 0);
-        EXPECT_EQ(label(t), c.expected) << "from " << label(c.from) << " rate " << c.from.rate;
-    }
-}
-
-TEST(SmpteStep, DecrementBorrowsWithItsOwnDropRule) {
-    struct Case {
-        _smpteval from;
-        const char* expected;
-    };
-    const Case cases[] = {
-        {tc(4, 0, 0, 0, 0), "23:59:59:23"},
-        {tc(1, 0, 2, 0, 0), "00:01:59:29"},
-        {tc(3, 1, 0, 0, 0), "00:59:59:24"},
-        {tc(6, 0, 0, 1, 0), "00:00:00:23"},
+        {true, tc(1, 33, 59, 59, 29), "02:00:00:00"},
+        {true, tc(1, 31, 59, 59, 29), "00:00:00:00"},
+        {false, tc(4, 0, 0, 0, 0), "23:59:59:23"},
+        {false, tc(3, 1, 0, 0, 0), "00:59:59:24"},
         // Drop-frame: a borrow into a minute that is not a tenth adds two.
-        {tc(2, 0, 10, 0, 0), "00:09:59;31"},
-        {tc(2, 0, 20, 0, 0), "00:19:59;31"},
-        {tc(2, 0, 1, 0, 0), "00:00:59;29"},
-        {tc(2, 0, 0, 0, 0), "23:59:59;31"},
+        {false, tc(2, 0, 10, 0, 0), "00:09:59;31"},
+        {false, tc(2, 0, 1, 0, 0), "00:00:59;29"},
+        {false, tc(2, 0, 0, 0, 0), "23:59:59;31"},
         // Without a borrow nothing is added, not even onto a skipped label.
-        {tc(2, 0, 11, 0, 2), "00:11:00;01"},
-        {tc(2, 0, 11, 0, 1), "00:11:00;00"},
+        {false, tc(2, 0, 11, 0, 2), "00:11:00;01"},
         // 29.97 non-drop takes the same correction on the way down.
-        {tc(5, 0, 2, 0, 0), "00:01:59:31"},
-        {tc(5, 0, 1, 0, 0), "00:00:59:29"},
-        // Hours: low five bits, below zero wraps to 23.
-        {tc(1, 32, 0, 0, 0), "23:59:59:29"},
-        {tc(1, 35, 0, 0, 0), "02:59:59:29"},
+        {false, tc(5, 0, 2, 0, 0), "00:01:59:31"},
+        {false, tc(5, 0, 1, 0, 0), "00:00:59:29"},
+        {false, tc(1, 32, 0, 0, 0), "23:59:59:29"},
+        {false, tc(1, 35, 0, 0, 0), "02:59:59:29"},
         // A field above 0x7FFFFFFF reads as negative and borrows.
-        {tc(1, 0, 0, 5, 0x80000000u), "00:00:04:29"},
+        {false, tc(1, 0, 0, 5, 0x80000000u), "00:00:04:29"},
     };
     for (const Case& c : cases) {
         _smpteval t = c.from;
-        QZSMPTE_DeccrementByFrame(&t, 0);
-        EXPECT_EQ(label(t), c.expected) << "from " << label(c.from) << " rate " << c.from.rate;
+        if (c.up)
+            QZSMPTE_IncrementByFrame(&t, 0);
+        else
+            QZSMPTE_DeccrementByFrame(&t, 0);
+        EXPECT_EQ(label(t), c.expected)
+            << (c.up ? "up from " : "down from ") << label(c.from) << " rate " << c.from.rate;
     }
 }
 
@@ -203,19 +148,14 @@ TEST(SmpteArithmetic, AddAndSubtractWrapInTheFirstRate) {
         const char* expected;
     };
     const Case cases[] = {
-        {Subtract, tc(1, 12, 34, 56, 7), tc(1, 12, 34, 56, 7), "00:00:00:00"},
-        {Subtract, tc(1, 0, 0, 0, 0), tc(1, 0, 0, 0, 1), "23:59:59:29"},
         {Subtract, tc(2, 0, 0, 0, 0), tc(2, 0, 0, 0, 1), "23:59:59;29"},
         {Subtract, tc(2, 0, 10, 0, 0), tc(2, 0, 0, 0, 1), "00:09:59;29"},
-        {Subtract, tc(4, 1, 0, 0, 0), tc(4, 2, 0, 0, 0), "23:00:00:00"},
         // b counts at its own rate: 20 hours at 30 fps is exactly one day at
         // 25, a whole-day difference, which lands on midnight.
         {Subtract, tc(3, 0, 0, 0, 0), tc(1, 20, 0, 0, 0), "00:00:00:00"},
         {Subtract, tc(3, 0, 0, 2, 0), tc(1, 0, 0, 1, 0), "00:00:00:20"},
-        {Add, tc(1, 23, 59, 59, 29), tc(1, 0, 0, 0, 1), "00:00:00:00"},
         {Add, tc(2, 23, 0, 0, 0), tc(2, 2, 0, 0, 0), "01:00:00;00"},
         {Add, tc(2, 0, 0, 59, 29), tc(2, 0, 0, 0, 1), "00:01:00;02"},
-        {Add, tc(3, 0, 0, 1, 0), tc(1, 0, 0, 1, 0), "00:00:02:05"},
         {Add, tc(6, 23, 0, 0, 0), tc(4, 1, 0, 0, 5), "00:00:00:05"},
         // An unknown rate in a reads as frame 0, and b's count is laid out as
         // a drop-frame label.
@@ -231,16 +171,13 @@ TEST(SmpteArithmetic, AddAndSubtractWrapInTheFirstRate) {
             << label(c.a) << (c.op == Add ? " + " : " - ") << label(c.b);
         EXPECT_EQ(a.rate, c.a.rate);
     }
-}
-
-TEST(SmpteArithmetic, SubtractWithUnknownRateLeavesTheRecord) {
+    // Subtracting from an unknown rate leaves the record as it was.
     for (DWORD rate : {0u, 7u, 0xFFFFFFFFu}) {
         _smpteval a = {rate, 1, 2, 3, 4, 5};
         const _smpteval b = tc(1, 0, 0, 0, 1);
         QZSMPTE_SubtractSMPTE(&a, &b);
-        EXPECT_EQ(a.rate, rate);
-        EXPECT_EQ(label(a), "01:02:03:04");
-        EXPECT_EQ(a.reserved, 5u);
+        EXPECT_EQ(label(a), "01:02:03:04") << rate;
+        EXPECT_EQ(a.reserved, 5u) << rate;
     }
 }
 
@@ -273,7 +210,6 @@ TEST(SmpteCompare, FieldsDecideInOrderAsUnsigned) {
         {tc(1, 2, 0, 0, 0), tc(1, 1, 59, 59, 29), 1},
         {tc(1, 1, 0, 59, 29), tc(1, 1, 1, 0, 0), -1},
         {tc(1, 0, 0, 1, 0), tc(1, 0, 0, 0, 29), 1},
-        {tc(1, 0, 0, 0, 3), tc(1, 0, 0, 0, 4), -1},
         {tc(3, 0, 0, 1, 0), tc(1, 0, 0, 1, 0), 0},  // rates are not compared
         {tc(1, 0, 0, 0, 0x80000000u), tc(1, 0, 0, 0, 1), 1},
     };
@@ -292,13 +228,9 @@ TEST(SmpteNano, NanoTimeToLabel) {
         const char* expected;
     };
     const Case cases[] = {
-        {3, 10000000, "00:00:01:00"},
         {3, 399997, "00:00:00:00"},
-        {3, 399999, "00:00:00:01"},  // within the 5e-6 frame nudge
-        {3, 400000, "00:00:00:01"},
-        {1, 36000000000LL, "01:00:00:00"},
-        {2, 35999964000LL, "01:00:00;00"},  // 107892 frames of 1001/30000 s
-        {2, 35999963999LL, "01:00:00;00"},  // 1.7 ticks short still rounds up
+        {3, 399999, "00:00:00:01"},         // within the 5e-6 frame nudge
+        {2, 35999963999LL, "01:00:00;00"},  // 1.7 ticks short of 107892 frames
         {2, 35999963998LL, "00:59:59;29"},
         {5, 36000000000LL, "00:59:56:12"},   // 29.97 non-drop labels lag 3.6 s an hour
         {4, 864000000000LL, "00:00:00:00"},  // one day
@@ -321,14 +253,9 @@ TEST(SmpteNano, LabelToNanoTimeRoundsUp) {
         LONGLONG nanos;
     };
     const Case cases[] = {
-        {tc(3, 0, 0, 0, 1), 400000},
-        {tc(1, 0, 0, 0, 1), 333334},
-        {tc(2, 1, 0, 0, 0), 35999964000LL},
-        {tc(2, 0, 0, 0, 1), 333667},  // 333666.67 ticks
-        {tc(6, 0, 0, 1, 0), 10010000},
-        {tc(4, 23, 59, 59, 23), 863999583334LL},
-        {tc(0, 1, 0, 0, 0), 0},
-        {tc(8, 1, 0, 0, 0), 0},
+        {tc(1, 0, 0, 0, 1), 333334},   {tc(2, 0, 0, 0, 1), 333667},  // 333666.67 ticks
+        {tc(6, 0, 0, 1, 0), 10010000}, {tc(4, 23, 59, 59, 23), 863999583334LL},
+        {tc(0, 1, 0, 0, 0), 0},        {tc(8, 1, 0, 0, 0), 0},
     };
     for (const Case& c : cases)
         EXPECT_EQ(QZSMPTE_SMPTEToNanos(&c.t), c.nanos) << "rate " << c.t.rate << " " << label(c.t);
@@ -363,9 +290,7 @@ TEST(SmpteNano, SmpteLikeUsesTheCallersRate) {
         LONGLONG nanos;
     };
     const Case cases[] = {
-        {25, tc(0, 0, 0, 1, 5), 12000000},
         {50, tc(3, 0, 0, 0, 1), 200000},  // the record's rate code is ignored
-        {24, tc(1, 23, 59, 59, 23), 863999583334LL},
         {30000.0 / 1001, tc(0, 0, 0, 0, 1), 333667},
         {0, tc(0, 0, 0, 0, 0), 0},          // 0/0: not a number
         {0, tc(0, 0, 0, 0, 1), INT64_MAX},  // 1/0: past the range
@@ -376,36 +301,27 @@ TEST(SmpteNano, SmpteLikeUsesTheCallersRate) {
             << "fps " << c.fps << " " << label(c.t);
 }
 
-TEST(SmpteHmsf, RateCodesUseTheTimecodeClock) {
-    // For codes 1..6 the caller's rate is ignored.
-    _smpteval t = tc(3, 0, 0, 0, 0);
-    QzNanoTimeToHMSF(10000000, &t, 50);
-    EXPECT_EQ(label(t), "00:00:01:00");
-    const _smpteval one = tc(3, 0, 0, 0, 1);
-    EXPECT_EQ(QzHMSFToNanoTime(&one, 50), 400000);
-    const _smpteval drop = tc(2, 1, 0, 0, 0);
-    EXPECT_EQ(QzHMSFToNanoTime(&drop, 30), 35999964000LL);
-}
-
-TEST(SmpteHmsf, OtherCodesUseTheCallersRate) {
+TEST(SmpteHmsf, RateCodesUseTheTimecodeClockAndOthersTheCallersRate) {
     struct Case {
+        DWORD rate;
         LONGLONG nanos;
         double fps;
         const char* expected;
     };
     const Case cases[] = {
-        {37231400000LL, 50, "01:02:03:07"},   // 1 h 2 min 3.14 s
-        {1390000, 50, "00:00:00:07"},         // 6.95 frames round to 7
-        {1290000, 50, "00:00:00:06"},         // 6.45 frames round to 6
-        {19990000, 1, "00:00:02:00"},         // 1.999 s at 1 fps rounds up a second
-        {900000000000LL, 25, "01:00:00:00"},  // 25 hours wrap to 1
-        {19990000, 0.005, "00:00:01:00"},     // below 0.01 fps: no rounding
-        {19990000, 0, "00:00:01:00"},
+        {3, 10000000, 50, "00:00:01:00"},        // codes 1..6 ignore the caller's rate
+        {0, 37231400000LL, 50, "01:02:03:07"},   // 1 h 2 min 3.14 s
+        {0, 1390000, 50, "00:00:00:07"},         // 6.95 frames round to 7
+        {0, 1290000, 50, "00:00:00:06"},         // 6.45 frames round to 6
+        {0, 19990000, 1, "00:00:02:00"},         // 1.999 s at 1 fps rounds up a second
+        {0, 900000000000LL, 25, "01:00:00:00"},  // 25 hours wrap to 1
+        {0, 19990000, 0.005, "00:00:01:00"},     // below 0.01 fps: no rounding
+        {0, 19990000, 0, "00:00:01:00"},
         // Before zero the fields are negative: -0.98 s is -24.5 frames.
-        {-10000000, 25, "00:00:00:4294967272"},
+        {0, -10000000, 25, "00:00:00:4294967272"},
     };
     for (const Case& c : cases) {
-        _smpteval t = tc(0, 9, 9, 9, 9);
+        _smpteval t = tc(c.rate, 9, 9, 9, 9);
         QzNanoTimeToHMSF(c.nanos, &t, c.fps);
         EXPECT_EQ(label(t), c.expected) << c.nanos << " ticks at " << c.fps << " fps";
     }
@@ -415,10 +331,13 @@ TEST(SmpteHmsf, OtherCodesUseTheCallersRate) {
         LONGLONG nanos;
     };
     const Back back[] = {
-        {tc(0, 0, 0, 1, 25), 50, 15000000}, {tc(7, 1, 2, 3, 7), 50, 37231400000LL},
+        {tc(3, 0, 0, 0, 1), 50, 400000},
+        {tc(2, 1, 0, 0, 0), 30, 35999964000LL},
+        {tc(7, 1, 2, 3, 7), 50, 37231400000LL},
         {tc(0, 0, 0, 0, 1), 3, 3333333},  // 3333333.33 rounds to nearest
-        {tc(0, 0, 0, 0, 2), 3, 6666667},    {tc(0, 0, 0, 0, 0), 0, 0},  // 0/0
-        {tc(0, 0, 0, 0, 1), 0, INT64_MAX},                              // 1/0
+        {tc(0, 0, 0, 0, 2), 3, 6666667},
+        {tc(0, 0, 0, 0, 0), 0, 0},          // 0/0
+        {tc(0, 0, 0, 0, 1), 0, INT64_MAX},  // 1/0
     };
     for (const Back& b : back)
         EXPECT_EQ(QzHMSFToNanoTime(&b.t, b.fps), b.nanos) << label(b.t) << " at " << b.fps;
@@ -449,37 +368,27 @@ TEST(SmpteText, TypedTimecodesFillTheLabelFromTheRight) {
         HRESULT hr;
     };
     const Case cases[] = {
-        {1, QZTEXT("1:2:3:4"), "01:02:03:04", S_OK},
         {1, QZTEXT("01020304"), "01:02:03:04", S_OK},
-        {1, QZTEXT("5"), "00:00:00:05", S_OK},
         {1, QZTEXT("1:2:3"), "00:01:02:03", S_OK},
         {0, QZTEXT("12345"), "00:01:23:45", S_OK},  // pairs from the right
         {1, QZTEXT("123:4"), "00:01:23:04", S_OK},
         {1, QZTEXT(" 10.20/30 15"), "10:20:30:15", S_OK},
         {1, QZTEXT("1:2:3:4:5"), "01:02:03:04", S_OK},  // first four numbers
-        {1, QZTEXT("102030405"), "01:02:03:04", S_OK},
         // A separator after the last digit is a zero field; spaces are not.
-        {1, QZTEXT("1:2:"), "00:01:02:00", S_OK},
         {1, QZTEXT("1:2:  "), "00:01:02:00", S_OK},
         {1, QZTEXT("1:2 :"), "00:01:02:00", S_OK},
         {1, QZTEXT("1:2::"), "01:02:00:00", S_OK},
         {1, QZTEXT("1:2  "), "00:00:01:02", S_OK},
         // Carries at the label rate; hours wrap at 24.
         {3, QZTEXT("0:0:0:40"), "00:00:01:15", S_OK},
-        {4, QZTEXT("0:0:59:24"), "00:01:00:00", S_OK},
         {1, QZTEXT("99:99:99:99"), "04:40:42:09", S_OK},
-        {1, QZTEXT("25:00:00:00"), "01:00:00:00", S_OK},
         {0, QZTEXT("99:99:99:99"), "99:99:99:99", S_OK},  // unknown codes: as typed
         {2, QZTEXT("00:01:00;00"), "00:01:00;00", S_OK},  // skipped label kept
-        // Only 0-9 are digits.
         {1,
          QZTEXT("1\x0661"
                 "2"),
-         "00:00:01:02", S_OK},
-        // No digit at all.
-        {1, QZTEXT(""), "00:00:00:00", S_FALSE},
+         "00:00:01:02", S_OK},  // only 0-9 are digits
         {1, QZTEXT("::"), "00:00:00:00", S_FALSE},
-        {1, QZTEXT("abc"), "00:00:00:00", S_FALSE},
         {1, nullptr, "00:00:00:00", S_FALSE},
     };
     for (const Case& c : cases) {
