@@ -5,20 +5,22 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "qz/mriff.h"
 #include "qz/qzwaveformat.h"
+#include "support/riff_files.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using Bytes = std::vector<uint8_t>;
+using riff_test::Bytes;
+using riff_test::read_file;
+using riff_test::write_file;
 
 bool have_tool(const char* name) {
     const std::string cmd = std::string("command -v ") + name + " >/dev/null 2>&1";
@@ -38,16 +40,6 @@ int run(const std::string& cmd, std::string* out = nullptr) {
     const int status = pclose(pipe);
     if (out) *out = text;
     return status;
-}
-
-Bytes read_file(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void write_file(const fs::path& path, const Bytes& bytes) {
-    std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
 }
 
 // The fields sndfile-info prints for a wave file: "Name : value" lines of
@@ -91,15 +83,11 @@ class MriffInterop : public ::testing::Test {
 protected:
     void SetUp() override {
         if (!have_tool("sox") || !have_tool("sndfile-info") || !have_tool("sndfile-convert"))
-            GTEST_SKIP() << "sox and libsndfile's tools (sndfile-info, sndfile-convert) are "
-                            "needed to make and check the wave files";
-        char pattern[] = "/tmp/qz_mriff_interop_XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        dir_ = pattern;
+            GTEST_SKIP() << "needs sox, sndfile-info and sndfile-convert";
+        temp_ = std::make_unique<riff_test::TempDir>();
+        dir_ = temp_->path();
     }
-    void TearDown() override {
-        if (!dir_.empty()) fs::remove_all(dir_);
-    }
+    std::unique_ptr<riff_test::TempDir> temp_;
     fs::path dir_;
 };
 
@@ -107,7 +95,7 @@ struct Generated {
     const char* name;
     const char* command;  // {out} is the file, {src} a 16-bit mono source
     DWORD sample_type;
-    WORD foreign_tag;  // for records outside the enumeration
+    WORD foreign_tag = 0;  // for records outside the enumeration
 };
 
 std::string expand(std::string cmd, const fs::path& out, const fs::path& src) {
@@ -115,36 +103,28 @@ std::string expand(std::string cmd, const fs::path& out, const fs::path& src) {
         cmd.replace(at, 5, "'" + out.string() + "'");
     for (size_t at; (at = cmd.find("{src}")) != std::string::npos;)
         cmd.replace(at, 5, "'" + src.string() + "'");
-    return cmd;
+    // Tones made from nothing last 50 ms.
+    return cmd.starts_with("sox -n") ? cmd + " synth 0.05 sine 440" : cmd;
 }
 
 TEST_F(MriffInterop, FilesFromSoxAndLibsndfileReadAsTheToolsReportThem) {
     const Generated files[] = {
-        {"sox pcm8", "sox -n -r 22050 -c 2 -b 8 -e unsigned-integer {out} synth 0.05 sine 440",
-         QZST_PCM8, 0},
-        {"sox pcm16", "sox -n -r 44100 -c 2 -b 16 -e signed-integer {out} synth 0.05 sine 440",
-         QZST_PCM16, 0},
-        {"sox pcm24 (extensible)",
-         "sox -n -r 96000 -c 2 -b 24 -e signed-integer {out} synth 0.05 sine 440", QZST_PCM24, 0},
-        {"sox pcm32 (extensible)",
-         "sox -n -r 48000 -c 1 -b 32 -e signed-integer {out} synth 0.05 sine 440", QZST_PCM32, 0},
-        {"sox float32", "sox -n -r 44100 -c 2 -b 32 -e floating-point {out} synth 0.05 sine 440",
-         QZST_FLOAT32, 0},
-        {"sox float64", "sox -n -r 8000 -c 1 -b 64 -e floating-point {out} synth 0.05 sine 440",
-         QZST_FLOAT64, 0},
-        {"sox 5.1 pcm24", "sox -n -r 48000 -c 6 -b 24 -e signed-integer {out} synth 0.05 sine 440",
-         QZST_PCM24, 0},
-        {"libsndfile pcm24", "sndfile-convert -pcm24 {src} {out}", QZST_PCM24, 0},
-        {"libsndfile pcmu8", "sndfile-convert -pcmu8 {src} {out}", QZST_PCM8, 0},
-        {"libsndfile float64", "sndfile-convert -float64 {src} {out}", QZST_FLOAT64, 0},
+        {"sox pcm8", "sox -n -r 22050 -c 2 -b 8 -e unsigned-integer {out}", QZST_PCM8},
+        {"sox pcm16", "sox -n -r 44100 -c 2 -b 16 -e signed-integer {out}", QZST_PCM16},
+        {"sox pcm24 (extensible)", "sox -n -r 96000 -c 2 -b 24 -e signed-integer {out}",
+         QZST_PCM24},
+        {"sox pcm32 (extensible)", "sox -n -r 48000 -c 1 -b 32 -e signed-integer {out}",
+         QZST_PCM32},
+        {"sox float32", "sox -n -r 44100 -c 2 -b 32 -e floating-point {out}", QZST_FLOAT32},
+        {"sox float64", "sox -n -r 8000 -c 1 -b 64 -e floating-point {out}", QZST_FLOAT64},
+        {"sox 5.1 pcm24", "sox -n -r 48000 -c 6 -b 24 -e signed-integer {out}", QZST_PCM24},
+        {"libsndfile pcm24", "sndfile-convert -pcm24 {src} {out}", QZST_PCM24},
+        {"libsndfile pcmu8", "sndfile-convert -pcmu8 {src} {out}", QZST_PCM8},
+        {"libsndfile float64", "sndfile-convert -float64 {src} {out}", QZST_FLOAT64},
         {"libsndfile wavex pcm16 mono",
-         "sndfile-convert -pcm16 {src} {out}.wavex && mv "
-         "{out}.wavex {out}",
-         QZST_PCM16, 0},
+         "sndfile-convert -pcm16 {src} {out}.wavex && mv {out}.wavex {out}", QZST_PCM16},
         {"libsndfile wavex float32",
-         "sndfile-convert -float32 {src} {out}.wavex && mv "
-         "{out}.wavex {out}",
-         QZST_FLOAT32, 0},
+         "sndfile-convert -float32 {src} {out}.wavex && mv {out}.wavex {out}", QZST_FLOAT32},
         {"libsndfile ms-adpcm", "sndfile-convert -ms-adpcm {src} {out}", QZST_NONE, 2},
     };
     const fs::path src = dir_ / "source.wav";
@@ -156,7 +136,7 @@ TEST_F(MriffInterop, FilesFromSoxAndLibsndfileReadAsTheToolsReportThem) {
         fs::remove(path);
         std::string output;
         ASSERT_EQ(run(expand(g.command, path, src), &output), 0) << output;
-        const Bytes image = read_file(path);
+        const Bytes image = read_file(path.string());
         ASSERT_GT(image.size(), 44u);
         const auto info = sndfile_info(path);
 
@@ -259,7 +239,7 @@ TEST_F(MriffInterop, HeadersWrittenHereAreReadBySox) {
         image.resize(m.pDataEnd - m.pBase);
 
         const fs::path path = dir_ / "written.wav";
-        write_file(path, image);
+        write_file(path.string(), image);
         EXPECT_EQ(sox_info(path, "-r"), std::to_string(w.rate));
         EXPECT_EQ(sox_info(path, "-c"), std::to_string(w.channels));
         EXPECT_EQ(sox_info(path, "-b"), w.sox_bits);
@@ -272,7 +252,7 @@ TEST_F(MriffInterop, HeadersWrittenHereAreReadBySox) {
         std::string output;
         ASSERT_EQ(run("sox '" + path.string() + "' -t raw '" + raw.string() + "'", &output), 0)
             << output;
-        EXPECT_TRUE(read_file(raw) == samples);
+        EXPECT_TRUE(read_file(raw.string()) == samples);
 
         const auto info = sndfile_info(path);
         EXPECT_EQ(number(info, "data"), data_size);

@@ -39,27 +39,18 @@ Bytes join(const std::vector<Part>& ps, int skip = -1) {
     return out;
 }
 
-uint32_t riff_size_of(const Bytes& file) {
-    return uint32_t(file[4]) | (uint32_t(file[5]) << 8) | (uint32_t(file[6]) << 16) |
-           (uint32_t(file[7]) << 24);
-}
-
 }  // namespace
 
 TEST(RiffDelete, RemovesChunksAndListsAtTheStartMiddleAndEnd) {
     const std::vector<Part> ps = parts();
-    struct Case {
-        int index;
-        bool is_list;
-    } cases[] = {{0, false}, {1, false}, {2, true}, {3, true}, {4, false}};
-    for (const Case& c : cases) {
+    for (int i = 0; i < int(ps.size()); ++i) {
         TempFile f(riff("WAVE", join(ps)));
-        const Part& gone = ps[size_t(c.index)];
-        const DWORD id = cc(gone.label);
+        const Part& gone = ps[size_t(i)];
         DWORD removed = 0;
-        ASSERT_EQ(riff_DeleteChunk(f.handle(), id, &removed, c.is_list), S_OK) << gone.label;
+        ASSERT_EQ(riff_DeleteChunk(f.handle(), cc(gone.label), &removed, i == 2 || i == 3), S_OK)
+            << gone.label;
         EXPECT_EQ(removed, gone.bytes.size()) << gone.label;
-        EXPECT_EQ(f.contents(), riff("WAVE", join(ps, c.index))) << gone.label;
+        EXPECT_EQ(f.contents(), riff("WAVE", join(ps, i))) << gone.label;
     }
 }
 
@@ -136,11 +127,9 @@ TEST(RiffDelete, FailedCutStillLowersTheRiffSize) {
         EXPECT_EQ(riff_DeleteChunk(f.handle(), cc("fmt "), &removed, FALSE), QZE_FILE_WRITE);
     }
     EXPECT_EQ(removed, 24u);
-    const Bytes now = f.contents();
-    ASSERT_EQ(now.size(), file.size());  // not cut: the old last bytes stay behind
-    const Bytes expected = riff("WAVE", join(parts(), 0));
-    EXPECT_EQ(prefix(now, expected.size()), expected);
-    EXPECT_EQ(riff_size_of(now), riff_size_of(file) - 24);
+    // Not cut: the moved file, with its lowered size, and the old last bytes behind it.
+    const Bytes moved = riff("WAVE", join(parts(), 0));
+    EXPECT_EQ(f.contents(), moved + Bytes(file.end() - 24, file.end()));
 }
 
 TEST(RiffDelete, SizeUpdateFailureIsReportedAfterTheMove) {
@@ -210,7 +199,7 @@ TEST(RiffDelete, LargeSparseFileMovesInFixedMemory) {
     const HRESULT hr = riff_DeleteChunk(h, cc("junk"), &removed, FALSE);
     const auto took = std::chrono::steady_clock::now() - started;
     const long rss_growth = max_rss_kib() - rss_before;
-    std::printf("[ riff ] deleting the first chunk of %llu bytes took %.2f s, peak RSS +%ld KiB\n",
+    std::printf("[ riff ] deleting 108 bytes off %llu took %.2f s, peak RSS +%ld KiB\n",
                 (unsigned long long)total, std::chrono::duration<double>(took).count(), rss_growth);
     ASSERT_EQ(hr, S_OK);
     EXPECT_EQ(removed, junk.size());
