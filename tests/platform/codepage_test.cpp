@@ -43,24 +43,15 @@ constexpr char16_t kExpected1252[32] = {
     u'\u02DC', u'\u2122', u'\u0161', u'\u203A', u'\u0153', u'\u009D', u'\u017E', u'\u0178',
 };
 
-TEST(Cp1252, TheBlock80To9FMapsBothWays) {
-    for (int byte = 0x80; byte <= 0x9F; ++byte) {
-        SCOPED_TRACE(byte);
-        const std::string narrow(1, static_cast<char>(byte));
-        const char16_t expected = kExpected1252[byte - 0x80];
-        EXPECT_EQ(to_wide(CP_ACP, narrow), std::u16string(1, expected));
-        BOOL used_default = TRUE;
-        EXPECT_EQ(to_bytes(CP_ACP, std::u16string(1, expected), 0, nullptr, &used_default), narrow);
-        EXPECT_FALSE(used_default);
-    }
-}
-
-TEST(Cp1252, EveryByteSurvivesARoundTrip) {
+TEST(Cp1252, EveryByteMapsAndSurvivesARoundTrip) {
     std::string all;
     for (int byte = 1; byte < 256; ++byte) all.push_back(static_cast<char>(byte));
     const std::u16string wide = to_wide(CP_ACP, all);
     ASSERT_EQ(wide.size(), all.size());
-    for (int byte = 0xA0; byte < 256; ++byte) EXPECT_EQ(wide[byte - 1], byte);  // Latin-1 part
+    for (int byte = 1; byte < 256; ++byte) {
+        const char16_t expected = byte >= 0x80 && byte <= 0x9F ? kExpected1252[byte - 0x80] : byte;
+        EXPECT_EQ(wide[byte - 1], expected) << byte;
+    }
     BOOL used_default = TRUE;
     EXPECT_EQ(to_bytes(CP_ACP, wide, 0, nullptr, &used_default), all);
     EXPECT_FALSE(used_default);
@@ -105,24 +96,15 @@ TEST(Utf8, DecodingReplacesEachMalformedSequenceOnce) {
         {"three bytes", "\xE2\x82\xAC", u"\u20AC", true},
         {"four bytes become a pair", "\xF0\x9F\x8E\xB5", u"\U0001F3B5", true},
         {"highest", "\xF4\x8F\xBF\xBF", u"\U0010FFFF", true},
-        {"byte order mark is kept",
-         "\xEF\xBB\xBF"
-         "a",
-         u"\uFEFFa", true},
+        {"byte order mark is kept", "\xEF\xBB\xBF\x61", u"\uFEFFa", true},
         {"overlong", "\xC0\x80", R + R, false},
         {"overlong three", "\xE0\x80\x80", R + R + R, false},
         {"encoded surrogate", "\xED\xA0\x80", R + R + R, false},
         {"past U+10FFFF", "\xF4\x90\x80\x80", R + R + R + R, false},
         {"cut at the end", "a\xE2\x82", u"a" + R, false},
-        {"cut before ASCII",
-         "\xE2\x82"
-         "A",
-         R + u"A", false},
+        {"cut before ASCII", "\xE2\x82\x41", R + u"A", false},
         {"cut four", "\xF0\x9F\x8E", R, false},
-        {"stray continuation",
-         "\x80"
-         "b",
-         R + u"b", false},
+        {"stray continuation", "\x80\x62", R + u"b", false},
         {"never a lead", "\xFF\xFE", R + R, false},
     };
     for (const Case& c : cases) {
@@ -153,10 +135,7 @@ TEST(Utf8, EncodingTurnsLoneSurrogatesIntoReplacementCharacters) {
         {"mixed", u"a\u00E9\u20AC", "a\xC3\xA9\xE2\x82\xAC", true},
         {"lone high", std::u16string(u"a\xD83C"), "a" + R, false},
         {"lone low", std::u16string(u"\xDFB5z"), R + "z", false},
-        {"high then not low",
-         std::u16string(u"\xD83C"
-                        u"A"),
-         R + "A", false},
+        {"high then not low", std::u16string(u"\xD83C\x41"), R + "A", false},
         {"two highs", std::u16string(u"\xD83C\xD83C\xDFB5"), R + "\xF0\x9F\x8E\xB5", false},
     };
     for (const Case& c : cases) {
@@ -234,74 +213,47 @@ TEST(CodePages, TooSmallBuffersFailWithInsufficientBuffer) {
 }
 
 TEST(CodePages, BadArgumentsFailWithTheirErrors) {
+    // Null source or target, zero or negative lengths, code pages and flags
+    // each side does not take, a default character for UTF-8.
     struct Case {
-        const char* what;
-        int (*call)(WCHAR* wide, char* narrow);
+        bool to_wide;
+        UINT code_page;
+        DWORD flags;
+        bool null_source, null_target;
+        int length, capacity;
+        const char* default_char;
+        bool ask_used_default;
         DWORD error;
     };
+    const DWORD P = ERROR_INVALID_PARAMETER, F = ERROR_INVALID_FLAGS;
     const Case cases[] = {
-        {"null source",
-         [](WCHAR* w, char*) { return MultiByteToWideChar(CP_UTF8, 0, nullptr, 3, w, 4); },
-         ERROR_INVALID_PARAMETER},
-        {"zero length",
-         [](WCHAR* w, char*) { return MultiByteToWideChar(CP_UTF8, 0, "abc", 0, w, 4); },
-         ERROR_INVALID_PARAMETER},
-        {"length below -1",
-         [](WCHAR* w, char*) { return MultiByteToWideChar(CP_UTF8, 0, "abc", -2, w, 4); },
-         ERROR_INVALID_PARAMETER},
-        {"negative capacity",
-         [](WCHAR* w, char*) { return MultiByteToWideChar(CP_UTF8, 0, "abc", 3, w, -1); },
-         ERROR_INVALID_PARAMETER},
-        {"null target",
-         [](WCHAR*, char*) { return MultiByteToWideChar(CP_UTF8, 0, "abc", 3, nullptr, 4); },
-         ERROR_INVALID_PARAMETER},
-        {"unknown code page",
-         [](WCHAR* w, char*) { return MultiByteToWideChar(932, 0, "abc", 3, w, 4); },
-         ERROR_INVALID_PARAMETER},
-        {"flag UTF-8 does not take",
-         [](WCHAR* w, char*) {
-             return MultiByteToWideChar(CP_UTF8, MB_PRECOMPOSED, "abc", 3, w, 4);
-         },
-         ERROR_INVALID_FLAGS},
-        {"wide null source",
-         [](WCHAR*, char* n) {
-             return WideCharToMultiByte(CP_ACP, 0, nullptr, 3, n, 4, nullptr, nullptr);
-         },
-         ERROR_INVALID_PARAMETER},
-        {"wide null target",
-         [](WCHAR*, char*) {
-             return WideCharToMultiByte(CP_ACP, 0, u"abc", 3, nullptr, 4, nullptr, nullptr);
-         },
-         ERROR_INVALID_PARAMETER},
-        {"wide unknown code page",
-         [](WCHAR*, char* n) {
-             return WideCharToMultiByte(437, 0, u"abc", 3, n, 4, nullptr, nullptr);
-         },
-         ERROR_INVALID_PARAMETER},
-        {"UTF-8 with a default character",
-         [](WCHAR*, char* n) {
-             return WideCharToMultiByte(CP_UTF8, 0, u"abc", 3, n, 4, "?", nullptr);
-         },
-         ERROR_INVALID_PARAMETER},
-        {"UTF-8 asking whether the default was used",
-         [](WCHAR*, char* n) {
-             BOOL used = FALSE;
-             return WideCharToMultiByte(CP_UTF8, 0, u"abc", 3, n, 4, nullptr, &used);
-         },
-         ERROR_INVALID_PARAMETER},
-        {"1252 with the UTF-8 strict flag",
-         [](WCHAR*, char* n) {
-             return WideCharToMultiByte(CP_ACP, WC_ERR_INVALID_CHARS, u"abc", 3, n, 4, nullptr,
-                                        nullptr);
-         },
-         ERROR_INVALID_FLAGS},
+        {true, CP_UTF8, 0, true, false, 3, 4, nullptr, false, P},
+        {true, CP_UTF8, 0, false, false, 0, 4, nullptr, false, P},
+        {true, CP_UTF8, 0, false, false, -2, 4, nullptr, false, P},
+        {true, CP_UTF8, 0, false, false, 3, -1, nullptr, false, P},
+        {true, CP_UTF8, 0, false, true, 3, 4, nullptr, false, P},
+        {true, 932, 0, false, false, 3, 4, nullptr, false, P},
+        {true, CP_UTF8, MB_PRECOMPOSED, false, false, 3, 4, nullptr, false, F},
+        {false, CP_ACP, 0, true, false, 3, 4, nullptr, false, P},
+        {false, CP_ACP, 0, false, true, 3, 4, nullptr, false, P},
+        {false, 437, 0, false, false, 3, 4, nullptr, false, P},
+        {false, CP_UTF8, 0, false, false, 3, 4, "?", false, P},
+        {false, CP_UTF8, 0, false, false, 3, 4, nullptr, true, P},
+        {false, CP_ACP, WC_ERR_INVALID_CHARS, false, false, 3, 4, nullptr, false, F},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
+        SCOPED_TRACE(&c - cases);
         WCHAR wide[4] = {u'#', u'#', u'#', u'#'};
         char narrow[4] = {'#', '#', '#', '#'};
+        BOOL used = FALSE;
         SetLastError(kSentinel);
-        EXPECT_EQ(c.call(wide, narrow), 0);
+        const int n =
+            c.to_wide ? MultiByteToWideChar(c.code_page, c.flags, c.null_source ? nullptr : "abc",
+                                            c.length, c.null_target ? nullptr : wide, c.capacity)
+                      : WideCharToMultiByte(c.code_page, c.flags, c.null_source ? nullptr : u"abc",
+                                            c.length, c.null_target ? nullptr : narrow, c.capacity,
+                                            c.default_char, c.ask_used_default ? &used : nullptr);
+        EXPECT_EQ(n, 0);
         EXPECT_EQ(GetLastError(), c.error);
         EXPECT_EQ(std::u16string(wide, 4), u"####");
         EXPECT_EQ(std::string(narrow, 4), "####");

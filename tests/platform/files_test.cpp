@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <string>
-#include <vector>
 
 #include "platform/posix/fault_plan.h"
 #include "platform/win32api.h"
@@ -30,19 +29,13 @@ HANDLE open_file(const std::u16string& path, DWORD access, DWORD disposition,
 }
 
 /* Owns a handle for the length of a test. */
-class Handle {
-public:
+struct Handle {
     explicit Handle(HANDLE h) : h_(h) {}
-    ~Handle() {
-        if (h_ != INVALID_HANDLE_VALUE) CloseHandle(h_);
-    }
+    ~Handle() { valid() && CloseHandle(h_); }
     Handle(const Handle&) = delete;
-    Handle& operator=(const Handle&) = delete;
     HANDLE get() const { return h_; }
     bool valid() const { return h_ != INVALID_HANDLE_VALUE; }
-
-private:
-    HANDLE h_;
+    const HANDLE h_;
 };
 
 bool write_bytes(HANDLE h, const std::string& bytes) {
@@ -58,91 +51,39 @@ LONGLONG position_of(HANDLE h) {
 }
 
 TEST(CreateFile, DispositionsGiveWin32ResultsAndLastErrors) {
+    constexpr DWORD RW = GENERIC_READ | GENERIC_WRITE, R = GENERIC_READ;
     struct Case {
-        DWORD disposition;
-        bool exists_before;
-        bool opens;
+        DWORD disposition, access;
+        bool exists_before, opens;
         DWORD last_error;
         const char* content_after; /* nullptr: no file */
     };
     const Case cases[] = {
-        {CREATE_NEW, false, true, ERROR_SUCCESS, ""},
-        {CREATE_NEW, true, false, ERROR_FILE_EXISTS, "old"},
-        {CREATE_ALWAYS, false, true, ERROR_SUCCESS, ""},
-        {CREATE_ALWAYS, true, true, ERROR_ALREADY_EXISTS, ""},
-        {OPEN_EXISTING, false, false, ERROR_FILE_NOT_FOUND, nullptr},
-        {OPEN_EXISTING, true, true, ERROR_SUCCESS, "old"},
-        {OPEN_ALWAYS, false, true, ERROR_SUCCESS, ""},
-        {OPEN_ALWAYS, true, true, ERROR_ALREADY_EXISTS, "old"},
-        {TRUNCATE_EXISTING, false, false, ERROR_FILE_NOT_FOUND, nullptr},
-        {TRUNCATE_EXISTING, true, true, ERROR_SUCCESS, ""},
-        {0, true, false, ERROR_INVALID_PARAMETER, "old"},
-        {6, false, false, ERROR_INVALID_PARAMETER, nullptr},
+        {CREATE_NEW, RW, false, true, ERROR_SUCCESS, ""},
+        {CREATE_NEW, RW, true, false, ERROR_FILE_EXISTS, "old"},
+        {CREATE_ALWAYS, RW, false, true, ERROR_SUCCESS, ""},
+        {CREATE_ALWAYS, RW, true, true, ERROR_ALREADY_EXISTS, ""},
+        {CREATE_ALWAYS, R, true, true, ERROR_ALREADY_EXISTS, ""},  // cuts even for readers
+        {OPEN_EXISTING, RW, false, false, ERROR_FILE_NOT_FOUND, nullptr},
+        {OPEN_EXISTING, RW, true, true, ERROR_SUCCESS, "old"},
+        {OPEN_ALWAYS, RW, false, true, ERROR_SUCCESS, ""},
+        {OPEN_ALWAYS, RW, true, true, ERROR_ALREADY_EXISTS, "old"},
+        {TRUNCATE_EXISTING, RW, false, false, ERROR_FILE_NOT_FOUND, nullptr},
+        {TRUNCATE_EXISTING, RW, true, true, ERROR_SUCCESS, ""},
+        {TRUNCATE_EXISTING, R, true, false, ERROR_INVALID_PARAMETER, "old"},  // needs writing
+        {0, RW, true, false, ERROR_INVALID_PARAMETER, "old"},
+        {6, RW, false, false, ERROR_INVALID_PARAMETER, nullptr},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message()
-                     << "disposition " << c.disposition << " exists " << c.exists_before);
+        SCOPED_TRACE(&c - cases);
         ScratchDir dir;
         if (c.exists_before) native_write(dir.native("f"), "old");
         SetLastError(kSentinel);
-        Handle h(open_file(dir.wide("f"), GENERIC_READ | GENERIC_WRITE, c.disposition));
+        Handle h(open_file(dir.wide("f"), c.access, c.disposition));
         EXPECT_EQ(h.valid(), c.opens);
         EXPECT_EQ(GetLastError(), c.last_error);
-        if (c.content_after == nullptr) {
-            EXPECT_FALSE(native_exists(dir.native("f")));
-        } else {
-            EXPECT_EQ(native_read(dir.native("f")), c.content_after);
-        }
+        EXPECT_EQ(native_read(dir.native("f")), c.content_after ? c.content_after : "<missing>");
     }
-}
-
-TEST(CreateFile, TruncateExistingNeedsWriteAccess) {
-    ScratchDir dir;
-    native_write(dir.native("f"), "keep");
-    Handle h(open_file(dir.wide("f"), GENERIC_READ, TRUNCATE_EXISTING));
-    EXPECT_FALSE(h.valid());
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
-    EXPECT_EQ(native_read(dir.native("f")), "keep");
-}
-
-TEST(CreateFile, CreateAlwaysCutsAFileOpenedOnlyForReading) {
-    ScratchDir dir;
-    native_write(dir.native("f"), "old bytes");
-    Handle h(open_file(dir.wide("f"), GENERIC_READ, CREATE_ALWAYS));
-    ASSERT_TRUE(h.valid());
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ALREADY_EXISTS));
-    EXPECT_EQ(native_read(dir.native("f")), "");
-}
-
-TEST(CreateFile, MissingFilesFoldersAndFolderNamesGiveTheirErrors) {
-    ScratchDir dir;
-    native_write(dir.native("plain"), "x");
-    ASSERT_EQ(::mkdir(dir.native("sub").c_str(), 0777), 0);
-    struct Case {
-        const char* name;
-        DWORD disposition;
-        DWORD error;
-    };
-    const Case cases[] = {
-        {"missing", OPEN_EXISTING, ERROR_FILE_NOT_FOUND},
-        {"nofolder/missing", OPEN_EXISTING, ERROR_PATH_NOT_FOUND},
-        {"nofolder/missing", CREATE_ALWAYS, ERROR_PATH_NOT_FOUND},
-        {"nofolder/deeper/missing", OPEN_ALWAYS, ERROR_PATH_NOT_FOUND},
-        {"plain/under-a-file", OPEN_EXISTING, ERROR_PATH_NOT_FOUND},
-        {"plain/under-a-file", CREATE_NEW, ERROR_PATH_NOT_FOUND},
-        {"sub", OPEN_EXISTING, ERROR_ACCESS_DENIED},
-        {"sub", OPEN_ALWAYS, ERROR_ACCESS_DENIED},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        Handle h(open_file(dir.wide(c.name), GENERIC_READ | GENERIC_WRITE, c.disposition));
-        EXPECT_FALSE(h.valid());
-        EXPECT_EQ(GetLastError(), c.error);
-    }
-    Handle read_only(open_file(dir.wide("sub"), GENERIC_READ, OPEN_EXISTING));
-    EXPECT_FALSE(read_only.valid());
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-    EXPECT_FALSE(native_exists(dir.native("nofolder")));
 }
 
 TEST(CreateFile, NullEmptyAndUnencodablePathsFail) {
@@ -220,24 +161,16 @@ TEST(ShareModes, ConflictingOpensFailWithSharingViolation) {
     }
 }
 
-TEST(ShareModes, RefusedCreateAlwaysLeavesTheFileAlone) {
+TEST(ShareModes, ARefusedCreateAlwaysCutsNothingAndClosingReleasesTheMode) {
     ScratchDir dir;
     native_write(dir.native("f"), "precious");
-    Handle first(open_file(dir.wide("f"), GENERIC_READ, OPEN_EXISTING, FILE_SHARE_READ));
-    ASSERT_TRUE(first.valid());
-    Handle second(open_file(dir.wide("f"), GENERIC_WRITE, CREATE_ALWAYS));
-    EXPECT_FALSE(second.valid());
+    HANDLE first = open_file(dir.wide("f"), GENERIC_READ, OPEN_EXISTING, FILE_SHARE_READ);
+    ASSERT_NE(first, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(open_file(dir.wide("f"), GENERIC_WRITE, CREATE_ALWAYS), INVALID_HANDLE_VALUE);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SHARING_VIOLATION));
     EXPECT_EQ(native_read(dir.native("f")), "precious");
-}
-
-TEST(ShareModes, ClosingTheHandleReleasesItsShareMode) {
-    ScratchDir dir;
-    HANDLE first = open_file(dir.wide("f"), GENERIC_WRITE, CREATE_NEW, 0);
-    ASSERT_NE(first, INVALID_HANDLE_VALUE);
-    EXPECT_EQ(open_file(dir.wide("f"), GENERIC_READ, OPEN_EXISTING), INVALID_HANDLE_VALUE);
     ASSERT_TRUE(CloseHandle(first));
-    Handle again(open_file(dir.wide("f"), GENERIC_READ, OPEN_EXISTING, 0));
+    Handle again(open_file(dir.wide("f"), GENERIC_WRITE, CREATE_ALWAYS, 0));
     EXPECT_TRUE(again.valid());
 }
 
@@ -297,23 +230,18 @@ TEST(ReadFile, ShortReadAtTheEndIsSuccessWithASmallerCount) {
     ScratchDir dir;
     native_write(dir.native("f"), "0123456789");
     Handle h(open_file(dir.wide("f"), GENERIC_READ, OPEN_EXISTING));
-    ASSERT_TRUE(h.valid());
     char buffer[16];
     DWORD got = 99;
-    ASSERT_TRUE(ReadFile(h.get(), buffer, 4, &got, nullptr));
-    EXPECT_EQ(got, 4u);
+    ASSERT_EQ(SetFilePointer(h.get(), 4, nullptr, FILE_BEGIN), 4u);
     ASSERT_TRUE(ReadFile(h.get(), buffer, sizeof buffer, &got, nullptr));
-    EXPECT_EQ(got, 6u);
-    EXPECT_EQ(std::string(buffer, 6), "456789");
-    got = 99;
-    ASSERT_TRUE(ReadFile(h.get(), buffer, sizeof buffer, &got, nullptr));
-    EXPECT_EQ(got, 0u);
-    // Past the end too.
-    ASSERT_NE(SetFilePointer(h.get(), 100, nullptr, FILE_BEGIN), INVALID_SET_FILE_POINTER);
-    got = 99;
-    ASSERT_TRUE(ReadFile(h.get(), buffer, sizeof buffer, &got, nullptr));
-    EXPECT_EQ(got, 0u);
-    EXPECT_EQ(position_of(h.get()), 100);
+    EXPECT_EQ(std::string(buffer, got), "456789");
+    for (LONG at : {10, 100}) {  // at the end and past it
+        ASSERT_EQ(SetFilePointer(h.get(), at, nullptr, FILE_BEGIN), static_cast<DWORD>(at));
+        got = 99;
+        ASSERT_TRUE(ReadFile(h.get(), buffer, sizeof buffer, &got, nullptr));
+        EXPECT_EQ(got, 0u);
+        EXPECT_EQ(position_of(h.get()), at);
+    }
 }
 
 TEST(ReadFile, AccessTheHandleLacksIsDenied) {
@@ -590,62 +518,90 @@ TEST(FaultInjection, TheNthCallFailsWithTheChosenError) {
     EXPECT_EQ(plan.calls(FaultOp::Read), 3u);
 }
 
-TEST(GetFileAttributes, FilesFoldersAndMissingPaths) {
-    ScratchDir dir;
-    native_write(dir.native("f"), "x");
-    ASSERT_EQ(::mkdir(dir.native("d").c_str(), 0777), 0);
-    EXPECT_EQ(GetFileAttributesW(dir.wide("f").c_str()), FILE_ATTRIBUTE_NORMAL);
-    EXPECT_EQ(GetFileAttributesW(dir.wide("d").c_str()), FILE_ATTRIBUTE_DIRECTORY);
-    EXPECT_EQ(GetFileAttributesW(dir.wide("missing").c_str()), INVALID_FILE_ATTRIBUTES);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
-    EXPECT_EQ(GetFileAttributesW(dir.wide("nofolder/missing").c_str()), INVALID_FILE_ATTRIBUTES);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
+enum class Op { Open, Create, Attributes, Delete, Move, MakeFolder, RemoveFolder };
+
+BOOL call(Op op, const ScratchDir& dir, const char* path, const char* target) {
+    const std::u16string p = dir.wide(path);
+    switch (op) {
+        case Op::Open:
+        case Op::Create:
+            return Handle(op == Op::Open ? open_file(p, GENERIC_READ, OPEN_EXISTING)
+                                         : open_file(p, GENERIC_WRITE, CREATE_ALWAYS))
+                .valid();
+        case Op::Attributes:
+            return GetFileAttributesW(p.c_str()) != INVALID_FILE_ATTRIBUTES;
+        case Op::Delete:
+            return DeleteFileW(p.c_str());
+        case Op::Move:
+            return MoveFileW(p.c_str(), dir.wide(target).c_str());
+        case Op::MakeFolder:
+            return CreateDirectoryW(p.c_str(), nullptr);
+        case Op::RemoveFolder:
+            return RemoveDirectoryW(p.c_str());
+    }
+    return FALSE;
 }
 
-TEST(DeleteFile, RemovesFilesButNotFolders) {
-    ScratchDir dir;
-    native_write(dir.native("f"), "x");
-    ASSERT_EQ(::mkdir(dir.native("d").c_str(), 0777), 0);
-    EXPECT_TRUE(DeleteFileW(dir.wide("f").c_str()));
-    EXPECT_FALSE(native_exists(dir.native("f")));
-    EXPECT_FALSE(DeleteFileW(dir.wide("f").c_str()));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
-    EXPECT_FALSE(DeleteFileW(dir.wide("nofolder/f").c_str()));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
-    EXPECT_FALSE(DeleteFileW(dir.wide("d").c_str()));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-    EXPECT_TRUE(native_exists(dir.native("d")));
-}
-
-TEST(MoveFile, NeverReplacesAnExistingTarget) {
+TEST(FileSystem, MissingOrWrongKindsOfPathGiveTheirErrorsAndChangeNothing) {
     ScratchDir dir;
     native_write(dir.native("a"), "A");
     native_write(dir.native("b"), "B");
-    EXPECT_FALSE(MoveFileW(dir.wide("a").c_str(), dir.wide("b").c_str()));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ALREADY_EXISTS));
-    EXPECT_EQ(native_read(dir.native("a")), "A");
-    EXPECT_EQ(native_read(dir.native("b")), "B");
-
-    EXPECT_TRUE(MoveFileW(dir.wide("a").c_str(), dir.wide("c").c_str()));
-    EXPECT_FALSE(native_exists(dir.native("a")));
-    EXPECT_EQ(native_read(dir.native("c")), "A");
-
-    EXPECT_FALSE(MoveFileW(dir.wide("a").c_str(), dir.wide("d").c_str()));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
-    EXPECT_FALSE(MoveFileW(dir.wide("c").c_str(), dir.wide("nofolder/c").c_str()));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
-    EXPECT_EQ(native_read(dir.native("c")), "A");
+    ASSERT_EQ(::mkdir(dir.native("d").c_str(), 0777), 0);
+    ASSERT_EQ(::mkdir(dir.native("e").c_str(), 0777), 0);
+    native_write(dir.native("d/f"), "inside");
+    struct Case {
+        Op op;
+        const char* path;
+        const char* target;
+        DWORD error;
+    };
+    const Case cases[] = {
+        {Op::Open, "nofolder/missing", nullptr, ERROR_PATH_NOT_FOUND},
+        {Op::Create, "nofolder/deeper/missing", nullptr, ERROR_PATH_NOT_FOUND},
+        {Op::Open, "a/under-a-file", nullptr, ERROR_PATH_NOT_FOUND},
+        {Op::Create, "a/under-a-file", nullptr, ERROR_PATH_NOT_FOUND},
+        {Op::Open, "d", nullptr, ERROR_ACCESS_DENIED},  // even for reading
+        {Op::Create, "d", nullptr, ERROR_ACCESS_DENIED},
+        {Op::Attributes, "missing", nullptr, ERROR_FILE_NOT_FOUND},
+        {Op::Attributes, "nofolder/missing", nullptr, ERROR_PATH_NOT_FOUND},
+        {Op::Delete, "missing", nullptr, ERROR_FILE_NOT_FOUND},
+        {Op::Delete, "nofolder/f", nullptr, ERROR_PATH_NOT_FOUND},
+        {Op::Delete, "d", nullptr, ERROR_ACCESS_DENIED},
+        {Op::Move, "a", "b", ERROR_ALREADY_EXISTS},  // never replaces
+        {Op::Move, "d", "e", ERROR_ALREADY_EXISTS},
+        {Op::Move, "missing", "c", ERROR_FILE_NOT_FOUND},
+        {Op::Move, "a", "nofolder/c", ERROR_PATH_NOT_FOUND},
+        {Op::MakeFolder, "d", nullptr, ERROR_ALREADY_EXISTS},
+        {Op::MakeFolder, "x/y", nullptr, ERROR_PATH_NOT_FOUND},
+        {Op::RemoveFolder, "d", nullptr, ERROR_DIR_NOT_EMPTY},
+        {Op::RemoveFolder, "d/f", nullptr, ERROR_DIRECTORY},
+        {Op::RemoveFolder, "missing", nullptr, ERROR_FILE_NOT_FOUND},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        SetLastError(kSentinel);
+        EXPECT_FALSE(call(c.op, dir, c.path, c.target));
+        EXPECT_EQ(GetLastError(), c.error);
+    }
+    EXPECT_EQ(native_read(dir.native("a")) + native_read(dir.native("b")), "AB");
+    EXPECT_EQ(native_read(dir.native("d/f")), "inside");
+    EXPECT_FALSE(native_exists(dir.native("c")) || native_exists(dir.native("x")) ||
+                 native_exists(dir.native("nofolder")));
 }
 
-TEST(MoveFile, MovesFolders) {
+TEST(FileSystem, AttributesDeleteMoveAndFoldersSucceed) {
     ScratchDir dir;
-    ASSERT_EQ(::mkdir(dir.native("d").c_str(), 0777), 0);
-    native_write(dir.native("d/f"), "inside");
-    ASSERT_EQ(::mkdir(dir.native("e").c_str(), 0777), 0);
-    EXPECT_FALSE(MoveFileW(dir.wide("d").c_str(), dir.wide("e").c_str()));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ALREADY_EXISTS));
+    native_write(dir.native("a"), "A");
+    EXPECT_EQ(GetFileAttributesW(dir.wide("a").c_str()), FILE_ATTRIBUTE_NORMAL);
+    EXPECT_TRUE(CreateDirectoryW(dir.wide("d").c_str(), nullptr));
+    EXPECT_EQ(GetFileAttributesW(dir.wide("d").c_str()), FILE_ATTRIBUTE_DIRECTORY);
+    EXPECT_TRUE(MoveFileW(dir.wide("a").c_str(), dir.wide("d/c").c_str()));
+    EXPECT_FALSE(native_exists(dir.native("a")));
     EXPECT_TRUE(MoveFileW(dir.wide("d").c_str(), dir.wide("g").c_str()));
-    EXPECT_EQ(native_read(dir.native("g/f")), "inside");
+    EXPECT_EQ(native_read(dir.native("g/c")), "A");
+    EXPECT_TRUE(DeleteFileW(dir.wide("g/c").c_str()));
+    EXPECT_TRUE(RemoveDirectoryW(dir.wide("g").c_str()));
+    EXPECT_FALSE(native_exists(dir.native("g")));
 }
 
 TEST(MoveFile, CopiesFilesToAnotherFileSystem) {
@@ -672,27 +628,6 @@ TEST(MoveFile, CopiesFilesToAnotherFileSystem) {
     EXPECT_FALSE(MoveFileW(dir.wide("d").c_str(), qz::testing::widen(target).c_str()));
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_SAME_DEVICE));
     EXPECT_TRUE(native_exists(dir.native("d")));
-}
-
-TEST(Directories, CreateAndRemoveWithWin32Errors) {
-    ScratchDir dir;
-    EXPECT_TRUE(CreateDirectoryW(dir.wide("d").c_str(), nullptr));
-    EXPECT_EQ(GetFileAttributesW(dir.wide("d").c_str()), FILE_ATTRIBUTE_DIRECTORY);
-    EXPECT_FALSE(CreateDirectoryW(dir.wide("d").c_str(), nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ALREADY_EXISTS));
-    EXPECT_FALSE(CreateDirectoryW(dir.wide("x/y").c_str(), nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
-
-    native_write(dir.native("d/f"), "x");
-    EXPECT_FALSE(RemoveDirectoryW(dir.wide("d").c_str()));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_DIR_NOT_EMPTY));
-    EXPECT_FALSE(RemoveDirectoryW(dir.wide("d/f").c_str()));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_DIRECTORY));
-    EXPECT_FALSE(RemoveDirectoryW(dir.wide("missing").c_str()));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
-    ASSERT_TRUE(DeleteFileW(dir.wide("d/f").c_str()));
-    EXPECT_TRUE(RemoveDirectoryW(dir.wide("d").c_str()));
-    EXPECT_FALSE(native_exists(dir.native("d")));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // Private heaps: sizes, in-place growth, foreign pointers, destruction.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "platform/posix/fault_plan.h"
@@ -12,10 +13,7 @@ constexpr SIZE_T kHeapSizeFailed = static_cast<SIZE_T>(-1);
 
 bool all_bytes(const void* data, SIZE_T from, SIZE_T to, unsigned char value) {
     const auto* p = static_cast<const unsigned char*>(data);
-    for (SIZE_T i = from; i < to; ++i) {
-        if (p[i] != value) return false;
-    }
-    return true;
+    return std::all_of(p + from, p + to, [&](unsigned char b) { return b == value; });
 }
 
 TEST(Heap, AllocSizeAndZeroMemory) {

@@ -33,31 +33,14 @@ DWORD file_size(HANDLE file) {
     return GetFileSize(file, nullptr);
 }
 
-TEST(FileMapping, ReadOnlyViewShowsTheFile) {
-    ScratchDir dir;
-    const std::string bytes = pattern(5000);
-    native_write(dir.native("f"), bytes);
-    HANDLE file = open_file(dir.wide("f"), GENERIC_READ);
-    HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READONLY, 0, 0, nullptr);
-    ASSERT_NE(mapping, nullptr);
-    const auto* view = static_cast<const char*>(MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 0));
-    ASSERT_NE(view, nullptr);
-    EXPECT_EQ(std::string(view, bytes.size()), bytes);
-    EXPECT_TRUE(UnmapViewOfFile(view));
-    EXPECT_TRUE(CloseHandle(mapping));
-    EXPECT_TRUE(CloseHandle(file));
-}
-
-TEST(FileMapping, WritableViewWritesTheFileAndCopyViewDoesNot) {
+TEST(FileMapping, SharedViewsWriteTheFileAndCopyViewsDoNot) {
     ScratchDir dir;
     native_write(dir.native("f"), "abcdefgh");
     HANDLE file = open_file(dir.wide("f"), kReadWrite);
     HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READWRITE, 0, 0, nullptr);
-    ASSERT_NE(mapping, nullptr);
     auto* shared = static_cast<char*>(MapViewOfFile(mapping, FILE_MAP_ALL_ACCESS, 0, 0, 0));
     auto* copy = static_cast<char*>(MapViewOfFile(mapping, FILE_MAP_COPY, 0, 0, 0));
-    ASSERT_NE(shared, nullptr);
-    ASSERT_NE(copy, nullptr);
+    ASSERT_TRUE(shared && copy);
     std::memcpy(shared, "AB", 2);
     std::memcpy(copy + 4, "XY", 2);
     EXPECT_EQ(std::string(copy, 8), "ABcdXYgh");  // untouched pages still follow the file
@@ -65,23 +48,19 @@ TEST(FileMapping, WritableViewWritesTheFileAndCopyViewDoesNot) {
     EXPECT_TRUE(UnmapViewOfFile(copy));
     EXPECT_TRUE(CloseHandle(mapping));
     EXPECT_EQ(native_read(dir.native("f")), "ABcdefgh");
-    CloseHandle(file);
-}
 
-TEST(FileMapping, WriteCopySectionGivesPrivateViewsOnly) {
-    ScratchDir dir;
-    native_write(dir.native("f"), "original");
-    HANDLE file = open_file(dir.wide("f"), GENERIC_READ);
-    HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_WRITECOPY, 0, 0, nullptr);
-    ASSERT_NE(mapping, nullptr);
+    // A write-copy section over a read-only handle gives private views only.
+    HANDLE reader = open_file(dir.wide("f"), GENERIC_READ);
+    mapping = CreateFileMappingW(reader, nullptr, PAGE_WRITECOPY, 0, 0, nullptr);
     EXPECT_EQ(MapViewOfFile(mapping, FILE_MAP_WRITE, 0, 0, 0), nullptr);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-    auto* copy = static_cast<char*>(MapViewOfFile(mapping, FILE_MAP_COPY, 0, 0, 0));
+    copy = static_cast<char*>(MapViewOfFile(mapping, FILE_MAP_COPY, 0, 0, 0));
     ASSERT_NE(copy, nullptr);
     copy[0] = 'O';
     EXPECT_TRUE(UnmapViewOfFile(copy));
-    EXPECT_EQ(native_read(dir.native("f")), "original");
+    EXPECT_EQ(native_read(dir.native("f")), "ABcdefgh");
     CloseHandle(mapping);
+    CloseHandle(reader);
     CloseHandle(file);
 }
 
@@ -165,38 +144,40 @@ TEST(FileMapping, AccessMustMatchTheHandleAndTheSection) {
     native_write(dir.native("f"), "data");
     HANDLE reader = open_file(dir.wide("f"), GENERIC_READ);
     HANDLE writer = open_file(dir.wide("f"), GENERIC_WRITE);
+    HANDLE mapping = CreateFileMappingW(reader, nullptr, PAGE_READONLY, 0, 0, nullptr);
+    ASSERT_NE(mapping, nullptr);
     struct Case {
-        HANDLE file;
-        DWORD protect;
+        HANDLE handle;
+        DWORD protect_or_access; /* a section to make, or a view of a mapping */
         DWORD error;
     };
-    const Case cases[] = {
-        {reader, PAGE_READWRITE, ERROR_ACCESS_DENIED},
-        {writer, PAGE_READONLY, ERROR_ACCESS_DENIED},
-        {reader, 0x40 /* PAGE_EXECUTE_READWRITE */, ERROR_INVALID_PARAMETER},
-        {reader, 0, ERROR_INVALID_PARAMETER},
+    const DWORD D = ERROR_ACCESS_DENIED, P = ERROR_INVALID_PARAMETER, H = ERROR_INVALID_HANDLE;
+    const Case sections[] = {
+        {reader, PAGE_READWRITE, D},
+        {writer, PAGE_READONLY, D},
+        {reader, 0x40 /* PAGE_EXECUTE_READWRITE */, P},
+        {reader, 0, P},
+        {mapping, PAGE_READONLY, H},  // a mapping handle is not a file handle
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.protect);
-        EXPECT_EQ(CreateFileMappingW(c.file, nullptr, c.protect, 0, 0, nullptr), nullptr);
+    for (const Case& c : sections) {
+        SCOPED_TRACE(&c - sections);
+        EXPECT_EQ(CreateFileMappingW(c.handle, nullptr, c.protect_or_access, 0, 0, nullptr),
+                  nullptr);
+        EXPECT_EQ(GetLastError(), c.error);
+    }
+    const Case views[] = {
+        {mapping, FILE_MAP_WRITE, D},
+        {mapping, FILE_MAP_ALL_ACCESS, D},
+        {mapping, 0, P},
+        {reader, FILE_MAP_READ, H},
+    };
+    for (const Case& c : views) {
+        SCOPED_TRACE(&c - views);
+        EXPECT_EQ(MapViewOfFile(c.handle, c.protect_or_access, 0, 0, 0), nullptr);
         EXPECT_EQ(GetLastError(), c.error);
     }
     EXPECT_EQ(CreateFileMappingW(reader, nullptr, PAGE_READONLY, 0, 0, u"Local\\shared"), nullptr);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
-
-    HANDLE mapping = CreateFileMappingW(reader, nullptr, PAGE_READONLY, 0, 0, nullptr);
-    ASSERT_NE(mapping, nullptr);
-    EXPECT_EQ(MapViewOfFile(mapping, FILE_MAP_WRITE, 0, 0, 0), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-    EXPECT_EQ(MapViewOfFile(mapping, FILE_MAP_ALL_ACCESS, 0, 0, 0), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-    EXPECT_EQ(MapViewOfFile(mapping, 0, 0, 0, 0), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
-    // A mapping handle is not a file handle, nor the reverse.
-    EXPECT_EQ(CreateFileMappingW(mapping, nullptr, PAGE_READONLY, 0, 0, nullptr), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
-    EXPECT_EQ(MapViewOfFile(reader, FILE_MAP_READ, 0, 0, 0), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
     DWORD got = 0;
     char byte;
     EXPECT_FALSE(ReadFile(mapping, &byte, 1, &got, nullptr));
