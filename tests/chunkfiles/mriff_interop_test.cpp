@@ -22,80 +22,62 @@ using riff_test::Bytes;
 using riff_test::read_file;
 using riff_test::write_file;
 
-bool have_tool(const char* name) {
-    const std::string cmd = std::string("command -v ") + name + " >/dev/null 2>&1";
-    return std::system(cmd.c_str()) == 0;
-}
-
 // Runs a shell command; returns its exit status and its output (standard
 // error too, unless the command sends it elsewhere itself).
 int run(const std::string& cmd, std::string* out = nullptr) {
-    const bool own_stderr = cmd.find("2>") != std::string::npos;
-    FILE* pipe = popen((own_stderr ? cmd : cmd + " 2>&1").c_str(), "r");
+    FILE* pipe = popen((cmd.find("2>") != std::string::npos ? cmd : cmd + " 2>&1").c_str(), "r");
     if (!pipe) return -1;
     std::string text;
     char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, pipe)) > 0) text.append(buf, n);
+    for (size_t n; (n = fread(buf, 1, sizeof buf, pipe)) > 0;) text.append(buf, n);
     const int status = pclose(pipe);
     if (out) *out = text;
     return status;
 }
 
-// The fields sndfile-info prints for a wave file: "Name : value" lines of
-// the fmt chunk, and the size of the data chunk under "data".
-std::map<std::string, std::string> sndfile_info(const fs::path& path) {
+std::string trim(std::string s) {
+    s.erase(0, s.find_first_not_of(" \t"));
+    s.erase(s.find_last_not_of(" \t\r\n") + 1);
+    return s;
+}
+
+// The fields sndfile-info prints for a wave file, first of each name:
+// "Name : value" lines of the fmt chunk and the size under "data".
+using Fields = std::map<std::string, std::string>;
+Fields sndfile_info(const fs::path& path) {
     std::string text;
     run("sndfile-info '" + path.string() + "'", &text);
-    std::map<std::string, std::string> fields;
+    Fields fields;
     std::istringstream lines(text);
-    std::string line;
-    while (std::getline(lines, line)) {
-        const size_t colon = line.find(':');
-        if (colon == std::string::npos) continue;
-        auto trim = [](std::string s) {
-            s.erase(0, s.find_first_not_of(" \t"));
-            s.erase(s.find_last_not_of(" \t\r") + 1);
-            return s;
-        };
-        const std::string key = trim(line.substr(0, colon));
-        if (!fields.count(key)) fields[key] = trim(line.substr(colon + 1));
-    }
+    for (std::string line; std::getline(lines, line);)
+        if (const size_t colon = line.find(':'); colon != std::string::npos)
+            fields.emplace(trim(line.substr(0, colon)), trim(line.substr(colon + 1)));
     return fields;
 }
 
-unsigned long number(const std::map<std::string, std::string>& fields, const std::string& key) {
-    const auto it = fields.find(key);
-    if (it == fields.end()) return 0;
-    return std::strtoul(it->second.c_str(), nullptr, 0);  // "0x3F (L, R)" reads as 0x3F
+unsigned long number(const Fields& fields, const std::string& key) {
+    const auto it = fields.find(key);  // "0x3F (L, R)" reads as 0x3F
+    return it == fields.end() ? 0 : std::strtoul(it->second.c_str(), nullptr, 0);
 }
 
+// Warnings (sox notes extensible headers without their extension, for one)
+// go to standard error and are not part of the answer.
 std::string sox_info(const fs::path& path, const char* option) {
     std::string text;
-    // Warnings (sox notes, for one, extensible headers without their
-    // extension) go to standard error and are not part of the answer.
     run("sox --i " + std::string(option) + " '" + path.string() + "' 2>/dev/null", &text);
-    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
-    return text;
+    return trim(text);
 }
 
 class MriffInterop : public ::testing::Test {
 protected:
     void SetUp() override {
-        if (!have_tool("sox") || !have_tool("sndfile-info") || !have_tool("sndfile-convert"))
+        if (run("command -v sox sndfile-info sndfile-convert >/dev/null") != 0)
             GTEST_SKIP() << "needs sox, sndfile-info and sndfile-convert";
         temp_ = std::make_unique<riff_test::TempDir>();
         dir_ = temp_->path();
     }
     std::unique_ptr<riff_test::TempDir> temp_;
     fs::path dir_;
-};
-
-struct Generated {
-    const char* name;
-    const char* command;  // {out} is the file, {src} a 16-bit mono source
-    DWORD sample_type;
-    WORD foreign_tag = 0;  // for records outside the enumeration
 };
 
 std::string expand(std::string cmd, const fs::path& out, const fs::path& src) {
@@ -108,7 +90,12 @@ std::string expand(std::string cmd, const fs::path& out, const fs::path& src) {
 }
 
 TEST_F(MriffInterop, FilesFromSoxAndLibsndfileReadAsTheToolsReportThem) {
-    const Generated files[] = {
+    struct Generated {
+        const char* name;
+        const char* command;  // {out} is the file, {src} a 16-bit mono source
+        DWORD sample_type;
+        WORD foreign_tag = 0;  // for records outside the enumeration
+    } files[] = {
         {"sox pcm8", "sox -n -r 22050 -c 2 -b 8 -e unsigned-integer {out}", QZST_PCM8},
         {"sox pcm16", "sox -n -r 44100 -c 2 -b 16 -e signed-integer {out}", QZST_PCM16},
         {"sox pcm24 (extensible)", "sox -n -r 96000 -c 2 -b 24 -e signed-integer {out}",
@@ -159,6 +146,7 @@ TEST_F(MriffInterop, FilesFromSoxAndLibsndfileReadAsTheToolsReportThem) {
         EXPECT_EQ(rec.samplesPerSec, wfx.nSamplesPerSec);
         EXPECT_EQ(rec.channels, wfx.nChannels);
         EXPECT_EQ(rec.channelMask, number(info, "Channel Mask"));
+        EXPECT_EQ(rec.blockAlign, wfx.nBlockAlign);
         EXPECT_EQ((rec.flags & QZWF_EXTENSIBLE) != 0, wfx.wFormatTag == 0xFFFE);
 
         if (g.sample_type == QZST_NONE) {
@@ -167,25 +155,20 @@ TEST_F(MriffInterop, FilesFromSoxAndLibsndfileReadAsTheToolsReportThem) {
             EXPECT_EQ(rec.FormatTag(), g.foreign_tag);
             EXPECT_EQ(rec.BitsPerSample(), number(info, "Bit Width"));
             EXPECT_EQ(rec.extraSize, number(info, "Extra Bytes"));
-            EXPECT_EQ(rec.blockAlign, wfx.nBlockAlign);
         } else {
             // Frames from the data size agree with what sox counts.
-            EXPECT_EQ(rec.blockAlign, wfx.nBlockAlign);
             EXPECT_EQ(std::to_string(data_size / rec.blockAlign), sox_info(path, "-s"));
             EXPECT_EQ(std::to_string(rec.BitsPerSample()), sox_info(path, "-b"));
         }
 
-        // The record read through _qzwaveformat::Init from the whole
-        // structure gives the same record.
+        // _qzwaveformat::Init over the whole "fmt " body gives the same record.
         Bytes fmt(2048, 0);
         _tMRIFF m;
         ASSERT_EQ(mriff_Init(&m, const_cast<uint8_t*>(image.data()), DWORD(image.size()),
                              DWORD(image.size())),
                   S_OK);
-        DWORD remaining = DWORD(image.size());
         DWORD fmt_size = 0;
-        ASSERT_EQ(mriff_FindChunkHeaderInRIFF(&m, 0x20746D66 /* "fmt " */, &fmt_size, &remaining),
-                  S_OK);
+        ASSERT_EQ(mriff_FindChunkHeaderInRIFF(&m, riff_test::cc("fmt "), &fmt_size, nullptr), S_OK);
         ASSERT_EQ(mriff_ReadData(&m, fmt.data(), fmt_size), S_OK);
         _qzwaveformat direct;
         direct.Init(QZWAVEFORMAT_TEMP_SIZE, *reinterpret_cast<const WAVEFORMATEX*>(fmt.data()));
@@ -194,18 +177,14 @@ TEST_F(MriffInterop, FilesFromSoxAndLibsndfileReadAsTheToolsReportThem) {
     }
 }
 
-struct Written {
-    const char* name;
-    DWORD sample_type;
-    DWORD rate;
-    WORD channels;
-    const char* sox_bits;
-    const char* sox_encoding;
-    bool from_record;
-};
-
 TEST_F(MriffInterop, HeadersWrittenHereAreReadBySox) {
-    const Written cases[] = {
+    const struct Written {
+        const char* name;
+        DWORD sample_type, rate;
+        WORD channels;
+        const char *sox_bits, *sox_encoding;
+        bool from_record;
+    } cases[] = {
         {"pcm16 stereo", QZST_PCM16, 44100, 2, "16", "Signed Integer PCM", false},
         {"pcm8 mono", QZST_PCM8, 8000, 1, "8", "Unsigned Integer PCM", false},
         {"pcm24 mono from a record", QZST_PCM24, 48000, 1, "24", "Signed Integer PCM", true},
@@ -218,10 +197,9 @@ TEST_F(MriffInterop, HeadersWrittenHereAreReadBySox) {
         _qzwaveformat rec;
         rec.Init(w.rate, QZSAMPLETYPE(w.sample_type), w.channels, 0, 32);
         const DWORD data_size = frames * rec.blockAlign;
-        Bytes samples(data_size);
-        for (size_t i = 0; i < samples.size(); ++i) samples[i] = uint8_t(i * 7 + 3);
-        if (w.sample_type == QZST_FLOAT32 || w.sample_type == QZST_FLOAT64)
-            for (size_t i = 0; i < samples.size(); ++i) samples[i] = 0;  // silence, valid floats
+        const bool is_float = w.sample_type == QZST_FLOAT32 || w.sample_type == QZST_FLOAT64;
+        Bytes samples(data_size);  // floats stay silent, so every value is valid
+        for (size_t i = 0; i < samples.size() && !is_float; ++i) samples[i] = uint8_t(i * 7 + 3);
 
         Bytes image(64 + data_size + 1, 0);
         _tMRIFF m;
@@ -240,10 +218,11 @@ TEST_F(MriffInterop, HeadersWrittenHereAreReadBySox) {
 
         const fs::path path = dir_ / "written.wav";
         write_file(path.string(), image);
-        EXPECT_EQ(sox_info(path, "-r"), std::to_string(w.rate));
-        EXPECT_EQ(sox_info(path, "-c"), std::to_string(w.channels));
-        EXPECT_EQ(sox_info(path, "-b"), w.sox_bits);
-        EXPECT_EQ(sox_info(path, "-s"), std::to_string(frames));
+        const std::pair<const char*, std::string> fields[] = {{"-r", std::to_string(w.rate)},
+                                                              {"-c", std::to_string(w.channels)},
+                                                              {"-b", w.sox_bits},
+                                                              {"-s", std::to_string(frames)}};
+        for (const auto& [flag, value] : fields) EXPECT_EQ(sox_info(path, flag), value) << flag;
         EXPECT_NE(sox_info(path, "-e").find(w.sox_encoding), std::string::npos)
             << sox_info(path, "-e");
 

@@ -17,11 +17,6 @@ namespace {
 
 using namespace riff_test;
 
-constexpr DWORD id(const char (&s)[5]) {
-    return DWORD(uint8_t(s[0])) | DWORD(uint8_t(s[1])) << 8 | DWORD(uint8_t(s[2])) << 16 |
-           DWORD(uint8_t(s[3])) << 24;
-}
-
 // An image in a buffer with guard bytes after its capacity, which no call
 // may touch.
 struct Image {
@@ -131,26 +126,24 @@ TEST(MriffSeek, SaveRestoreSkipAndDataStart) {
 // ---- reading and writing bytes ---------------------------------------------------
 
 TEST(MriffCopy, ShortReadsCopyWhatIsThereAndAdvance) {
+    // mriff_ReadFile says FALSE, mriff_ReadData a read failure; both copy the 6 bytes left.
     Image img(text("0123456789ABCDEF"), 20);
-    img.go(10);
-    uint8_t out[10];
-    std::memset(out, '.', sizeof out);
-    DWORD got = 0;
-    EXPECT_FALSE(mriff_ReadFile(&img.m, out, 10, &got, nullptr));
-    EXPECT_EQ(got, 6u);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(out), 10), "ABCDEF....");
-    EXPECT_EQ(img.at(), 16u);
+    for (bool as_data : {false, true}) {
+        img.go(10);
+        char out[10];
+        std::memset(out, '.', sizeof out);
+        DWORD got = 0;
+        if (as_data) {
+            EXPECT_EQ(mriff_ReadData(&img.m, out, 10), QZE_FILE_READ);
+        } else {
+            EXPECT_FALSE(mriff_ReadFile(&img.m, out, 10, &got, nullptr));
+            EXPECT_EQ(got, 6u);
+        }
+        EXPECT_EQ(std::string(out, 10), "ABCDEF....");
+        EXPECT_EQ(img.at(), 16u);
+    }
     img.go(0);
-    EXPECT_TRUE(mriff_ReadFile(&img.m, out, 4, &got, nullptr));
-    EXPECT_EQ(got, 4u);
-
-    // mriff_ReadData: the same short copy, reported as a read failure.
-    img.go(10);
-    std::memset(out, '.', sizeof out);
-    EXPECT_EQ(mriff_ReadData(&img.m, out, 10), QZE_FILE_READ);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(out), 10), "ABCDEF....");
-    EXPECT_EQ(img.at(), 16u);
-    img.go(0);
+    uint8_t out[4];
     EXPECT_EQ(mriff_ReadData(&img.m, out, 3), S_OK);  // odd: the pad is skipped
     EXPECT_EQ(img.at(), 4u);
     EXPECT_EQ(mriff_ReadData(&img.m, nullptr, 3), E_INVALIDARG);
@@ -186,16 +179,16 @@ TEST(MriffCopy, HeaderWritesReportWhatDidNotFit) {
                         {12, S_OK, S_OK}};
     for (const Row& r : rows) {
         Image a(Bytes(), r.room);
-        EXPECT_EQ(mriff_WriteChunkHeader(&a.m, id("data"), 0x01020304), r.chunk) << r.room;
+        EXPECT_EQ(mriff_WriteChunkHeader(&a.m, cc("data"), 0x01020304), r.chunk) << r.room;
         EXPECT_EQ(a.at(), std::min<DWORD>(r.room, 8));
         Image b(Bytes(), r.room);
-        EXPECT_EQ(mriff_WriteListHeader(&b.m, id("INFO"), 4), r.list) << r.room;
+        EXPECT_EQ(mriff_WriteListHeader(&b.m, cc("INFO"), 4), r.list) << r.room;
         Image c(Bytes(), r.room);
-        EXPECT_EQ(mriff_WriteFileID(&c.m, id("WAVE"), 4), r.list) << r.room;
+        EXPECT_EQ(mriff_WriteFileID(&c.m, cc("WAVE"), 4), r.list) << r.room;
         EXPECT_EQ(c.data_size(), std::min<DWORD>(r.room, 12));
     }
     Image img(Bytes(), 12);
-    ASSERT_EQ(mriff_WriteListHeader(&img.m, id("INFO"), 0x10), S_OK);
+    ASSERT_EQ(mriff_WriteListHeader(&img.m, cc("INFO"), 0x10), S_OK);
     const Bytes want = {'L', 'I', 'S', 'T', 0x10, 0, 0, 0, 'I', 'N', 'F', 'O'};
     EXPECT_EQ(Bytes(img.storage.begin(), img.storage.begin() + 12), want);
 }
@@ -236,16 +229,13 @@ TEST(MriffHeaders, ReadsReportShortAndWrongHeaders) {
 }
 
 TEST(MriffHeaders, ReadsReportSizesAsTheFileFamilyDoes) {
-    // "RIFF", size 0x24, "WAVE", then a list: "LIST", size 8, "INFO", 4 bytes.
-    const Bytes image = riff("WAVE", list("INFO", text("abcd")));
-    Image img(image);
-    DWORD remaining = 0, form = 0;
+    Image img(riff("WAVE", list("INFO", text("abcd"))));
+    DWORD remaining = 0, form = 0, type = 0, size = 0;
     ASSERT_EQ(mriff_ReadFileID(&img.m, &remaining, &form), S_OK);
-    EXPECT_EQ(remaining, 16u);  // RIFF size 20 (form type and the list) minus 4
-    EXPECT_EQ(form, id("WAVE"));
-    DWORD type = 0, size = 0;
+    EXPECT_EQ(remaining, 16u);  // RIFF size 20 minus the form type
+    EXPECT_EQ(form, cc("WAVE"));
     ASSERT_EQ(mriff_ReadListHeader(&img.m, &type, &size), S_OK);
-    EXPECT_EQ(type, id("INFO"));
+    EXPECT_EQ(type, cc("INFO"));
     EXPECT_EQ(size, 4u);  // list size 8 minus the type
     EXPECT_EQ(img.at(), 24u);
 }
@@ -331,17 +321,17 @@ TEST(MriffFind, BudgetRulesOfTheFileFamily) {
         DWORD size, remaining, position;
     };
     const Row rows[] = {
-        {"first chunk", id("abcd"), true, 74, S_OK, 3, 66, 8},
-        {"after an odd chunk", id("LIST"), true, 74, S_OK, 16, 54, 20},
-        {"last chunk", id("data"), true, 74, S_OK, 6, 6, 68},
-        {"missing with budget", id("none"), true, 74, QZE_NOT_FOUND, 0, 0, 74},
-        {"missing without budget", id("none"), false, 0, QZE_FILE_READ, 0, 0, 74},
-        {"budget 0 reads nothing", id("abcd"), true, 0, QZE_NOT_FOUND, 0, 0, 0},
-        {"budget 7 reads nothing", id("abcd"), true, 7, QZE_NOT_FOUND, 0, 7, 0},
-        {"budget 8 finds the first", id("abcd"), true, 8, S_OK, 3, 0, 8},
+        {"first chunk", cc("abcd"), true, 74, S_OK, 3, 66, 8},
+        {"after an odd chunk", cc("LIST"), true, 74, S_OK, 16, 54, 20},
+        {"last chunk", cc("data"), true, 74, S_OK, 6, 6, 68},
+        {"missing with budget", cc("none"), true, 74, QZE_NOT_FOUND, 0, 0, 74},
+        {"missing without budget", cc("none"), false, 0, QZE_FILE_READ, 0, 0, 74},
+        {"budget 0 reads nothing", cc("abcd"), true, 0, QZE_NOT_FOUND, 0, 0, 0},
+        {"budget 7 reads nothing", cc("abcd"), true, 7, QZE_NOT_FOUND, 0, 7, 0},
+        {"budget 8 finds the first", cc("abcd"), true, 8, S_OK, 3, 0, 8},
         // A budget ending inside a body clamps to 0 after the skip.
-        {"budget runs out in a body", id("data"), true, 10, QZE_NOT_FOUND, 0, 0, 12},
-        {"budget just short of data", id("data"), true, 67, QZE_NOT_FOUND, 0, 7, 60},
+        {"budget runs out in a body", cc("data"), true, 10, QZE_NOT_FOUND, 0, 0, 12},
+        {"budget just short of data", cc("data"), true, 67, QZE_NOT_FOUND, 0, 7, 60},
     };
     for (const Row& r : rows) {
         Image img(body);
@@ -365,11 +355,11 @@ TEST(MriffFind, HugeSizesAreClampedSkipsNotWildReads) {
     // the walk ends there like a file does.
     Image img(header("junk", 0xFFFFFFFF) + Bytes(10, 0), 64);
     DWORD remaining = 0xFFFFFFFF;
-    EXPECT_EQ(mriff_FindChunkHeader(&img.m, id("data"), nullptr, &remaining), QZE_NOT_FOUND);
+    EXPECT_EQ(mriff_FindChunkHeader(&img.m, cc("data"), nullptr, &remaining), QZE_NOT_FOUND);
     EXPECT_EQ(remaining, 0u);  // 8 + 2^32 bytes passed: clamped at 0
     EXPECT_EQ(img.at(), 18u);
     img.go(0);
-    EXPECT_EQ(mriff_FindChunkHeader(&img.m, id("data"), nullptr, nullptr), QZE_FILE_READ);
+    EXPECT_EQ(mriff_FindChunkHeader(&img.m, cc("data"), nullptr, nullptr), QZE_FILE_READ);
     EXPECT_EQ(img.at(), 18u);
     DWORD count = 0;
     img.go(0);
@@ -390,13 +380,13 @@ TEST(MriffFind, ChunkHeaderInRiffStartsAtThePositionWithTheCallersBudget) {
         DWORD remaining, position;
     };
     const Row rows[] = {
-        {"budget 11 reads nothing", 8, true, 11, id("abcd"), QZE_NOT_FOUND, 11, 8},
-        {"budget 12: header, then nothing left", 8, true, 12, id("abcd"), QZE_NOT_FOUND, 0, 20},
-        {"found, budget less 12 and 8", 8, true, 100, id("abcd"), S_OK, 80, 28},
+        {"budget 11 reads nothing", 8, true, 11, cc("abcd"), QZE_NOT_FOUND, 11, 8},
+        {"budget 12: header, then nothing left", 8, true, 12, cc("abcd"), QZE_NOT_FOUND, 0, 20},
+        {"found, budget less 12 and 8", 8, true, 100, cc("abcd"), S_OK, 80, 28},
         // The header's own size is not the budget: 50 covers two chunks only.
-        {"caller's budget bounds the walk", 8, true, 50, id("data"), QZE_NOT_FOUND, 2, 56},
-        {"no budget, missing", 8, false, 0, id("none"), QZE_FILE_READ, 0, 94},
-        {"not at a RIFF header", 0, true, 100, id("abcd"), QZE_NO_RIFF_HEADER, 100, 8},
+        {"caller's budget bounds the walk", 8, true, 50, cc("data"), QZE_NOT_FOUND, 2, 56},
+        {"no budget, missing", 8, false, 0, cc("none"), QZE_FILE_READ, 0, 94},
+        {"not at a RIFF header", 0, true, 100, cc("abcd"), QZE_NO_RIFF_HEADER, 100, 8},
     };
     for (const Row& r : rows) {
         Image img(image);
@@ -419,21 +409,21 @@ TEST(MriffFindList, SkipsOtherListTypes) {
     Image img(body);
     DWORD size = 0;
     DWORD remaining = 74;
-    ASSERT_EQ(mriff_FindListChunk(&img.m, id("INFO"), &size, &remaining), S_OK);
+    ASSERT_EQ(mriff_FindListChunk(&img.m, cc("INFO"), &size, &remaining), S_OK);
     EXPECT_EQ(size, 12u);       // list size 16 minus the type
     EXPECT_EQ(remaining, 26u);  // 74 - 12 - 24 - 12
     EXPECT_EQ(img.at(), 48u);
 
     img.go(0);
     remaining = 74;
-    EXPECT_EQ(mriff_FindListChunk(&img.m, id("none"), &size, &remaining), QZE_NOT_FOUND);
+    EXPECT_EQ(mriff_FindListChunk(&img.m, cc("none"), &size, &remaining), QZE_NOT_FOUND);
     img.go(0);
-    EXPECT_EQ(mriff_FindListChunk(&img.m, id("none"), &size, nullptr), QZE_FILE_READ);
+    EXPECT_EQ(mriff_FindListChunk(&img.m, cc("none"), &size, nullptr), QZE_FILE_READ);
 
     // A budget that ends right after a "LIST" header has no room for its type.
     img.go(12);
     remaining = 10;
-    EXPECT_EQ(mriff_FindListChunk(&img.m, id("adtl"), &size, &remaining), QZE_NOT_FOUND);
+    EXPECT_EQ(mriff_FindListChunk(&img.m, cc("adtl"), &size, &remaining), QZE_NOT_FOUND);
     EXPECT_EQ(remaining, 2u);
     EXPECT_EQ(img.at(), 20u);
 }
@@ -443,12 +433,12 @@ TEST(MriffFindList, FromStartRewindsAndUsesTheHeaderBudget) {
     Image img(image);
     img.go(50);
     DWORD size = 0;
-    ASSERT_EQ(mriff_FindListChunkFromStart(&img.m, id("adtl"), &size), S_OK);
+    ASSERT_EQ(mriff_FindListChunkFromStart(&img.m, cc("adtl"), &size), S_OK);
     EXPECT_EQ(size, 12u);
     EXPECT_EQ(img.at(), 36u);
-    EXPECT_EQ(mriff_FindListChunkFromStart(&img.m, id("none"), &size), QZE_NOT_FOUND);
+    EXPECT_EQ(mriff_FindListChunkFromStart(&img.m, cc("none"), &size), QZE_NOT_FOUND);
     Image bad(Bytes(20, 0));
-    EXPECT_EQ(mriff_FindListChunkFromStart(&bad.m, id("INFO"), &size), QZE_NO_RIFF_HEADER);
+    EXPECT_EQ(mriff_FindListChunkFromStart(&bad.m, cc("INFO"), &size), QZE_NO_RIFF_HEADER);
 }
 
 TEST(MriffCount, CountsFromThePositionAndGoesBack) {
@@ -485,11 +475,11 @@ TEST(MriffInfo, ReadsOneTextAndAlwaysGoesBack) {
         const char* text;
     };
     const Row rows[] = {
-        {"name", id("INAM"), 16, 100, S_OK, "Song"},
-        {"artist after name", id("IART"), 16, 100, S_OK, "Band"},
-        {"cut to the buffer, no terminator", id("IART"), 2, 100, S_OK, "Ba"},
-        {"missing id", id("ICMT"), 16, 100, QZE_NOT_FOUND, ""},
-        {"budget ends before the list", id("INAM"), 16, 12, QZE_NOT_FOUND, ""},
+        {"name", cc("INAM"), 16, 100, S_OK, "Song"},
+        {"artist after name", cc("IART"), 16, 100, S_OK, "Band"},
+        {"cut to the buffer, no terminator", cc("IART"), 2, 100, S_OK, "Ba"},
+        {"missing id", cc("ICMT"), 16, 100, QZE_NOT_FOUND, ""},
+        {"budget ends before the list", cc("INAM"), 16, 12, QZE_NOT_FOUND, ""},
     };
     for (const Row& r : rows) {
         Image img(body);
@@ -508,7 +498,7 @@ TEST(MriffInfo, ReadsOneTextAndAlwaysGoesBack) {
     Image none(chunk("abcd", text("xyz")));
     none.go(4);
     char out[4];
-    EXPECT_EQ(mriff_GetInfoString(&none.m, id("INAM"), out, 4, nullptr), QZE_FILE_READ);
+    EXPECT_EQ(mriff_GetInfoString(&none.m, cc("INAM"), out, 4, nullptr), QZE_FILE_READ);
     EXPECT_EQ(none.at(), 4u);
 }
 
@@ -563,13 +553,8 @@ TEST(MriffWaveHeader, ShortCapacityReportsAndStaysInside) {
         HRESULT hr;
     };
     // 44 bytes in all: RIFF header 12, fmt 24, data header 8.
-    const Row rows[] = {{0, QZE_FILE_WRITE},
-                        {6, QZE_FILE_WRITE},
-                        {12, QZE_FILE_WRITE},
-                        {35, QZE_FILE_WRITE},
-                        {36, S_OK},
-                        {40, S_OK},
-                        {44, S_OK}};
+    const Row rows[] = {
+        {0, QZE_FILE_WRITE}, {12, QZE_FILE_WRITE}, {35, QZE_FILE_WRITE}, {36, S_OK}, {44, S_OK}};
     for (const Row& r : rows) {
         Image img(Bytes(), r.capacity);
         EXPECT_EQ(mriff_WriteWaveHeader(&img.m, wfx.wfx(), 100, 0), r.hr) << r.capacity;
