@@ -136,6 +136,40 @@ HRESULT read_header(S& source, DWORD* id, DWORD* size) {
 }
 
 /*
+ * A chunk header for a caller: id and size (each output optional) exactly
+ * as stored. QZE_FILE_READ on a short read, leaving the outputs alone.
+ */
+template <class Layout, ChunkSource S>
+HRESULT read_chunk_header(S& source, DWORD* id, DWORD* size) {
+    DWORD chunk_id = 0;
+    DWORD chunk_size = 0;
+    const HRESULT hr = read_header<Layout>(source, &chunk_id, &chunk_size);
+    if (FAILED(hr)) return hr;
+    if (id) *id = chunk_id;
+    if (size) *size = chunk_size;
+    return S_OK;
+}
+
+/*
+ * A list header for a caller: the list type and the list size minus 4
+ * (the bytes after the type), each output optional. QZE_NO_LIST_HEADER
+ * when the chunk is not a list; QZE_FILE_READ on a short read.
+ */
+template <class Layout, ChunkSource S>
+HRESULT read_list_header(S& source, DWORD* list_type, DWORD* size) {
+    DWORD id = 0;
+    DWORD list_size = 0;
+    const HRESULT hr = read_header<Layout>(source, &id, &list_size);
+    if (FAILED(hr)) return hr;
+    if (id != Layout::list_id) return QZE_NO_LIST_HEADER;
+    DWORD type = 0;
+    if (!read_word<Layout>(source, &type)) return QZE_FILE_READ;
+    if (list_type) *list_type = type;
+    if (size) *size = list_size - kListTypeBytes;
+    return S_OK;
+}
+
+/*
  * Walks sibling chunks from the position until one has `id`. On success
  * the position is at the first body byte, *size (if given) is the size
  * field as stored, and *remaining (if given) is the budget after the

@@ -196,29 +196,14 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL mriff_WriteFileID(_tMRIFF* m, DWORD formTy
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL mriff_ReadChunkHeader(_tMRIFF* m, DWORD* id, DWORD* size) {
     if (!m) return E_POINTER;
     MemorySource image(*m);
-    DWORD chunk_id = 0;
-    DWORD chunk_size = 0;
-    const HRESULT hr = qz::chunks::read_header<RiffLayout>(image, &chunk_id, &chunk_size);
-    if (FAILED(hr)) return hr;
-    if (id) *id = chunk_id;
-    if (size) *size = chunk_size;
-    return S_OK;
+    return qz::chunks::read_chunk_header<RiffLayout>(image, id, size);
 }
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL mriff_ReadListHeader(_tMRIFF* m, DWORD* listType,
                                                            DWORD* size) {
     if (!m) return E_POINTER;
     MemorySource image(*m);
-    DWORD id = 0;
-    DWORD list_size = 0;
-    const HRESULT hr = qz::chunks::read_header<RiffLayout>(image, &id, &list_size);
-    if (FAILED(hr)) return hr;
-    if (id != kListId) return QZE_NO_LIST_HEADER;
-    DWORD type = 0;
-    if (!qz::chunks::read_word<RiffLayout>(image, &type)) return QZE_FILE_READ;
-    if (listType) *listType = type;
-    if (size) *size = list_size - qz::chunks::kListTypeBytes;
-    return S_OK;
+    return qz::chunks::read_list_header<RiffLayout>(image, listType, size);
 }
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL mriff_ReadFileID(_tMRIFF* m, DWORD* remaining,

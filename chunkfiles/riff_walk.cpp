@@ -42,28 +42,13 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_ValidateChunkHeader(DWORD /*id*/, LON
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_ReadChunkHeader(HANDLE file, DWORD* id, DWORD* size) {
     FileSource source(file);
-    DWORD chunk_id = 0;
-    DWORD chunk_size = 0;
-    const HRESULT hr = qz::chunks::read_header<RiffLayout>(source, &chunk_id, &chunk_size);
-    if (FAILED(hr)) return hr;
-    if (id) *id = chunk_id;
-    if (size) *size = chunk_size;
-    return S_OK;
+    return qz::chunks::read_chunk_header<RiffLayout>(source, id, size);
 }
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_ReadListHeader(HANDLE file, DWORD* list_type,
                                                           DWORD* size) {
     FileSource source(file);
-    DWORD id = 0;
-    DWORD list_size = 0;
-    const HRESULT hr = qz::chunks::read_header<RiffLayout>(source, &id, &list_size);
-    if (FAILED(hr)) return hr;
-    if (id != kListId) return QZE_NO_LIST_HEADER;
-    DWORD type = 0;
-    if (!source.read_u32(&type)) return QZE_FILE_READ;
-    if (list_type) *list_type = type;
-    if (size) *size = list_size - qz::chunks::kListTypeBytes;
-    return S_OK;
+    return qz::chunks::read_list_header<RiffLayout>(source, list_type, size);
 }
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_ReadFileID(HANDLE file, DWORD* remaining,
