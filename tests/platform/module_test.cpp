@@ -43,15 +43,6 @@ TEST(ModuleFileName, NullModuleIsTheExecutable) {
     EXPECT_EQ(GetModuleHandleW(expected.c_str()), executable);
 }
 
-TEST(ModuleFileName, LibraryObjectsLinkedInBelongToTheExecutable) {
-    // The suites link the library's objects, so its module is the test's.
-    const HMODULE library = qz::posix::library_module();
-    ASSERT_NE(library, nullptr);
-    EXPECT_EQ(library, GetModuleHandleW(nullptr));
-    EXPECT_EQ(library, module_containing(reinterpret_cast<const void*>(&GlobalAlloc)));
-    EXPECT_EQ(module_file_name(library), widen(self_exe()));
-}
-
 TEST(ModuleFileName, SharedLibrariesAreFoundByNameAndBase) {
     const HMODULE libc = module_containing(reinterpret_cast<const void*>(&gnu_get_libc_version));
     ASSERT_NE(libc, nullptr);
