@@ -97,7 +97,7 @@ TEST_F(Details, LinesStopBelowTheByteLimitAndExpandedLinesAreRefusedWhole) {
     EXPECT_EQ(QzErrorHandler_DetailsInfo(nullptr, nullptr, nullptr), nullptr);
 }
 
-TEST_F(Details, HyperlinkNeedsBothPartsAndIsCut) {
+TEST_F(Details, HyperlinkNeedsBothPartsIsCutAndInitClearsAll) {
     EXPECT_EQ(QzErrorHandler_DetailsSetHyperlink(nullptr, QZTEXT("text")), E_POINTER);
     EXPECT_EQ(QzErrorHandler_DetailsSetHyperlink(QZTEXT("https://x"), nullptr), E_POINTER);
     const std::string target = "https://" + std::string(3000, 't');
@@ -106,9 +106,6 @@ TEST_F(Details, HyperlinkNeedsBothPartsAndIsCut) {
                                                  qz::test::wide(label).c_str()),
               S_OK);
     EXPECT_EQ(box_text(), "msg\n\n" + label.substr(0, 2047) + ": " + target.substr(0, 2082));
-}
-
-TEST_F(Details, InitClearsLinesCodeOwnerAndHyperlink) {
     QzErrorHandler_DetailsAddString(QZE_NOT_FOUND, QZTEXT("line"));
     QzErrorHandler_DetailsSetHyperlink(QZTEXT("https://x"), QZTEXT("x"));
     EXPECT_EQ(QzErrorHandler_DetailsInit(), S_OK);

@@ -68,16 +68,13 @@ TEST(Format, PointerIsUpperCaseHexOfPointerWidth) {
     EXPECT_EQ(narrow_format(64, "%p", p), expected);
 }
 
-TEST(Format, WideFormatTakesWideStringsAndCapitalSNarrowOnes) {
+TEST(Format, LowerSIsTheFormatsWidthAndCapitalSTheOther) {
     EXPECT_EQ(wide_format(QZTEXT("[%s]"), QZTEXT("wide")), QZTEXT("[wide]"));
     EXPECT_EQ(wide_format(QZTEXT("[%S|%hs]"), "S", "hs"), QZTEXT("[S|hs]"));
     EXPECT_EQ(wide_format(QZTEXT("[%ls|%ws]"), QZTEXT("l"), QZTEXT("w")), QZTEXT("[l|w]"));
     EXPECT_EQ(wide_format(QZTEXT("%c%C"), int(u'\u00E9'), int('x')), QZTEXT("\u00E9x"));
     // 8-bit text is read in the ANSI code page: 0x80 is the euro sign.
     EXPECT_EQ(wide_format(QZTEXT("%hs"), "\x80"), QZTEXT("\u20AC"));
-}
-
-TEST(Format, NarrowFormatTakesNarrowStringsAndCapitalSWideOnes) {
     EXPECT_EQ(narrow_format(64, "[%s]", "narrow"), "[narrow]");
     EXPECT_EQ(narrow_format(64, "[%S|%ls]", QZTEXT("S"), QZTEXT("ls")), "[S|ls]");
     // Wide text that the code page cannot hold becomes '?'.
