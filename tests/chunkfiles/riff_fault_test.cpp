@@ -98,11 +98,9 @@ void sweep(const FaultCase& c) {
 TEST(RiffFaults, ReadersAndWalksReportReadErrors) {
     const Bytes w = wave();
     const DWORD body = DWORD(w.size() - 12);
-    DWORD a = 0, b = 0;
+    DWORD a = 0;
     static WCHAR text_buffer[16];
     const FaultCase cases[] = {
-        {"ReadFileID", w, 0, [&](HANDLE h) { return riff_ReadFileID(h, &a, &b); }, "R----",
-         unchanged},
         {"ReadDataAlloc", w, 20,
          [&](HANDLE h) {
              QZRIFFDATA data{5, nullptr};
@@ -136,12 +134,6 @@ TEST(RiffFaults, ReadersAndWalksReportReadErrors) {
         {"FindListChunkFromStart", w, 30,
          [&](HANDLE h) { return riff_FindListChunkFromStart(h, cc("INFO"), &a); }, "R-R--",
          unchanged},
-        {"GetNumListEntries", w, 12,
-         [&](HANDLE h) {
-             DWORD remaining = body;
-             return riff_GetNumListEntries(h, &a, &remaining);
-         },
-         "R-R--", unchanged},
     };
     for (const FaultCase& c : cases) sweep(c);
 }

@@ -1,5 +1,4 @@
-// riff_* against real tools: walking WAV files that sox and libsndfile
-// write, and writing WAV files that sox and sndfile-info accept.
+// riff_* against sox and libsndfile: files they write, and files they read.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -84,8 +83,7 @@ std::vector<ChunkEntry> walk(const std::string& path) {
     return out;
 }
 
-// The top level as sndfile-info reports it: "ID   : size" lines at column 0,
-// with the list type on the next line for a LIST.
+// sndfile-info's "ID   : size" lines at column 0; a LIST's type follows.
 std::vector<ChunkEntry> sndfile_chunks(const std::string& path) {
     std::vector<ChunkEntry> out;
     std::istringstream lines(run("sndfile-info " + quoted(path) + " 2>&1"));
@@ -105,8 +103,7 @@ std::vector<ChunkEntry> sndfile_chunks(const std::string& path) {
     return out;
 }
 
-// Reads "fmt " and the length of "data" with the library's searches and
-// checks them against sox's reading; returns the format tag.
+// "fmt " and the "data" length as found here, against sox; returns the tag.
 WORD expect_sox_agrees(const std::string& path) {
     const HANDLE h = open(path, GENERIC_READ);
     DWORD size = 0, data_size = 0;

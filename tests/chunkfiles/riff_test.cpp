@@ -497,10 +497,13 @@ TEST(RiffListEntries, SeekStopsAtTheHeaderOfTheIndexedEntry) {
         HRESULT expected;
         uint64_t position;
     } cases[] = {
-        {0, 0, S_OK, 0},                                // index 0 never moves, whatever the budget
-        {2, 34, S_OK, 20}, {3, 34, QZE_NOT_FOUND, 34},  // the end of the last entry needs 8 bytes
-                                                        // to spare
-        {3, 42, S_OK, 34}, {5, 42, QZE_NOT_FOUND, 42}, {5, kNoBudget, QZE_FILE_READ, 42},
+        {0, 0, S_OK, 0},  // index 0 never moves, whatever the budget
+        {2, 34, S_OK, 20},
+        {3, 34, QZE_NOT_FOUND, 34},  // the end of the last entry needs 8 bytes
+                                     // to spare
+        {3, 42, S_OK, 34},
+        {5, 42, QZE_NOT_FOUND, 42},
+        {5, kNoBudget, QZE_FILE_READ, 42},
     };
     for (const Case& c : cases) {
         f.seek(0);
