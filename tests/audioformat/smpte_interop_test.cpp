@@ -1,7 +1,5 @@
-// SMPTE labels against an independent implementation: FFmpeg's libavutil
-// timecode functions. Both sides turn frame counts into labels (every frame
-// of a day at 29.97 drop-frame, a stride at the other rates) and labels
-// back into frame counts.
+// SMPTE labels against FFmpeg's libavutil timecode functions: counts into
+// labels and labels back into counts.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -26,10 +24,9 @@ struct Rate {
     AVRational clock;
     bool drop;
     DWORD day;     // frames in 24 hours of labels
-    DWORD stride;  // between the counts compared within the day
+    DWORD stride;  // every frame at drop-frame, a stride at the others
 };
 
-// Every frame of the day at 29.97 drop-frame, a stride at the other rates.
 const Rate kRates[] = {
     {QZSMPTE_RATE_2997_DROP, {30000, 1001}, true, 2589408, 1},
     {QZSMPTE_RATE_30, {30, 1}, false, 2592000, 13},
@@ -45,7 +42,6 @@ _smpteval our_record(const Rate& rate, DWORD count) {
     return t;
 }
 
-// Our label in libavutil's spelling: "HH:MM:SS:FF", ';' before drop frames.
 std::string spelled(const _smpteval& t, bool drop) {
     char text[AV_TIMECODE_STR_SIZE];
     std::snprintf(text, sizeof text, "%02u:%02u:%02u%c%02u", unsigned(t.hours), unsigned(t.minutes),
@@ -53,8 +49,7 @@ std::string spelled(const _smpteval& t, bool drop) {
     return text;
 }
 
-// Whether a libavutil label spells `t`; reading its digits in place keeps
-// the whole-day comparison quick.
+// Whether a libavutil label spells `t`, read in place to keep the day quick.
 bool spells(const char* reference, const _smpteval& t, bool drop) {
     const auto two = [reference](int at) {
         return DWORD(reference[at] - '0') * 10 + DWORD(reference[at + 1] - '0');
@@ -64,8 +59,6 @@ bool spells(const char* reference, const _smpteval& t, bool drop) {
            two(6) == t.seconds && two(9) == t.frames;
 }
 
-// Compares the labels of counts first, first + stride, ... below last; at
-// most a few mismatches are reported one by one.
 void compare_labels(const Rate& rate, DWORD first, DWORD last, DWORD stride) {
     AVTimecode tc;
     const int flags = AV_TIMECODE_FLAG_24HOURSMAX | (rate.drop ? AV_TIMECODE_FLAG_DROPFRAME : 0);
@@ -82,18 +75,16 @@ void compare_labels(const Rate& rate, DWORD first, DWORD last, DWORD stride) {
     EXPECT_EQ(mismatches, 0u) << "rate " << rate.code;
 }
 
-TEST(SmpteInterop, LabelsMatchLibavutilAtEveryRate) {
-    for (const Rate& rate : kRates) compare_labels(rate, 0, rate.day, rate.stride);
+// Past one day both wrap the hours at 24 (below 2^30, where libavutil's int
+// arithmetic would overflow).
+TEST(SmpteInterop, LabelsMatchLibavutilAtEveryRateAndWrapAlike) {
+    for (const Rate& rate : kRates) {
+        compare_labels(rate, 0, rate.day, rate.stride);
+        compare_labels(rate, rate.day - 100, 400 * rate.day, 104729);
+    }
 }
 
-TEST(SmpteInterop, CountsPastOneDayWrapLikeLibavutil) {
-    // libavutil wraps the hours at 24; the counts stay below 2^30 so that
-    // its int arithmetic cannot overflow.
-    for (const Rate& rate : kRates) compare_labels(rate, rate.day - 100, 400 * rate.day, 104729);
-}
-
-// Our labels read by libavutil's parser, whose start frame must be the
-// count, and by ours.
+// Our labels read by libavutil's parser and by ours give the count back.
 TEST(SmpteInterop, LabelsCountLikeLibavutil) {
     av_log_set_level(AV_LOG_QUIET);
     for (const Rate& rate : kRates) {

@@ -25,58 +25,48 @@ std::string label(const _smpteval& t) {
     return text;
 }
 
-TEST(SmpteFrameCount, LabelsCountAtTheirRate) {
+TEST(SmpteFrameCount, LabelsAndCountsConvertAtTheirRate) {
+    enum Way { Both, ToCount, ToLabel };
     struct Case {
+        Way way;
         _smpteval t;
         DWORD count;
     };
     const Case cases[] = {
+        {Both, tc(2, 0, 1, 0, 2), 1800},
+        {Both, tc(2, 0, 1, 1, 0), 1828},
+        {Both, tc(2, 0, 10, 0, 0), 17982},
+        {Both, tc(2, 23, 59, 59, 29), 2589407},
+        {Both, tc(5, 0, 1, 0, 0), 1800},
+        {Both, tc(3, 23, 59, 59, 24), 2159999},
         // Drop-frame: a skipped label reads as the frame 2 after it, except
         // in every tenth minute and past second 0.
-        {tc(2, 0, 0, 59, 29), 1799},      {tc(2, 0, 1, 0, 1), 1800},
-        {tc(2, 0, 1, 1, 0), 1828},        {tc(2, 0, 10, 0, 1), 17983},
-        {tc(2, 23, 59, 59, 29), 2589407}, {tc(1, 23, 59, 59, 29), 2591999},
-        {tc(5, 0, 1, 0, 0), 1800},        {tc(3, 23, 59, 59, 24), 2159999},
-        {tc(4, 0, 0, 1, 0), 24},          {tc(6, 1, 0, 0, 23), 86423},
-        {tc(0, 1, 2, 3, 4), 0},  // unknown codes have no frames
-        {tc(7, 1, 2, 3, 4), 0},
-    };
-    for (const Case& c : cases)
-        EXPECT_EQ(QZSMPTE_SMPTEToFrameCount(&c.t), c.count)
-            << "rate " << c.t.rate << " " << label(c.t);
-}
-
-TEST(SmpteFrameCount, CountsBecomeLabels) {
-    struct Case {
-        DWORD rate;
-        DWORD count;
-        const char* expected;
-    };
-    const Case cases[] = {
-        {2, 1800, "00:01:00;02"},
-        {2, 17982, "00:10:00;00"},
-        {2, 2589408, "00:00:00;00"},
-        {1, 2592000, "00:00:00:00"},
-        {5, 1800, "00:01:00:00"},
-        {4, 2073600 + 24, "00:00:01:00"},
-        // Unknown codes fall into the drop-frame layout (without ';').
-        {0, 1800, "00:01:00:02"},
-        // The whole 32-bit range wraps into one day.
-        {2, 0xFFFFFFFF, "16:01:25;11"},
-        {1, 0xFFFFFFFF, "00:12:56:15"},
+        {ToCount, tc(2, 0, 1, 0, 1), 1800},
+        {ToCount, tc(2, 0, 10, 0, 1), 17983},
+        {ToCount, tc(0, 1, 2, 3, 4), 0},  // unknown codes have no frames
+        {ToCount, tc(7, 1, 2, 3, 4), 0},
+        // Counts wrap into one day, the whole 32-bit range too; unknown codes
+        // fall into the drop-frame layout (without ';').
+        {ToLabel, tc(2, 0, 0, 0, 0), 2589408},
+        {ToLabel, tc(2, 16, 1, 25, 11), 0xFFFFFFFF},
+        {ToLabel, tc(1, 0, 12, 56, 15), 0xFFFFFFFF},
+        {ToLabel, tc(0, 0, 1, 0, 2), 1800},
     };
     for (const Case& c : cases) {
-        _smpteval t = {c.rate, 99, 99, 99, 99, 0x1234};
+        if (c.way != ToLabel) {
+            EXPECT_EQ(QZSMPTE_SMPTEToFrameCount(&c.t), c.count)
+                << "rate " << c.t.rate << " " << label(c.t);
+        }
+        if (c.way == ToCount) continue;
+        _smpteval t = {c.t.rate, 99, 99, 99, 99, 0x1234};
         QZSMPTE_FrameCountToSMPTE(&t, c.count);
-        EXPECT_EQ(label(t), c.expected) << "rate " << c.rate << " count " << c.count;
-        EXPECT_EQ(t.rate, c.rate);
+        EXPECT_EQ(label(t), label(c.t)) << "rate " << c.t.rate << " count " << c.count;
         EXPECT_EQ(t.reserved, 0x1234u);
     }
 }
 
-// Walks every frame of a day by increments at each rate: the step must
-// reach the label of the next count, the label must count back to its
-// frame, and the last frame must step to midnight.
+// Every frame of a day, stepped: each step reaches the label of the next
+// count, which counts back to its frame; the last one steps to midnight.
 TEST(SmpteFrameCount, EveryFrameOfTheDayStepsAndCountsConsistently) {
     for (DWORD rate = 1; rate <= 6; ++rate) {
         _smpteval walk = tc(rate, 0, 0, 0, 0);
@@ -104,26 +94,19 @@ TEST(SmpteStep, IncrementAndDecrementCarryWithTheirOwnDropRules) {
     };
     const Case cases[] = {
         {true, tc(2, 0, 0, 59, 29), "00:01:00;02"},
-        {true, tc(2, 0, 9, 59, 29), "00:10:00;00"},
-        {true, tc(2, 23, 59, 59, 29), "00:00:00;00"},
         {true, tc(5, 0, 0, 59, 29), "00:01:00:00"},  // 29.97 non-drop keeps every label
-        {true, tc(3, 0, 0, 0, 24), "00:00:01:00"},
-        {true, tc(0, 0, 0, 0, 29), "00:00:01:00"},  // unknown codes step at 30
+        {true, tc(0, 0, 0, 0, 29), "00:00:01:00"},   // unknown codes step at 30
         // Only the low five bits of the hours step: 33 is hour 1.
         {true, tc(1, 33, 59, 59, 29), "02:00:00:00"},
         {true, tc(1, 31, 59, 59, 29), "00:00:00:00"},
         {false, tc(4, 0, 0, 0, 0), "23:59:59:23"},
-        {false, tc(3, 1, 0, 0, 0), "00:59:59:24"},
         // Drop-frame: a borrow into a minute that is not a tenth adds two.
         {false, tc(2, 0, 10, 0, 0), "00:09:59;31"},
         {false, tc(2, 0, 1, 0, 0), "00:00:59;29"},
-        {false, tc(2, 0, 0, 0, 0), "23:59:59;31"},
         // Without a borrow nothing is added, not even onto a skipped label.
         {false, tc(2, 0, 11, 0, 2), "00:11:00;01"},
         // 29.97 non-drop takes the same correction on the way down.
         {false, tc(5, 0, 2, 0, 0), "00:01:59:31"},
-        {false, tc(5, 0, 1, 0, 0), "00:00:59:29"},
-        {false, tc(1, 32, 0, 0, 0), "23:59:59:29"},
         {false, tc(1, 35, 0, 0, 0), "02:59:59:29"},
         // A field above 0x7FFFFFFF reads as negative and borrows.
         {false, tc(1, 0, 0, 5, 0x80000000u), "00:00:04:29"},
@@ -148,14 +131,12 @@ TEST(SmpteArithmetic, AddAndSubtractWrapInTheFirstRate) {
         const char* expected;
     };
     const Case cases[] = {
-        {Subtract, tc(2, 0, 0, 0, 0), tc(2, 0, 0, 0, 1), "23:59:59;29"},
         {Subtract, tc(2, 0, 10, 0, 0), tc(2, 0, 0, 0, 1), "00:09:59;29"},
         // b counts at its own rate: 20 hours at 30 fps is exactly one day at
         // 25, a whole-day difference, which lands on midnight.
         {Subtract, tc(3, 0, 0, 0, 0), tc(1, 20, 0, 0, 0), "00:00:00:00"},
         {Subtract, tc(3, 0, 0, 2, 0), tc(1, 0, 0, 1, 0), "00:00:00:20"},
         {Add, tc(2, 23, 0, 0, 0), tc(2, 2, 0, 0, 0), "01:00:00;00"},
-        {Add, tc(2, 0, 0, 59, 29), tc(2, 0, 0, 0, 1), "00:01:00;02"},
         {Add, tc(6, 23, 0, 0, 0), tc(4, 1, 0, 0, 5), "00:00:00:05"},
         // An unknown rate in a reads as frame 0, and b's count is laid out as
         // a drop-frame label.
@@ -172,18 +153,16 @@ TEST(SmpteArithmetic, AddAndSubtractWrapInTheFirstRate) {
         EXPECT_EQ(a.rate, c.a.rate);
     }
     // Subtracting from an unknown rate leaves the record as it was.
-    for (DWORD rate : {0u, 7u, 0xFFFFFFFFu}) {
-        _smpteval a = {rate, 1, 2, 3, 4, 5};
-        const _smpteval b = tc(1, 0, 0, 0, 1);
-        QZSMPTE_SubtractSMPTE(&a, &b);
-        EXPECT_EQ(label(a), "01:02:03:04") << rate;
-        EXPECT_EQ(a.reserved, 5u) << rate;
-    }
+    _smpteval a = {7, 1, 2, 3, 4, 5};
+    const _smpteval b = tc(1, 0, 0, 0, 1);
+    QZSMPTE_SubtractSMPTE(&a, &b);
+    EXPECT_EQ(label(a), "01:02:03:04");
+    EXPECT_EQ(a.reserved, 5u);
 }
 
 TEST(SmpteArithmetic, AddThenSubtractReturnsAtEveryRate) {
     for (DWORD rate = 1; rate <= 6; ++rate) {
-        for (DWORD start = 0; start < kDayFrames[rate]; start += 104729) {
+        for (DWORD start = 0; start < kDayFrames[rate]; start += 404729) {
             for (DWORD step : {1u, 1799u, 17982u, kDayFrames[rate] - 1}) {
                 _smpteval a = tc(rate, 0, 0, 0, 0), b = tc(rate, 0, 0, 0, 0);
                 QZSMPTE_FrameCountToSMPTE(&a, start);
@@ -208,7 +187,6 @@ TEST(SmpteCompare, FieldsDecideInOrderAsUnsigned) {
     const Case cases[] = {
         {tc(1, 1, 2, 3, 4), tc(1, 1, 2, 3, 4), 0},
         {tc(1, 2, 0, 0, 0), tc(1, 1, 59, 59, 29), 1},
-        {tc(1, 1, 0, 59, 29), tc(1, 1, 1, 0, 0), -1},
         {tc(1, 0, 0, 1, 0), tc(1, 0, 0, 0, 29), 1},
         {tc(3, 0, 0, 1, 0), tc(1, 0, 0, 1, 0), 0},  // rates are not compared
         {tc(1, 0, 0, 0, 0x80000000u), tc(1, 0, 0, 0, 1), 1},
@@ -221,7 +199,7 @@ TEST(SmpteCompare, FieldsDecideInOrderAsUnsigned) {
     }
 }
 
-TEST(SmpteNano, NanoTimeToLabel) {
+TEST(SmpteNano, NanoTimeToLabelAndBackRoundingUp) {
     struct Case {
         DWORD rate;
         LONGLONG nanos;
@@ -232,9 +210,7 @@ TEST(SmpteNano, NanoTimeToLabel) {
         {3, 399999, "00:00:00:01"},         // within the 5e-6 frame nudge
         {2, 35999963999LL, "01:00:00;00"},  // 1.7 ticks short of 107892 frames
         {2, 35999963998LL, "00:59:59;29"},
-        {5, 36000000000LL, "00:59:56:12"},   // 29.97 non-drop labels lag 3.6 s an hour
         {4, 864000000000LL, "00:00:00:00"},  // one day
-        {6, 10010000LL, "00:00:01:00"},      // 24 frames of 1001/24000 s
         {0, 600000000LL, "00:01:00:02"},     // unknown: 30 fps into the drop layout
         // Before zero the count keeps its low 32 bits: -29 frames at 30 fps.
         {1, -10000000, "00:12:55:17"},
@@ -245,20 +221,9 @@ TEST(SmpteNano, NanoTimeToLabel) {
         QZSMPTE_NanoToSMPTE(c.nanos, &t);
         EXPECT_EQ(label(t), c.expected) << "rate " << c.rate << " nanos " << c.nanos;
     }
-}
-
-TEST(SmpteNano, LabelToNanoTimeRoundsUp) {
-    struct Case {
-        _smpteval t;
-        LONGLONG nanos;
-    };
-    const Case cases[] = {
-        {tc(1, 0, 0, 0, 1), 333334},   {tc(2, 0, 0, 0, 1), 333667},  // 333666.67 ticks
-        {tc(6, 0, 0, 1, 0), 10010000}, {tc(4, 23, 59, 59, 23), 863999583334LL},
-        {tc(0, 1, 0, 0, 0), 0},        {tc(8, 1, 0, 0, 0), 0},
-    };
-    for (const Case& c : cases)
-        EXPECT_EQ(QZSMPTE_SMPTEToNanos(&c.t), c.nanos) << "rate " << c.t.rate << " " << label(c.t);
+    const _smpteval frame1 = tc(2, 0, 0, 0, 1), unknown = tc(0, 1, 0, 0, 0);
+    EXPECT_EQ(QZSMPTE_SMPTEToNanos(&frame1), 333667);  // 333666.67 ticks
+    EXPECT_EQ(QZSMPTE_SMPTEToNanos(&unknown), 0);
 }
 
 // The round-up makes the nano time of a label convert back to that label,
@@ -268,7 +233,7 @@ TEST(SmpteNano, LabelsSurviveTheTripThroughNanoTime) {
     const LONGLONG den[7] = {0, 1, 1001, 1, 1, 1001, 1001};
     for (DWORD rate = 1; rate <= 6; ++rate) {
         DWORD failures = 0;
-        for (DWORD n = 0; n < kDayFrames[rate]; n += 7) {
+        for (DWORD n = 0; n < kDayFrames[rate]; n += 61) {
             _smpteval t = tc(rate, 0, 0, 0, 0), back = tc(rate, 0, 0, 0, 0);
             QZSMPTE_FrameCountToSMPTE(&t, n);
             const LONGLONG nanos = QZSMPTE_SMPTEToNanos(&t);
@@ -281,24 +246,6 @@ TEST(SmpteNano, LabelsSurviveTheTripThroughNanoTime) {
         }
         EXPECT_EQ(failures, 0u) << "rate " << rate;
     }
-}
-
-TEST(SmpteNano, SmpteLikeUsesTheCallersRate) {
-    struct Case {
-        double fps;
-        _smpteval t;
-        LONGLONG nanos;
-    };
-    const Case cases[] = {
-        {50, tc(3, 0, 0, 0, 1), 200000},  // the record's rate code is ignored
-        {30000.0 / 1001, tc(0, 0, 0, 0, 1), 333667},
-        {0, tc(0, 0, 0, 0, 0), 0},          // 0/0: not a number
-        {0, tc(0, 0, 0, 0, 1), INT64_MAX},  // 1/0: past the range
-        {-1, tc(0, 0, 0, 0, 1), -9999999},
-    };
-    for (const Case& c : cases)
-        EXPECT_EQ(QZSMPTE_SmpteLikeToNanos(c.fps, &c.t), c.nanos)
-            << "fps " << c.fps << " " << label(c.t);
 }
 
 TEST(SmpteHmsf, RateCodesUseTheTimecodeClockAndOthersTheCallersRate) {
@@ -316,7 +263,6 @@ TEST(SmpteHmsf, RateCodesUseTheTimecodeClockAndOthersTheCallersRate) {
         {0, 19990000, 1, "00:00:02:00"},         // 1.999 s at 1 fps rounds up a second
         {0, 900000000000LL, 25, "01:00:00:00"},  // 25 hours wrap to 1
         {0, 19990000, 0.005, "00:00:01:00"},     // below 0.01 fps: no rounding
-        {0, 19990000, 0, "00:00:01:00"},
         // Before zero the fields are negative: -0.98 s is -24.5 frames.
         {0, -10000000, 25, "00:00:00:4294967272"},
     };
@@ -331,20 +277,24 @@ TEST(SmpteHmsf, RateCodesUseTheTimecodeClockAndOthersTheCallersRate) {
         LONGLONG nanos;
     };
     const Back back[] = {
-        {tc(3, 0, 0, 0, 1), 50, 400000},
-        {tc(2, 1, 0, 0, 0), 30, 35999964000LL},
-        {tc(7, 1, 2, 3, 7), 50, 37231400000LL},
+        {tc(3, 0, 0, 0, 1), 50, 400000},   {tc(2, 1, 0, 0, 0), 30, 35999964000LL},
         {tc(0, 0, 0, 0, 1), 3, 3333333},  // 3333333.33 rounds to nearest
-        {tc(0, 0, 0, 0, 2), 3, 6666667},
-        {tc(0, 0, 0, 0, 0), 0, 0},          // 0/0
-        {tc(0, 0, 0, 0, 1), 0, INT64_MAX},  // 1/0
+        {tc(0, 0, 0, 0, 2), 3, 6666667},   {tc(0, 0, 0, 0, 0), 0, 0},  // 0/0
+        {tc(0, 0, 0, 0, 1), 0, INT64_MAX},                             // 1/0
     };
     for (const Back& b : back)
         EXPECT_EQ(QzHMSFToNanoTime(&b.t, b.fps), b.nanos) << label(b.t) << " at " << b.fps;
+    // The SMPTE-like form ignores the record's rate code and rounds up.
+    const Back like[] = {{tc(3, 0, 0, 0, 1), 50, 200000},
+                         {tc(0, 0, 0, 0, 0), 0, 0},
+                         {tc(0, 0, 0, 0, 1), 0, INT64_MAX},
+                         {tc(0, 0, 0, 0, 1), -1, -9999999}};
+    for (const Back& b : like)
+        EXPECT_EQ(QZSMPTE_SmpteLikeToNanos(b.fps, &b.t), b.nanos) << label(b.t) << " at " << b.fps;
 }
 
 TEST(SmpteHmsf, LabelsAtTheCallersRateSurviveTheTrip) {
-    for (double fps : {48.0, 50.0, 60.0, 60000.0 / 1001, 15.0}) {
+    for (double fps : {50.0, 60000.0 / 1001, 15.0}) {
         DWORD failures = 0;
         const DWORD per_second = DWORD(fps + 0.999);
         for (DWORD s = 0; s < 86400; s += 173) {
@@ -368,14 +318,12 @@ TEST(SmpteText, TypedTimecodesFillTheLabelFromTheRight) {
         HRESULT hr;
     };
     const Case cases[] = {
-        {1, QZTEXT("01020304"), "01:02:03:04", S_OK},
         {1, QZTEXT("1:2:3"), "00:01:02:03", S_OK},
         {0, QZTEXT("12345"), "00:01:23:45", S_OK},  // pairs from the right
         {1, QZTEXT("123:4"), "00:01:23:04", S_OK},
         {1, QZTEXT(" 10.20/30 15"), "10:20:30:15", S_OK},
         {1, QZTEXT("1:2:3:4:5"), "01:02:03:04", S_OK},  // first four numbers
         // A separator after the last digit is a zero field; spaces are not.
-        {1, QZTEXT("1:2:  "), "00:01:02:00", S_OK},
         {1, QZTEXT("1:2 :"), "00:01:02:00", S_OK},
         {1, QZTEXT("1:2::"), "01:02:00:00", S_OK},
         {1, QZTEXT("1:2  "), "00:00:01:02", S_OK},
@@ -395,21 +343,14 @@ TEST(SmpteText, TypedTimecodesFillTheLabelFromTheRight) {
         _smpteval t = {c.rate, 7, 7, 7, 7, 7};
         EXPECT_EQ(QZSMPTE_TextToSMPTE(c.text, &t), c.hr) << c.expected;
         EXPECT_EQ(label(t), c.expected);
-        EXPECT_EQ(t.rate, c.rate);
         EXPECT_EQ(t.reserved, 0u);
     }
     EXPECT_EQ(QZSMPTE_TextToSMPTE(QZTEXT("1"), nullptr), E_POINTER);
-}
-
-TEST(SmpteText, LongDigitRunsPairFromTheRight) {
-    // An odd run starts with a single digit: 7 77 77 77 ..., of which the
-    // first four count; the trailing separators come too late to matter.
+    // A long odd run pairs from the right, 7 77 77 77 ...: the first four count
+    // (07:77:77:77 carried at 30 fps); the trailing separators come too late.
     std::basic_string<WCHAR> text(200001, QZTEXT('7'));
     text += QZTEXT("::::");
-    _smpteval t = tc(0, 0, 0, 0, 0);
-    EXPECT_EQ(QZSMPTE_TextToSMPTE(text.c_str(), &t), S_OK);
-    EXPECT_EQ(label(t), "07:77:77:77");
-    t.rate = 1;  // 07:77:77:77 carried at 30 fps
+    _smpteval t = tc(1, 0, 0, 0, 0);
     EXPECT_EQ(QZSMPTE_TextToSMPTE(text.c_str(), &t), S_OK);
     EXPECT_EQ(label(t), "08:18:19:17");
 }
@@ -419,20 +360,14 @@ TEST(SmpteNullRecords, AreIgnored) {
     _smpteval a = t;
     EXPECT_EQ(QZSMPTE_SMPTEToFrameCount(nullptr), 0u);
     QZSMPTE_FrameCountToSMPTE(nullptr, 5);
-    QZSMPTE_AddSMPTE(nullptr, &t);
     QZSMPTE_AddSMPTE(&a, nullptr);
-    QZSMPTE_SubtractSMPTE(nullptr, &t);
     QZSMPTE_SubtractSMPTE(&a, nullptr);
     EXPECT_EQ(label(a), "01:00:00:00");
-    EXPECT_EQ(QZSMPTE_SMPTECompare(nullptr, nullptr), 0);
     EXPECT_EQ(QZSMPTE_SMPTECompare(nullptr, &t), -1);
     EXPECT_EQ(QZSMPTE_SMPTECompare(&t, nullptr), 1);
     QZSMPTE_IncrementByFrame(nullptr, 0);
-    QZSMPTE_DeccrementByFrame(nullptr, 0);
     QZSMPTE_NanoToSMPTE(1, nullptr);
     EXPECT_EQ(QZSMPTE_SMPTEToNanos(nullptr), 0);
-    EXPECT_EQ(QZSMPTE_SmpteLikeToNanos(25, nullptr), 0);
-    QzNanoTimeToHMSF(1, nullptr, 25);
     EXPECT_EQ(QzHMSFToNanoTime(nullptr, 25), 0);
 }
 
