@@ -3,22 +3,26 @@
 
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 GENERATOR := $(shell command -v ninja >/dev/null 2>&1 && echo "-G Ninja")
+# The project's own builds treat warnings as errors; a packager's plain
+# cmake build does not.
 CMAKE_ARGS ?=
+WARNINGS := -DQZ_WERROR=ON
 
 RELEASE := build/release
+OPTIMISED := build/optimised
 ASAN := build/asan
 HOST := build/host
 WINDOWS := build/windows
 BENCH := build/bench
 FUZZ := build/fuzz
 
-.PHONY: all demo test asan windows bench fuzz install-check clean
+.PHONY: all demo test release asan windows bench fuzz install-check clean
 
 all: $(RELEASE)/CMakeCache.txt
 	cmake --build $(RELEASE) -j $(JOBS)
 
 $(RELEASE)/CMakeCache.txt:
-	cmake -S . -B $(RELEASE) $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_ARGS)
+	cmake -S . -B $(RELEASE) $(GENERATOR) $(WARNINGS) -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_ARGS)
 
 demo: all
 	$(RELEASE)/qzk demo
@@ -26,8 +30,17 @@ demo: all
 test: all
 	cd $(RELEASE) && ctest --output-on-failure -j $(JOBS)
 
+# The build a packager makes (Release, -O3), with warnings as errors so that
+# the optimiser's warnings are seen, and the suite run on it.
+$(OPTIMISED)/CMakeCache.txt:
+	cmake -S . -B $(OPTIMISED) $(GENERATOR) $(WARNINGS) -DCMAKE_BUILD_TYPE=Release $(CMAKE_ARGS)
+
+release: $(OPTIMISED)/CMakeCache.txt
+	cmake --build $(OPTIMISED) -j $(JOBS)
+	cd $(OPTIMISED) && ctest --output-on-failure -j $(JOBS)
+
 $(ASAN)/CMakeCache.txt:
-	cmake -S . -B $(ASAN) $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug -DQZ_SANITIZE=ON $(CMAKE_ARGS)
+	cmake -S . -B $(ASAN) $(GENERATOR) $(WARNINGS) -DCMAKE_BUILD_TYPE=Debug -DQZ_SANITIZE=ON $(CMAKE_ARGS)
 
 asan: $(ASAN)/CMakeCache.txt
 	cmake --build $(ASAN) -j $(JOBS)
@@ -38,11 +51,11 @@ asan: $(ASAN)/CMakeCache.txt
 # The 32-bit Windows DLL. The export generator runs on the host, so it is
 # built natively first.
 $(HOST)/CMakeCache.txt:
-	cmake -S . -B $(HOST) $(GENERATOR) -DQZ_TESTS=OFF
+	cmake -S . -B $(HOST) $(GENERATOR) $(WARNINGS) -DQZ_TESTS=OFF
 
 $(WINDOWS)/CMakeCache.txt: $(HOST)/CMakeCache.txt
 	cmake --build $(HOST) --target qz_exportgen -j $(JOBS)
-	cmake -S . -B $(WINDOWS) $(GENERATOR) -DCMAKE_BUILD_TYPE=Release \
+	cmake -S . -B $(WINDOWS) $(GENERATOR) $(WARNINGS) -DCMAKE_BUILD_TYPE=Release \
 	    -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-i686.cmake \
 	    -DQZ_EXPORTGEN=$(CURDIR)/$(HOST)/qz_exportgen
 
@@ -51,14 +64,14 @@ windows: $(WINDOWS)/CMakeCache.txt
 	cmake --build $(WINDOWS) -j $(JOBS)
 
 $(BENCH)/CMakeCache.txt:
-	cmake -S . -B $(BENCH) $(GENERATOR) -DCMAKE_BUILD_TYPE=Release -DQZ_BENCH=ON -DQZ_TESTS=OFF
+	cmake -S . -B $(BENCH) $(GENERATOR) $(WARNINGS) -DCMAKE_BUILD_TYPE=Release -DQZ_BENCH=ON -DQZ_TESTS=OFF
 
 bench: $(BENCH)/CMakeCache.txt
 	cmake --build $(BENCH) -j $(JOBS)
 	for b in $(BENCH)/bench/*_bench; do $$b; done
 
 $(FUZZ)/CMakeCache.txt:
-	CC=clang CXX=clang++ cmake -S . -B $(FUZZ) $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	CC=clang CXX=clang++ cmake -S . -B $(FUZZ) $(GENERATOR) $(WARNINGS) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 	    -DQZ_FUZZ=ON -DQZ_TESTS=OFF
 
 fuzz: $(FUZZ)/CMakeCache.txt

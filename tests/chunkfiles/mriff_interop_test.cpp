@@ -77,11 +77,14 @@ protected:
     fs::path dir_;
 };
 
+std::string quoted(const fs::path& path) {
+    std::string text(1, '\'');
+    return text.append(path.string()).append(1, '\'');
+}
+
 std::string expand(std::string cmd, const fs::path& out, const fs::path& src) {
-    for (size_t at; (at = cmd.find("{out}")) != std::string::npos;)
-        cmd.replace(at, 5, "'" + out.string() + "'");
-    for (size_t at; (at = cmd.find("{src}")) != std::string::npos;)
-        cmd.replace(at, 5, "'" + src.string() + "'");
+    for (size_t at; (at = cmd.find("{out}")) != std::string::npos;) cmd.replace(at, 5, quoted(out));
+    for (size_t at; (at = cmd.find("{src}")) != std::string::npos;) cmd.replace(at, 5, quoted(src));
     // Tones made from nothing last 50 ms.
     return cmd.starts_with("sox -n") ? cmd + " synth 0.05 sine 440" : cmd;
 }

@@ -35,6 +35,12 @@ std::string addr(uintptr_t p) {
 std::string addr(const void* p) {
     return hex_address(p);
 }
+// The start of a dump row: a space, then the address.
+template <typename Address>
+std::string row(Address p) {
+    std::string text(1, ' ');
+    return text.append(addr(p));
+}
 
 // Runs a dump into a buffer with guard bytes past `size` and checks them.
 using DumpFn = int(QZ_STDCALL*)(char*, int, const void*, int);
@@ -75,8 +81,8 @@ private:
 
 TEST(DumpHex, EightBytesALinePaddedColumnsAndPrintableRange) {
     const unsigned char data[] = {31, 32, 126, 127, 0x80, 0xFF, '%', '\\', 'A', 0x01, 'z'};
-    EXPECT_EQ(hex_dump(data, 11), " " + addr(data) + ": 1F 20 7E 7F 80 FF 25 5C . ~...%\\\r\n" +
-                                      " " + addr(data + 8) + ": 41 01 7A " + std::string(15, ' ') +
+    EXPECT_EQ(hex_dump(data, 11), row(data) + ": 1F 20 7E 7F 80 FF 25 5C . ~...%\\\r\n" +
+                                      row(data + 8) + ": 41 01 7A " + std::string(15, ' ') +
                                       "A.z\r\n");
 }
 
@@ -107,15 +113,15 @@ TEST(DumpHex, UnreadableBytesAreMarkedWithoutTouchingThem) {
     ASSERT_TRUE(page.ok());
     unsigned char* p = page.boundary() - 4;
     std::memcpy(p, "AB\tD", 4);
-    EXPECT_EQ(hex_dump(p, 8), " " + addr(p) + ": 41 42 09 44 .. .. .. .. AB.D....\r\n");
+    EXPECT_EQ(hex_dump(p, 8), row(p) + ": 41 42 09 44 .. .. .. .. AB.D....\r\n");
     EXPECT_EQ(hex_dump(page.boundary(), 3),
-              " " + addr(page.boundary()) + ": .. .. .. " + std::string(15, ' ') + "...\r\n");
+              row(page.boundary()) + ": .. .. .. " + std::string(15, ' ') + "...\r\n");
 }
 
 TEST(DumpHexDWords, FourWordsALineAndUnreadableWords) {
     const DWORD words[] = {0x12345678, 0xDEADBEEF, 0, 1, 0xFFFFFFFF};
-    const std::string line = " " + addr(words) + ": 12345678 DEADBEEF 00000000 00000001 \r\n";
-    EXPECT_EQ(word_dump(words, 5), line + " " + addr(words + 4) + ": FFFFFFFF \r\n");
+    const std::string line = row(words) + ": 12345678 DEADBEEF 00000000 00000001 \r\n";
+    EXPECT_EQ(word_dump(words, 5), line + row(words + 4) + ": FFFFFFFF \r\n");
     EXPECT_EQ(word_dump(words, 5, int(kLineRoom)), line);
 
     GuardedPage page;
@@ -126,7 +132,7 @@ TEST(DumpHexDWords, FourWordsALineAndUnreadableWords) {
     p[4] = 0x11;
     p[5] = 0x22;
     // The second word is half readable: it is unreadable as a word.
-    EXPECT_EQ(word_dump(p, 3), " " + addr(p) + ": A1B2C3D4 ........ ........ \r\n");
+    EXPECT_EQ(word_dump(p, 3), row(p) + ": A1B2C3D4 ........ ........ \r\n");
 }
 
 TEST(MemoryProbe, BothProbesRefuseAProtNonePageAndReadOthers) {
@@ -190,9 +196,9 @@ TEST(StackDump, WordsNameTheirModuleAndUnreadableWordsAreDotted) {
     char offset[20];
     std::snprintf(offset, sizeof offset, "%X", unsigned(function - module.base));
     const std::string expected_start =
-        " " + addr(&words[0]) + ": " + addr(0x1234) + " \r\n" + " " + addr(&words[1]) + ": " +
+        row(&words[0]) + ": " + addr(0x1234) + " \r\n" + row(&words[1]) + ": " +
         addr(function) + "  " + addr(module.base) + " + " + offset + " (" + module.name + ")\r\n" +
-        " " + addr(page.boundary()) + ": " + dots + " \r\n";
+        row(page.boundary()) + ": " + dots + " \r\n";
     const std::string dump = buffer.data();
     EXPECT_EQ(dump.substr(0, expected_start.size()), expected_start);
     EXPECT_EQ(summary.code_references, module.base <= 0x10000000 ? 1 : 0);
@@ -321,7 +327,7 @@ TEST(ExceptionDump, EachSectionInItsExactFormat) {
     const std::string dump = exception_dump(&e.pointers, QZDUMP_STACK, nullptr);
     std::string lines;
     for (int i = 0; i < 4; ++i)
-        lines += " " + addr(stack + i * sizeof(void*)) + ": " + addr(0x5000 + i) + " \r\n";
+        lines += row(stack + i * sizeof(void*)) + ": " + addr(0x5000 + i) + " \r\n";
     EXPECT_EQ(dump.substr(0, 13 + lines.size()), "Stack Dump:\r\n" + lines);
     const std::string tail =
         "- - -\r\n " + addr(stack - 16) + ": 0B0B0B01 0B0B0B02 0B0B0B03 0B0B0B04 \r\n";

@@ -52,7 +52,8 @@ protected:
         const bool is_number = qz::settings::get_number(store, name, &number) == S_OK;
         const bool is_text = qz::settings::get_text(store, name, &text) == S_OK;
         if (is_number == is_text) return is_number ? QZTEXT("both") : QZTEXT("-");
-        return is_number ? QZTEXT("#") + test_wide(std::to_string(number)) : QZTEXT("=") + text;
+        WString shown(1, WCHAR(is_number ? '#' : '='));
+        return shown.append(is_number ? test_wide(std::to_string(number)) : text);
     }
     fs::path folder_;
     bool had_old_ = false;
@@ -75,7 +76,7 @@ TEST_F(SettingsTest, ValuesSurviveReopeningByName) {
     EXPECT_TRUE(fs::exists(folder_ / "Test Product" / "10.0" / "Kernel.ini"));
     store = open();
     EXPECT_EQ(get(store, QZTEXT("Count")), QZTEXT("#42"));
-    EXPECT_EQ(get(store, QZTEXT("Name")), QZTEXT("=") + awkward);
+    EXPECT_EQ(get(store, QZTEXT("Name")), WString(QZTEXT("=")).append(awkward));
     EXPECT_EQ(get(store, awkward_name.c_str()), QZTEXT("="));
     EXPECT_EQ(get(store, QZTEXT("Gone")), QZTEXT("-"));
     // A value changes kind when it is set as the other kind.
