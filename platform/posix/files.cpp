@@ -107,12 +107,19 @@ DWORD access_rights(DWORD access, DWORD flags) {
 }
 
 int open_flags(DWORD rights, DWORD flags) {
-    int oflags = O_CLOEXEC;
+    // Opening a FIFO blocks until its other end is opened too; CreateFileW
+    // never waits like that. Non-blocking mode is dropped again once open.
+    int oflags = O_CLOEXEC | O_NONBLOCK;
     const bool read = rights & kAccessRead;
     const bool write = rights & kAccessWrite;
     oflags |= read && write ? O_RDWR : write ? O_WRONLY : O_RDONLY;
     if (flags & FILE_FLAG_WRITE_THROUGH) oflags |= O_DSYNC;
     return oflags;
+}
+
+bool clear_non_blocking(int fd) {
+    const int status = ::fcntl(fd, F_GETFL);
+    return status >= 0 && ::fcntl(fd, F_SETFL, status & ~O_NONBLOCK) == 0;
 }
 
 struct Opened {
@@ -184,6 +191,9 @@ HANDLE open_file(const std::string& path, DWORD rights, DWORD share, DWORD dispo
         if (::fstat(opened.fd, &st) != 0) return fail_open(opened.fd, set_last_error_from_errno());
         // Windows opens folders only with a flag this layer does not offer.
         if (S_ISDIR(st.st_mode)) return fail_open(opened.fd, ERROR_ACCESS_DENIED);
+        if (!S_ISREG(st.st_mode) && !clear_non_blocking(opened.fd)) {
+            return fail_open(opened.fd, set_last_error_from_errno());
+        }
 
         const FileIdentity identity{st.st_dev, st.st_ino};
         auto it = open_files().nodes.find(identity);

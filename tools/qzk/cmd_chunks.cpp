@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "input.h"
+#include "kernel/byteorder.h"
 #include "qzk.h"
 
 namespace qzk {
@@ -36,59 +38,99 @@ struct Node {
     DWORD size = 0;    // the size field
     DWORD list_type = 0;
     bool is_list = false;
-    bool overruns = false;  // claims more bytes than its parent has left
+    bool overruns = false;   // claims more bytes than its parent has left
+    bool truncated = false;  // claims more bytes than the file has left
     std::vector<Node> children;
+};
+
+// Where a damaged file stops making sense, and why.
+struct Damage {
+    bool found = false;
+    DWORD offset = 0;
+    std::string reason;
 };
 
 struct Tree {
     DWORD form = 0;
     DWORD riff_size = 0;
     std::vector<Node> chunks;
+    Damage damage;
 };
+
+void note_damage(Damage* damage, DWORD offset, const std::string& reason) {
+    if (damage->found) return;  // the first break is the one that matters
+    damage->found = true;
+    damage->offset = offset;
+    damage->reason = reason;
+}
+
+DWORD position(_tMRIFF* m) { return DWORD(m->pCurrent - m->pBase); }
+DWORD bytes_left(_tMRIFF* m) { return DWORD(m->pDataEnd - m->pCurrent); }
 
 /*
  * Walks `budget` bytes of sibling chunks from the position, descending into
- * lists. A chunk that runs past its parent is kept and ends the walk there;
- * a header that cannot be read ends it with the library's code.
+ * lists. A chunk that runs past its parent or past the end of the image is
+ * kept and ends the walk there; so does a header cut short, which is noted
+ * as the damage.
  */
-HRESULT walk(HANDLE file, DWORD budget, std::vector<Node>* out, int depth) {
+void walk(_tMRIFF* m, DWORD budget, std::vector<Node>* out, int depth, Damage* damage) {
     while (budget >= kHeaderBytes) {
         Node node;
-        riff_SaveLocation(file, &node.offset);
-        HRESULT hr = riff_ReadChunkHeader(file, &node.id, &node.size);
-        if (FAILED(hr)) return hr;
+        node.offset = position(m);
+        if (FAILED(mriff_ReadChunkHeader(m, &node.id, &node.size))) {
+            note_damage(damage, node.offset, "a chunk header is cut short by the end of the file");
+            return;
+        }
         budget -= kHeaderBytes;
         const ULONGLONG body = ULONGLONG(node.size) + (node.size & 1);
         node.overruns = body > budget && node.size > budget;
+        node.truncated = node.size > bytes_left(m);
+        if (node.truncated) {
+            note_damage(damage, node.offset, "a chunk runs past the end of the file");
+        }
         if (node.id == kListId && node.size >= 4 && depth < 16) {
             node.is_list = true;
             BYTE type[4];
-            hr = riff_ReadData(file, type, sizeof type);
-            if (FAILED(hr)) return hr;
-            node.list_type = DWORD(type[0]) | (DWORD(type[1]) << 8) | (DWORD(type[2]) << 16) |
-                             (DWORD(type[3]) << 24);
-            const DWORD inner = node.overruns ? budget - (budget < 4 ? budget : 4) : node.size - 4;
-            hr = walk(file, inner, &node.children, depth + 1);
-            if (FAILED(hr) && !node.overruns) return hr;
+            if (SUCCEEDED(mriff_ReadData(m, type, sizeof type))) {
+                node.list_type = qz::load_le32(type);
+                const DWORD inner = node.overruns ? budget - (budget < 4 ? budget : 4) : node.size - 4;
+                walk(m, inner, &node.children, depth + 1, damage);
+            }
         }
-        riff_RestoreLocation(file, node.offset + kHeaderBytes);
-        riff_SkipChunk(file, node.size);
-        const bool last = node.overruns;
+        mriff_RestoreLocation(m, node.offset + kHeaderBytes);
+        mriff_SkipChunk(m, node.size);
+        const bool last = node.overruns || node.truncated;
         out->push_back(std::move(node));
-        if (last) break;
+        if (last) return;
         // A last chunk may lack only its pad byte; the walk then ends.
         budget -= body < budget ? DWORD(body) : budget;
     }
-    return S_OK;
+    if (budget > 0) {
+        note_damage(damage, position(m),
+                    std::to_string(budget) + " bytes are too few for a chunk header");
+    }
 }
 
-HRESULT read_tree(HANDLE file, Tree* tree) {
+/*
+ * Reads the tree of a RIFF image. Fails only when there is no RIFF header;
+ * damage past it is recorded in the tree, which holds what could be read.
+ */
+HRESULT read_tree(const BYTE* data, DWORD size, Tree* tree) {
+    _tMRIFF m;
+    HRESULT hr = mriff_Init(&m, const_cast<BYTE*>(data), size, size);
     DWORD remaining = 0;
-    riff_RestoreLocation(file, 0);
-    const HRESULT hr = riff_ReadFileID(file, &remaining, &tree->form);
+    if (SUCCEEDED(hr)) hr = mriff_ReadFileID(&m, &remaining, &tree->form);
     if (FAILED(hr)) return hr;
     tree->riff_size = remaining + 4;
-    return walk(file, remaining, &tree->chunks, 0);
+    // A size of 0xFFFFFFFF is what a recorder leaves when it never came
+    // back to fix it: walk what the file holds, then say so.
+    const DWORD body_in_file = bytes_left(&m);
+    walk(&m, remaining < body_in_file ? remaining : body_in_file, &tree->chunks, 0, &tree->damage);
+    if (remaining > body_in_file) {
+        note_damage(&tree->damage, 0, "the RIFF size runs past the end of the file (" +
+                                          std::to_string(size) + " bytes)");
+    }
+    return S_OK;
 }
 
 void print_text(const std::vector<Node>& nodes, int depth) {
@@ -96,7 +138,9 @@ void print_text(const std::vector<Node>& nodes, int depth) {
         std::printf("%*s'%s'", 2 * depth + 2, "", code_text(n.id).c_str());
         if (n.is_list) std::printf(" '%s'", code_text(n.list_type).c_str());
         std::printf("  offset %u  size %u%s\n", unsigned(n.offset), unsigned(n.size),
-                    n.overruns ? "  (runs past its parent)" : "");
+                    n.truncated  ? "  (runs past the end of the file)"
+                    : n.overruns ? "  (runs past its parent)"
+                                 : "");
         print_text(n.children, depth + 1);
     }
 }
@@ -108,6 +152,7 @@ void print_json(const std::vector<Node>& nodes) {
         std::printf("%s{\"id\": %s, \"offset\": %u, \"size\": %u", i ? ", " : "",
                     json_quote(code_text(n.id)).c_str(), unsigned(n.offset), unsigned(n.size));
         if (n.overruns) std::printf(", \"overruns\": true");
+        if (n.truncated) std::printf(", \"truncated\": true");
         if (n.is_list) {
             std::printf(", \"type\": %s, \"chunks\": ", json_quote(code_text(n.list_type)).c_str());
             print_json(n.children);
@@ -118,32 +163,37 @@ void print_json(const std::vector<Node>& nodes) {
 }
 
 void print_tree(const Tree& tree, const std::string& path, bool json) {
+    const Damage& damage = tree.damage;
     if (json) {
         std::printf(
             "{\"file\": %s, \"form\": %s, \"size\": %u, \"chunks\": ", json_quote(path).c_str(),
             json_quote(code_text(tree.form)).c_str(), unsigned(tree.riff_size));
         print_json(tree.chunks);
+        if (damage.found) {
+            std::printf(", \"damage\": {\"offset\": %u, \"reason\": %s}", unsigned(damage.offset),
+                        json_quote(damage.reason).c_str());
+        }
         std::printf("}\n");
         return;
     }
     std::printf("%s\nRIFF '%s'  offset 0  size %u\n", path.c_str(), code_text(tree.form).c_str(),
                 unsigned(tree.riff_size));
     print_text(tree.chunks, 0);
+    if (damage.found) {
+        std::printf("damaged from offset %u: %s\n", unsigned(damage.offset), damage.reason.c_str());
+    }
 }
 
-HANDLE open_for_reading(const std::string& path) {
-    return CreateFileW(utf16(path).c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                       FILE_ATTRIBUTE_NORMAL, nullptr);
-}
-
+// Prints the tree of the file; a damaged file prints what could be read and
+// fails with QZE_CORRUPT_OR_UNKNOWN.
 HRESULT show_file(const std::string& path, bool json) {
-    const HANDLE file = open_for_reading(path);
-    if (file == INVALID_HANDLE_VALUE) return QZE_FILE_OPEN;
+    const InputImage input(path);
+    if (FAILED(input.status())) return input.status();
     Tree tree;
-    const HRESULT hr = read_tree(file, &tree);
-    CloseHandle(file);
-    if (SUCCEEDED(hr)) print_tree(tree, path, json);
-    return hr;
+    const HRESULT hr = read_tree(input.data(), input.size(), &tree);
+    if (FAILED(hr)) return hr;
+    print_tree(tree, path, json);
+    return tree.damage.found ? QZE_CORRUPT_OR_UNKNOWN : S_OK;
 }
 
 }  // namespace
@@ -217,28 +267,30 @@ HRESULT write_demo_wave(HANDLE file) {
 
 int demo_riff() {
     const std::string path = (std::filesystem::temp_directory_path() / "qzk-demo.wav").string();
-    HANDLE file = CreateFileW(utf16(path).c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                              CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const auto open = [&](DWORD disposition) {
+        return CreateFileW(utf16(path).c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                           disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+    };
+    HANDLE file = open(CREATE_ALWAYS);
     if (file == INVALID_HANDLE_VALUE) return fail("demo", QZE_FILE_CREATE, path);
     HRESULT hr = write_demo_wave(file);
-    Tree tree;
-    if (SUCCEEDED(hr)) hr = read_tree(file, &tree);
+    CloseHandle(file);
     if (SUCCEEDED(hr)) {
-        std::printf("written with the riff_ writers, read back with riff_ReadChunkHeader:\n");
-        print_tree(tree, path, false);
+        std::printf("written with the riff_ writers, read back with mriff_ReadChunkHeader:\n");
+        hr = show_file(path, false);
     }
     DWORD removed = 0;
-    if (SUCCEEDED(hr)) hr = riff_DeleteChunk(file, code("INFO"), &removed, TRUE);
     if (SUCCEEDED(hr)) {
-        tree = Tree();
-        hr = read_tree(file, &tree);
+        file = open(OPEN_EXISTING);
+        hr = file == INVALID_HANDLE_VALUE ? QZE_FILE_OPEN
+                                          : riff_DeleteChunk(file, code("INFO"), &removed, TRUE);
+        if (file != INVALID_HANDLE_VALUE) CloseHandle(file);
     }
     if (SUCCEEDED(hr)) {
         std::printf("\nafter riff_DeleteChunk of the LIST 'INFO' (%u bytes removed):\n",
                     unsigned(removed));
-        print_tree(tree, path, false);
+        hr = show_file(path, false);
     }
-    CloseHandle(file);
     DeleteFileW(utf16(path).c_str());
     return FAILED(hr) ? fail("demo", hr, "riff") : 0;
 }

@@ -1,10 +1,11 @@
-// `qzk wavinfo FILE` maps a wave file and prints its format as the library
+// `qzk wavinfo FILE` loads a wave file as an image and prints its format as the library
 // reads it; the "wavinfo" demo section writes a wave image in memory with
 // the mriff_ writers and reads it back.
 #include <cstdio>
 #include <string>
 #include <vector>
 
+#include "input.h"
 #include "qzk.h"
 
 namespace qzk {
@@ -14,45 +15,6 @@ namespace {
 struct WaveInfo {
     _qzwaveformat format;
     DWORD data_size = 0;
-};
-
-// A read-only view of a whole file, released on every path.
-class MappedFile {
-public:
-    explicit MappedFile(const std::string& path) {
-        file_ = CreateFileW(utf16(path).c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                            OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-        if (file_ == INVALID_HANDLE_VALUE) return;
-        DWORD high = 0;
-        size_ = GetFileSize(file_, &high);
-        if (high != 0 || size_ == INVALID_FILE_SIZE) {
-            too_large_ = true;
-            return;
-        }
-        if (size_ == 0) return;  // nothing to map; reads as an empty image
-        mapping_ = CreateFileMappingW(file_, nullptr, PAGE_READONLY, 0, 0, nullptr);
-        if (mapping_) view_ = MapViewOfFile(mapping_, FILE_MAP_READ, 0, 0, 0);
-    }
-    ~MappedFile() {
-        if (view_) UnmapViewOfFile(view_);
-        if (mapping_) CloseHandle(mapping_);
-        if (file_ != INVALID_HANDLE_VALUE) CloseHandle(file_);
-    }
-    MappedFile(const MappedFile&) = delete;
-    MappedFile& operator=(const MappedFile&) = delete;
-
-    bool opened() const { return file_ != INVALID_HANDLE_VALUE; }
-    bool too_large() const { return too_large_; }
-    bool mapped() const { return size_ == 0 || view_ != nullptr; }
-    const void* view() const { return view_; }
-    DWORD size() const { return size_; }
-
-private:
-    HANDLE file_ = INVALID_HANDLE_VALUE;
-    HANDLE mapping_ = nullptr;
-    LPVOID view_ = nullptr;
-    DWORD size_ = 0;
-    bool too_large_ = false;
 };
 
 std::string sample_type_text(const _qzwaveformat& f) {
@@ -113,12 +75,10 @@ int run_wavinfo(const Args& args) {
         return 2;
     }
     const std::string& path = rest[0];
-    MappedFile file(path);
-    if (!file.opened()) return fail("wavinfo", QZE_FILE_OPEN, path);
-    if (file.too_large()) return fail("wavinfo", QZE_UNSUPPORTED_FORMAT, path);
-    if (!file.mapped()) return fail("wavinfo", QZE_FILE_READ, path);
+    const InputImage input(path);
+    if (FAILED(input.status())) return fail("wavinfo", input.status(), path);
     WaveInfo info;
-    const HRESULT hr = mriff_GetWfx(&info.format, file.view(), file.size(), &info.data_size);
+    const HRESULT hr = mriff_GetWfx(&info.format, input.data(), input.size(), &info.data_size);
     if (FAILED(hr)) return fail("wavinfo", hr, path);
     if (json)
         print_json(path, info);

@@ -1,0 +1,116 @@
+// The qzk tool as a person runs it from a shell: on pipes, FIFOs and
+// damaged files it prints what it could read and says where it stopped.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <cstdio>
+#include <string>
+
+#include "support/riff_files.h"
+
+namespace {
+
+using riff_test::Bytes;
+using riff_test::chunk;
+using riff_test::header;
+using riff_test::le32;
+using riff_test::riff;
+using riff_test::text;
+using riff_test::operator+;
+
+struct Outcome {
+    int status = -1;
+    std::string out;
+};
+
+// Runs a shell command line and collects its standard output.
+Outcome run(const std::string& command) {
+    Outcome result;
+    FILE* pipe = ::popen(command.c_str(), "r");
+    if (!pipe) return result;
+    std::array<char, 4096> piece;
+    while (size_t got = std::fread(piece.data(), 1, piece.size(), pipe)) result.out.append(piece.data(), got);
+    const int status = ::pclose(pipe);
+    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return result;
+}
+
+const std::string kQzk = QZK_PATH;
+
+// 16-bit mono PCM at 8000 Hz.
+const Bytes kFmt = {1, 0, 1, 0, 0x40, 0x1F, 0, 0, 0x80, 0x3E, 0, 0, 2, 0, 16, 0};
+
+class QzkInput : public ::testing::Test {
+protected:
+    std::string write(const std::string& name, const Bytes& bytes) {
+        const std::string path = dir_.file(name);
+        riff_test::write_file(path, bytes);
+        return path;
+    }
+    riff_test::TempDir dir_;
+};
+
+TEST_F(QzkInput, PipeGivesTheSameTreeAsTheFile) {
+    const std::string path = write("song.wav", riff("WAVE", chunk("fmt ", kFmt) + chunk("data", Bytes(6, 0))));
+    const Outcome piped = run("cat '" + path + "' | " + kQzk + " chunks /dev/stdin");
+    EXPECT_EQ(piped.status, 0);
+    EXPECT_EQ(piped.out,
+              "/dev/stdin\n"
+              "RIFF 'WAVE'  offset 0  size 42\n"
+              "  'fmt '  offset 12  size 16\n"
+              "  'data'  offset 36  size 6\n");
+    const Outcome info = run("cat '" + path + "' | " + kQzk + " wavinfo /dev/stdin --json");
+    EXPECT_EQ(info.status, 0);
+    EXPECT_NE(info.out.find("\"sample_rate\": 8000, \"channels\": 1"), std::string::npos) << info.out;
+    EXPECT_NE(info.out.find("\"data_size\": 6"), std::string::npos) << info.out;
+}
+
+TEST_F(QzkInput, FifoWithoutWriterEndsAtOnce) {
+    const std::string fifo = dir_.file("fifo");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    // timeout exits 124 when the command hangs.
+    for (const char* command : {" chunks ", " wavinfo ", " cda "}) {
+        const Outcome r = run("timeout 10 " + kQzk + command + "'" + fifo + "' 2>/dev/null");
+        EXPECT_NE(r.status, 0) << command;
+        EXPECT_NE(r.status, 124) << command;
+        EXPECT_EQ(r.out, "") << command;
+    }
+}
+
+TEST_F(QzkInput, DamagedFilesPrintWhatWasReadAndFail) {
+    struct Case {
+        const char* name;
+        Bytes bytes;
+        const char* tree;  // after the file name line
+    } cases[] = {
+        {"data cut short",
+         riff("WAVE", chunk("fmt ", kFmt) + header("data", 100) + Bytes(4, 0)),
+         "RIFF 'WAVE'  offset 0  size 40\n"
+         "  'fmt '  offset 12  size 16\n"
+         "  'data'  offset 36  size 100  (runs past the end of the file)\n"
+         "damaged from offset 36: a chunk runs past the end of the file\n"},
+        {"header cut short", riff("WAVE", chunk("fmt ", kFmt) + text("dat")),
+         "RIFF 'WAVE'  offset 0  size 31\n"
+         "  'fmt '  offset 12  size 16\n"
+         "damaged from offset 36: 3 bytes are too few for a chunk header\n"},
+        {"streamed size", text("RIFF") + le32(0xFFFFFFFF) + text("WAVE") + chunk("fmt ", kFmt),
+         "RIFF 'WAVE'  offset 0  size 4294967295\n"
+         "  'fmt '  offset 12  size 16\n"
+         "damaged from offset 0: the RIFF size runs past the end of the file (36 bytes)\n"},
+    };
+    for (const Case& c : cases) {
+        const std::string path = write("damaged.wav", c.bytes);
+        const Outcome r = run(kQzk + " chunks '" + path + "' 2>/dev/null");
+        EXPECT_EQ(r.status, 1) << c.name;
+        EXPECT_EQ(r.out, path + "\n" + c.tree) << c.name;
+    }
+    const std::string path = write("cut.wav", cases[0].bytes);
+    const Outcome json = run(kQzk + " chunks --json '" + path + "' 2>/dev/null");
+    EXPECT_NE(json.out.find(", \"truncated\": true}], \"damage\": {\"offset\": 36, \"reason\": "
+                            "\"a chunk runs past the end of the file\"}}"),
+              std::string::npos)
+        << json.out;
+}
+
+}  // namespace
