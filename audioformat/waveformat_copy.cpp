@@ -6,7 +6,7 @@
 
 #include "audioformat/waveformat_internal.h"
 #include "win32api.h"
-#include "kernel/caller_memory.h"
+#include "base/caller_memory.h"
 
 using namespace qz::detail;
 
@@ -141,7 +141,7 @@ QZ_API _qzwaveformat* QZ_STDCALL QzAudio_GeneralCopyQzWaveFormat(_qzwaveformat* 
 QZ_API WAVEFORMATEX* QZ_STDCALL QzAudio_AllocAndCopyWfx(const _qzwaveformat& rec,
                                                         QZWAVEFORMAT_COPY_DEST dest) {
     const DWORD total = alloc_size(rec, dest);
-    auto* wfx = static_cast<WAVEFORMATEX*>(qz::alloc_caller_block(total));
+    auto* wfx = static_cast<WAVEFORMATEX*>(qz::base::alloc_caller_block(total));
     if (!wfx) return nullptr;
     return QzAudio_GeneralCopyWfx(wfx, total, rec, dest);
 }
@@ -159,7 +159,7 @@ QZ_EXTERN_C QZ_API WAVEFORMATEX* QZ_STDCALL QzAudio_AllocAndCopyWfx(const WAVEFO
                             (!extensible && (dest == QZWFCD_ASNEEDED || dest == QZWFCD_PLAIN));
     if (keeps_form) {
         const DWORD total = kWfxSize + wfx->cbSize;
-        void* copy = qz::alloc_caller_block(total);
+        void* copy = qz::base::alloc_caller_block(total);
         if (copy) std::memcpy(copy, wfx, total);
         return static_cast<WAVEFORMATEX*>(copy);
     }

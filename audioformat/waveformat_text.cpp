@@ -1,5 +1,5 @@
 // waveformat_text.cpp - the localised names of the sample types.
-#include "kernel/format.h"
+#include "base/format.h"
 #include "qz/qzlang.h"
 #include "qz/qzwaveformat.h"
 
@@ -48,7 +48,7 @@ const WCHAR* resolve(const QzLocalText<1>* text, int width, WCHAR* buf, UINT cch
     const bool fixed = text == &kTextUnpacked || text == &kTextSigned || text == &kText24Bit ||
                        text == &kText8Bit || text == &kTextOther;
     if (fixed) return own;
-    if (buf && cch) qz::format(buf, cch, own, width);
+    if (buf && cch) qz::base::format(buf, cch, own, width);
     return buf;
 }
 

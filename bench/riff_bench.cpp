@@ -20,7 +20,7 @@
 #include <string>
 #include <vector>
 
-#include "kernel/byteorder.h"
+#include "base/byteorder.h"
 #include "qzkernel.h"
 
 namespace {
@@ -35,7 +35,7 @@ std::string g_walk_path, g_big_path;
 
 void put32(std::vector<uint8_t>& out, uint32_t v) {
     uint8_t b[4];
-    qz::store_le32(b, v);
+    qz::base::store_le32(b, v);
     out.insert(out.end(), b, b + 4);
 }
 
@@ -114,8 +114,8 @@ void FindLast_pread(benchmark::State& state) {
                 state.SkipWithError("short read");
                 break;
             }
-            size = qz::load_le32(header + 4);
-            if (qz::load_le32(header) == qz::fourcc("last")) break;
+            size = qz::base::load_le32(header + 4);
+            if (qz::base::load_le32(header) == qz::fourcc("last")) break;
             at += 8 + size + (size & 1);
         }
         benchmark::DoNotOptimize(size);

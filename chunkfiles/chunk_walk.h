@@ -68,7 +68,7 @@
 #include <concepts>
 #include <cstdint>
 
-#include "kernel/byteorder.h"
+#include "base/byteorder.h"
 #include "qz/qzresult.h"
 
 namespace qz::chunks {
@@ -85,15 +85,15 @@ concept ChunkSource = requires(S& s, void* buffer, DWORD count, int64_t delta, D
 };
 
 /* The RIFF vocabulary shared by the file and memory-image families. */
-inline constexpr DWORD kRiffId = fourcc("RIFF");
-inline constexpr DWORD kListId = fourcc("LIST");
-inline constexpr DWORD kFmtId = fourcc("fmt ");
+inline constexpr DWORD kRiffId = base::fourcc("RIFF");
+inline constexpr DWORD kListId = base::fourcc("LIST");
+inline constexpr DWORD kFmtId = base::fourcc("fmt ");
 /* "RIFF", size, form type. */
 inline constexpr DWORD kFileHeaderBytes = 12;
 
 struct RiffLayout {
-    static constexpr ByteOrder order = ByteOrder::Little;
-    static constexpr DWORD list_id = fourcc("LIST");
+    static constexpr base::ByteOrder order = base::ByteOrder::Little;
+    static constexpr DWORD list_id = base::fourcc("LIST");
     static constexpr bool clamp_budget = true;
 };
 
@@ -116,7 +116,7 @@ template <class Layout, ChunkSource S>
 bool read_word(S& source, DWORD* value) {
     unsigned char bytes[4];
     if (!source.read(bytes, sizeof bytes)) return false;
-    *value = load32(bytes, Layout::order);
+    *value = base::load32(bytes, Layout::order);
     return true;
 }
 
@@ -130,8 +130,8 @@ template <class Layout, ChunkSource S>
 HRESULT read_header(S& source, DWORD* id, DWORD* size) {
     unsigned char bytes[kChunkHeaderBytes];
     if (!source.read(bytes, sizeof bytes)) return QZE_FILE_READ;
-    *id = load32(bytes, Layout::order);
-    *size = load32(bytes + 4, Layout::order);
+    *id = base::load32(bytes, Layout::order);
+    *size = base::load32(bytes + 4, Layout::order);
     return S_OK;
 }
 

@@ -4,7 +4,7 @@
 
 #include "chunkfiles/mriff_io.h"
 #include "platform/win32api.h"
-#include "kernel/caller_memory.h"
+#include "base/caller_memory.h"
 
 namespace qz::mriff {
 
@@ -53,7 +53,7 @@ DWORD MemorySource::write_some(const void* data, DWORD count) {
 
 bool MemorySource::write_u32(DWORD value) {
     unsigned char bytes[4];
-    store_le32(bytes, value);
+    base::store_le32(bytes, value);
     return write(bytes, sizeof bytes);
 }
 
@@ -252,6 +252,6 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL mriff_ReadDataBounded(_tMRIFF* m, LPVOID b
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL mriff_ReadDataAlloc(_tMRIFF* m, QZRIFFDATA* data) {
     if (!m) return E_POINTER;
     if (!data) return E_INVALIDARG;
-    return qz::read_into_caller_block(
+    return qz::base::read_into_caller_block(
         data, [m](void* bytes, DWORD count) { return mriff_ReadData(m, bytes, count); });
 }

@@ -24,9 +24,9 @@ using chunks::kFileHeaderBytes;
 using chunks::kFmtId;
 using chunks::kListId;
 using chunks::kRiffId;
-inline constexpr DWORD kInfoList = fourcc("INFO");
-inline constexpr DWORD kWaveForm = fourcc("WAVE");
-inline constexpr DWORD kDataId = fourcc("data");
+inline constexpr DWORD kInfoList = base::fourcc("INFO");
+inline constexpr DWORD kWaveForm = base::fourcc("WAVE");
+inline constexpr DWORD kDataId = base::fourcc("data");
 
 class MemorySource {
 public:

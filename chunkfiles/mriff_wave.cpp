@@ -23,33 +23,33 @@ constexpr DWORD kFormatRoom = kWfxeBytes + QZWAVEFORMAT_MAX_EXTRA;
 DWORD encode_format_body(const WAVEFORMATEX& wfx, BYTE (&body)[kWfxBytes]) {
     if (wfx.wFormatTag == WAVE_FORMAT_PCM) {
         const WORD align = WORD((wfx.wBitsPerSample / 8) * wfx.nChannels);
-        qz::store_le16(body + 0, WAVE_FORMAT_PCM);
-        qz::store_le16(body + 2, wfx.nChannels);
-        qz::store_le32(body + 4, wfx.nSamplesPerSec);
-        qz::store_le32(body + 8, DWORD(align) * wfx.nSamplesPerSec);
-        qz::store_le16(body + 12, align);
-        qz::store_le16(body + 14, wfx.wBitsPerSample);
+        qz::base::store_le16(body + 0, WAVE_FORMAT_PCM);
+        qz::base::store_le16(body + 2, wfx.nChannels);
+        qz::base::store_le32(body + 4, wfx.nSamplesPerSec);
+        qz::base::store_le32(body + 8, DWORD(align) * wfx.nSamplesPerSec);
+        qz::base::store_le16(body + 12, align);
+        qz::base::store_le16(body + 14, wfx.wBitsPerSample);
         return kPcmBodyBytes;
     }
-    qz::store_le16(body + 0, wfx.wFormatTag);
-    qz::store_le16(body + 2, wfx.nChannels);
-    qz::store_le32(body + 4, wfx.nSamplesPerSec);
-    qz::store_le32(body + 8, wfx.nAvgBytesPerSec);
-    qz::store_le16(body + 12, wfx.nBlockAlign);
-    qz::store_le16(body + 14, wfx.wBitsPerSample);
-    qz::store_le16(body + 16, wfx.cbSize);
+    qz::base::store_le16(body + 0, wfx.wFormatTag);
+    qz::base::store_le16(body + 2, wfx.nChannels);
+    qz::base::store_le32(body + 4, wfx.nSamplesPerSec);
+    qz::base::store_le32(body + 8, wfx.nAvgBytesPerSec);
+    qz::base::store_le16(body + 12, wfx.nBlockAlign);
+    qz::base::store_le16(body + 14, wfx.wBitsPerSample);
+    qz::base::store_le16(body + 16, wfx.cbSize);
     return kWfxBytes;
 }
 
 // The 18 bytes of a format body, field by field.
 void decode_wfx(const BYTE* bytes, WAVEFORMATEX* wfx) {
-    wfx->wFormatTag = qz::load_le16(bytes + 0);
-    wfx->nChannels = qz::load_le16(bytes + 2);
-    wfx->nSamplesPerSec = qz::load_le32(bytes + 4);
-    wfx->nAvgBytesPerSec = qz::load_le32(bytes + 8);
-    wfx->nBlockAlign = qz::load_le16(bytes + 12);
-    wfx->wBitsPerSample = qz::load_le16(bytes + 14);
-    wfx->cbSize = qz::load_le16(bytes + 16);
+    wfx->wFormatTag = qz::base::load_le16(bytes + 0);
+    wfx->nChannels = qz::base::load_le16(bytes + 2);
+    wfx->nSamplesPerSec = qz::base::load_le32(bytes + 4);
+    wfx->nAvgBytesPerSec = qz::base::load_le32(bytes + 8);
+    wfx->nBlockAlign = qz::base::load_le16(bytes + 12);
+    wfx->wBitsPerSample = qz::base::load_le16(bytes + 14);
+    wfx->cbSize = qz::base::load_le16(bytes + 16);
 }
 
 // A whole format chunk of `length` bytes: the extensible fields when the
@@ -63,11 +63,11 @@ void decode_format_chunk(const BYTE* bytes, DWORD length, BYTE* out) {
     DWORD raw_from = kWfxBytes;
     if (wfx->wFormatTag == WAVE_FORMAT_EXTENSIBLE) {
         auto* ext = reinterpret_cast<WAVEFORMATEXTENSIBLE*>(out);
-        ext->Samples.wValidBitsPerSample = qz::load_le16(bytes + 18);
-        ext->dwChannelMask = qz::load_le32(bytes + 20);
-        ext->SubFormat.Data1 = qz::load_le32(bytes + 24);
-        ext->SubFormat.Data2 = qz::load_le16(bytes + 28);
-        ext->SubFormat.Data3 = qz::load_le16(bytes + 30);
+        ext->Samples.wValidBitsPerSample = qz::base::load_le16(bytes + 18);
+        ext->dwChannelMask = qz::base::load_le32(bytes + 20);
+        ext->SubFormat.Data1 = qz::base::load_le32(bytes + 24);
+        ext->SubFormat.Data2 = qz::base::load_le16(bytes + 28);
+        ext->SubFormat.Data3 = qz::base::load_le16(bytes + 30);
         std::memcpy(ext->SubFormat.Data4, bytes + 32, sizeof ext->SubFormat.Data4);
         raw_from = kWfxeBytes;
     }

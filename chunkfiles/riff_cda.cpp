@@ -11,11 +11,11 @@ constexpr DWORD kCddaRecordBytes = 24;
 constexpr DWORD kFramesPerSecond = 75;
 
 void decode_cdda(const unsigned char* b, QZRIFFCDDA* record) {
-    record->wFormatVersion = qz::load_le16(b + 0);
-    record->wTrackNumber = qz::load_le16(b + 2);
-    record->dwDiscSerial = qz::load_le32(b + 4);
-    record->dwStartSector = qz::load_le32(b + 8);
-    record->dwLengthSectors = qz::load_le32(b + 12);
+    record->wFormatVersion = qz::base::load_le16(b + 0);
+    record->wTrackNumber = qz::base::load_le16(b + 2);
+    record->dwDiscSerial = qz::base::load_le32(b + 4);
+    record->dwStartSector = qz::base::load_le32(b + 8);
+    record->dwLengthSectors = qz::base::load_le32(b + 12);
     record->bStartFrame = b[16];
     record->bStartSecond = b[17];
     record->bStartMinute = b[18];

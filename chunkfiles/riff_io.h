@@ -25,7 +25,7 @@ using chunks::kFileHeaderBytes;
 using chunks::kFmtId;
 using chunks::kListId;
 using chunks::kRiffId;
-inline constexpr DWORD kCddaForm = fourcc("CDDA");
+inline constexpr DWORD kCddaForm = base::fourcc("CDDA");
 /* The RIFF size field sits after the id. */
 inline constexpr DWORD kRiffSizeOffset = 4;
 
@@ -52,7 +52,7 @@ public:
     bool read_u32(DWORD* value) { return chunks::read_word<chunks::RiffLayout>(*this, value); }
     bool write_u32(DWORD value) {
         unsigned char bytes[4];
-        store_le32(bytes, value);
+        base::store_le32(bytes, value);
         return write(bytes, sizeof bytes);
     }
 

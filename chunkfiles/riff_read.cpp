@@ -1,7 +1,7 @@
 // riff_*: reading chunk bodies.
 #include "chunkfiles/riff_io.h"
 #include "qz/riff.h"
-#include "kernel/caller_memory.h"
+#include "base/caller_memory.h"
 
 using namespace qz::riff;
 
@@ -30,6 +30,6 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_ReadDataBounded(HANDLE file, LPVOID b
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_ReadDataAlloc(HANDLE file, QZRIFFDATA* data) {
     if (!data) return E_INVALIDARG;
-    return qz::read_into_caller_block(
+    return qz::base::read_into_caller_block(
         data, [file](void* bytes, DWORD count) { return riff_ReadData(file, bytes, count); });
 }

@@ -7,7 +7,7 @@
 #include <fstream>
 #include <string>
 
-#include "kernel/byteorder.h"
+#include "base/byteorder.h"
 #include "qzkernel.h"
 
 namespace {

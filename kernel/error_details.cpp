@@ -6,7 +6,7 @@
 #include <string>
 
 #include "kernel/error_internal.h"
-#include "kernel/format.h"
+#include "base/format.h"
 #include "win32api.h"
 
 namespace qz::detail {
@@ -65,7 +65,7 @@ HRESULT add_line(HRESULT code, LPCWSTR format, va_list args) {
     if (!format) return E_POINTER;
     const WCHAR* line = format;
     if (has_macro_or_conversion(format)) {
-        if (qz::vformat(d.scratch, kDetailsChars, format, args).truncated) return E_FAIL;
+        if (qz::base::vformat(d.scratch, kDetailsChars, format, args).truncated) return E_FAIL;
         QzLang_ExpandText(d.scratch, d.expanded, int(kDetailsChars));
         line = d.expanded;
     }

@@ -12,7 +12,7 @@
 
 #include "diagnostics.h"
 #include "kernel/error_internal.h"
-#include "kernel/format.h"
+#include "base/format.h"
 #include "qz/qzkernel.h"
 #include "win32api.h"
 
@@ -91,7 +91,7 @@ public:
         if (!size_) return;
         va_list args;
         va_start(args, format);
-        length_ += qz::vformat(buffer_ + length_, size_ - length_, format, args).length;
+        length_ += qz::base::vformat(buffer_ + length_, size_ - length_, format, args).length;
         va_end(args);
     }
     // Appends a whole line, or nothing when it does not fit.
@@ -177,9 +177,9 @@ size_t format_stack_line(char* line, size_t capacity, uintptr_t at, StackSummary
         char dots[kAddressDigits + 1];
         std::memset(dots, '.', kAddressDigits);
         dots[kAddressDigits] = 0;
-        return qz::format(line, capacity, " %p: %s \r\n", as_pointer(at), dots).length;
+        return qz::base::format(line, capacity, " %p: %s \r\n", as_pointer(at), dots).length;
     }
-    size_t n = qz::format(line, capacity, " %p: %p ", as_pointer(at), as_pointer(word)).length;
+    size_t n = qz::base::format(line, capacity, " %p: %p ", as_pointer(at), as_pointer(word)).length;
     os::ModuleInfo module;
     if (os::module_from_address(as_pointer(word), &module)) {
         const auto base = reinterpret_cast<uintptr_t>(module.base);
@@ -187,18 +187,18 @@ size_t format_stack_line(char* line, size_t capacity, uintptr_t at, StackSummary
             ++summary.code_references;
         else
             ++summary.module_references;
-        n += qz::format(line + n, capacity - n, " %p + %X (%S)", module.base, unsigned(word - base),
+        n += qz::base::format(line + n, capacity - n, " %p + %X (%S)", module.base, unsigned(word - base),
                         file_name_part(module.path))
                  .length;
     }
-    return n + qz::format(line + n, capacity - n, "\r\n").length;
+    return n + qz::base::format(line + n, capacity - n, "\r\n").length;
 }
 
 void exception_line(Out& out, const EXCEPTION_RECORD& record, const void* ip) {
     const DWORD code = record.ExceptionCode;
     char access[8 + kAddressDigits + 8] = "";
     if (code == EXCEPTION_ACCESS_VIOLATION && record.NumberParameters >= 2)
-        qz::format(access, sizeof access, " %s:0x%p",
+        qz::base::format(access, sizeof access, " %s:0x%p",
                    record.ExceptionInformation[0] ? "WRITE" : "READ",
                    as_pointer(record.ExceptionInformation[1]));
     out.append("Exception 0x%X (%s)%s IP:0x%p\r\n", unsigned(code), exception_name(code), access,
@@ -223,7 +223,7 @@ void thread_line(Out& out, LPCWSTR caption) {
     const void* high = nullptr;
     os::current_thread_stack(&low, &high);
     char stack[8 + 2 * kAddressDigits + 8];
-    qz::format(stack, sizeof stack, "0x%p-0x%p", low, high);
+    qz::base::format(stack, sizeof stack, "0x%p-0x%p", low, high);
     out.append("Thread: %S ID=0x%X Stack=%s\r\n", caption ? caption : QZTEXT(""),
                unsigned(GetCurrentThreadId()), stack);
 }

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "kernel/error_internal.h"
-#include "kernel/format.h"
+#include "base/format.h"
 #include "qz/qzkernel.h"
 
 namespace qz::detail {
@@ -109,13 +109,13 @@ void compose_error_text(DWORD_PTR context, HRESULT code, LPCWSTR extra, WCHAR* o
     const LPCWSTR sentence = QzErrorHandler_GetContextString(context);
     const LPCWSTR argument = extra ? extra : kernel_text(kDefaultExtraText);
     size_t used = takes_one_string(sentence)
-                      ? qz::format(work, QZERROR_MESSAGE_CHARS, sentence, argument).length
+                      ? qz::base::format(work, QZERROR_MESSAGE_CHARS, sentence, argument).length
                       : copy_cut(work, QZERROR_MESSAGE_CHARS, sentence);
     if (used < kMessageRoomLimit) {
         if (const LPCWSTR message = QzErrorHandler_GetHresultString(code))
             used += copy_cut(work + used, QZERROR_MESSAGE_CHARS - used, message);
         else
-            used += qz::format(work + used, QZERROR_MESSAGE_CHARS - used,
+            used += qz::base::format(work + used, QZERROR_MESSAGE_CHARS - used,
                                kernel_text(kGenericMessage), DWORD(code))
                         .length;
     }

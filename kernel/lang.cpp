@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "kernel/lang.h"
-#include "kernel/spin_lock.h"
+#include "base/spin_lock.h"
 #include "kernel_platform.h"
 #include "qz/qzresult.h"
 #include "win32api.h"
@@ -99,7 +99,7 @@ DWORD user_language() {
 // ---- the application name ---------------------------------------------------
 
 struct AppName {
-    qz::detail::SpinLock mutex;
+    qz::base::SpinLock mutex;
     bool overridden = false;
     bool default_known = false;
     WCHAR name[MAX_PATH] = {};
@@ -154,7 +154,7 @@ void compute_default_name(WCHAR* target) {
 // Copies the current application name into `target` (MAX_PATH characters).
 void current_app_name(WCHAR* target) {
     AppName& state = app_name_state();
-    std::lock_guard<qz::detail::SpinLock> lock(state.mutex);
+    std::lock_guard<qz::base::SpinLock> lock(state.mutex);
     if (state.overridden) {
         copy_name(target, state.name, text_length(state.name));
         return;
@@ -265,7 +265,7 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzLang_SetLanguage(HQZLANG lang, DWORD lan
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzLang_SetAppName(LPCWSTR name) {
     AppName& state = app_name_state();
-    std::lock_guard<qz::detail::SpinLock> lock(state.mutex);
+    std::lock_guard<qz::base::SpinLock> lock(state.mutex);
     state.overridden = name != nullptr && name[0] != 0;
     if (state.overridden) copy_name(state.name, name, text_length(name));
     return S_OK;

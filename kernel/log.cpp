@@ -5,7 +5,7 @@
 #include <string>
 
 #include "diagnostics.h"
-#include "kernel/format.h"
+#include "base/format.h"
 #include "win32api.h"
 
 namespace qz::detail {
@@ -77,7 +77,7 @@ private:
 size_t append(char* line, size_t used, const char* format, ...) {
     va_list args;
     va_start(args, format);
-    const size_t n = qz::vformat(line + used, kLineBytes - used, format, args).length;
+    const size_t n = qz::base::vformat(line + used, kLineBytes - used, format, args).length;
     va_end(args);
     return used + n;
 }
@@ -177,7 +177,7 @@ HRESULT QZ_CDECL CLog::Write(LOGFLAGS level, LPCWSTR source, int line, LPCWSTR f
     WCHAR message[kMessageChars];
     va_list args;
     va_start(args, format);
-    qz::vformat(message, kMessageChars, format, args);
+    qz::base::vformat(message, kMessageChars, format, args);
     va_end(args);
 
     char text[kLineBytes];

@@ -5,7 +5,7 @@
 #include <new>
 #include <string>
 
-#include "kernel/spin_lock.h"
+#include "base/spin_lock.h"
 #include "kernel_platform.h"
 #include "qz/qzkernel.h"
 #include "qz/qzlang.h"
@@ -18,15 +18,15 @@ struct Handler {
 };
 
 // Constant-initialised, so a box may be shown from any constructor.
-constinit qz::detail::SpinLock g_handler_lock;
+constinit qz::base::SpinLock g_handler_lock;
 constinit Handler g_handler;
 
-qz::detail::SpinLock& handler_lock() {
+qz::base::SpinLock& handler_lock() {
     return g_handler_lock;
 }
 
 Handler current_handler() {
-    std::lock_guard<qz::detail::SpinLock> lock(handler_lock());
+    std::lock_guard<qz::base::SpinLock> lock(handler_lock());
     return g_handler;
 }
 
@@ -52,7 +52,7 @@ private:
 
 QZ_EXTERN_C QZ_API void QZ_STDCALL QzKernel_SetMessageBoxHandler(QZMESSAGEBOXHANDLER handler,
                                                                  void* context) {
-    std::lock_guard<qz::detail::SpinLock> lock(handler_lock());
+    std::lock_guard<qz::base::SpinLock> lock(handler_lock());
     g_handler.show = handler;
     g_handler.context = handler ? context : nullptr;
 }

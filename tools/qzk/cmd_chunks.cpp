@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "input.h"
-#include "kernel/byteorder.h"
+#include "base/byteorder.h"
 #include "qzk.h"
 
 namespace qzk {
@@ -92,7 +92,7 @@ void walk(_tMRIFF* m, DWORD budget, std::vector<Node>* out, int depth, Damage* d
             node.is_list = true;
             BYTE type[4];
             if (SUCCEEDED(mriff_ReadData(m, type, sizeof type))) {
-                node.list_type = qz::load_le32(type);
+                node.list_type = qz::base::load_le32(type);
                 const DWORD inner = node.overruns ? budget - (budget < 4 ? budget : 4) : node.size - 4;
                 walk(m, inner, &node.children, depth + 1, damage);
             }

@@ -4,13 +4,13 @@
  * Every on-disk record is read into a byte buffer and decoded field by
  * field through these helpers; nothing casts a file buffer to a struct.
  */
-#ifndef QZ_KERNEL_BYTEORDER_H
-#define QZ_KERNEL_BYTEORDER_H
+#ifndef QZ_BASE_BYTEORDER_H
+#define QZ_BASE_BYTEORDER_H
 
 #include <cstdint>
 #include <cstring>
 
-namespace qz {
+namespace qz::base {
 
 enum class ByteOrder { Little, Big };
 
@@ -102,6 +102,6 @@ constexpr uint32_t fourcc_be(const char (&s)[5]) {
            (uint32_t(uint8_t(s[2])) << 8) | uint32_t(uint8_t(s[3]));
 }
 
-}  // namespace qz
+}  // namespace qz::base
 
 #endif

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "kernel/format.h"
+#include "base/format.h"
 
 namespace {
 
@@ -14,7 +14,7 @@ using WString = std::basic_string<WCHAR>;
 template <class... Args>
 std::string narrow_format(size_t capacity, const char* format, Args... args) {
     std::string out(capacity + 4, '#');
-    const qz::FormatResult r = qz::format(out.data(), capacity, format, args...);
+    const qz::base::FormatResult r = qz::base::format(out.data(), capacity, format, args...);
     EXPECT_LT(r.length, capacity == 0 ? 1 : capacity);
     if (capacity > 0) {
         EXPECT_EQ(out[r.length], '\0');
@@ -27,7 +27,7 @@ std::string narrow_format(size_t capacity, const char* format, Args... args) {
 template <class... Args>
 WString wide_format(const WCHAR* format, Args... args) {
     WCHAR out[256];
-    qz::format(out, 256, format, args...);
+    qz::base::format(out, 256, format, args...);
     return WString(out);
 }
 
@@ -106,19 +106,19 @@ TEST(Format, OutputIsCutAtCapacityAndAlwaysTerminated) {
     // Filling the buffer exactly is not a cut.
     char buffer[8];
     for (const char* text : {"0123456789", "0123456"}) {
-        const qz::FormatResult r = qz::format(buffer, sizeof buffer, "%s", text);
+        const qz::base::FormatResult r = qz::base::format(buffer, sizeof buffer, "%s", text);
         EXPECT_EQ(r.truncated, std::strlen(text) > 7) << text;
         EXPECT_EQ(r.length, 7u);
     }
 
     WCHAR wide[4];
-    EXPECT_TRUE(qz::format(wide, 4, QZTEXT("%s"), QZTEXT("abcdef")).truncated);
+    EXPECT_TRUE(qz::base::format(wide, 4, QZTEXT("%s"), QZTEXT("abcdef")).truncated);
     EXPECT_EQ(WString(wide), QZTEXT("abc"));
 }
 
 TEST(Format, NullFormatGivesEmptyText) {
     char buffer[4] = "xyz";
-    EXPECT_EQ(qz::format(buffer, sizeof buffer, static_cast<const char*>(nullptr)).length, 0u);
+    EXPECT_EQ(qz::base::format(buffer, sizeof buffer, static_cast<const char*>(nullptr)).length, 0u);
     EXPECT_EQ(buffer[0], '\0');
 }
 

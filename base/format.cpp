@@ -2,7 +2,7 @@
 //
 // One template serves wide and 8-bit output. The text is produced directly
 // into the caller's buffer; nothing is ever written past `capacity`.
-#include "kernel/format.h"
+#include "base/format.h"
 
 #include <cstdio>
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 #include "win32api.h"
 
-namespace qz {
+namespace qz::base {
 
 namespace {
 
@@ -431,4 +431,4 @@ FormatResult format(char* out, size_t capacity, const char* format, ...) {
     return result;
 }
 
-}  // namespace qz
+}  // namespace qz::base

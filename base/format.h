@@ -13,15 +13,15 @@
  * Output never passes `capacity` units: at most capacity - 1 characters are
  * written and a terminating zero always follows when capacity > 0.
  */
-#ifndef QZ_KERNEL_FORMAT_H
-#define QZ_KERNEL_FORMAT_H
+#ifndef QZ_BASE_FORMAT_H
+#define QZ_BASE_FORMAT_H
 
 #include <cstdarg>
 #include <cstddef>
 
 #include "qz/qzdefs.h"
 
-namespace qz {
+namespace qz::base {
 
 struct FormatResult {
     size_t length;  /* characters written, without the terminating zero */
@@ -33,6 +33,6 @@ FormatResult vformat(char* out, size_t capacity, const char* format, va_list arg
 FormatResult format(WCHAR* out, size_t capacity, const WCHAR* format, ...);
 FormatResult format(char* out, size_t capacity, const char* format, ...);
 
-}  // namespace qz
+}  // namespace qz::base
 
 #endif

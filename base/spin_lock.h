@@ -2,13 +2,13 @@
 // the application name) that must work before any constructor has run and
 // after every destructor: constant-initialised on every platform, which
 // std::mutex is not on MinGW. Held only for a copy of a few hundred bytes.
-#ifndef QZ_KERNEL_SPIN_LOCK_H
-#define QZ_KERNEL_SPIN_LOCK_H
+#ifndef QZ_BASE_SPIN_LOCK_H
+#define QZ_BASE_SPIN_LOCK_H
 
 #include <atomic>
 #include <thread>
 
-namespace qz::detail {
+namespace qz::base {
 
 class SpinLock {
 public:
@@ -22,6 +22,6 @@ private:
     std::atomic_flag flag_;
 };
 
-}  // namespace qz::detail
+}  // namespace qz::base
 
 #endif

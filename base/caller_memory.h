@@ -3,13 +3,13 @@
  * movable global memory, locked on allocation. The caller releases it with
  * GlobalUnlock and GlobalFree(GlobalHandle(address)).
  */
-#ifndef QZ_KERNEL_CALLER_MEMORY_H
-#define QZ_KERNEL_CALLER_MEMORY_H
+#ifndef QZ_BASE_CALLER_MEMORY_H
+#define QZ_BASE_CALLER_MEMORY_H
 
 #include "qz/qzresult.h"
 #include "win32api.h"
 
-namespace qz {
+namespace qz::base {
 
 /* A locked block of `bytes` zero bytes, or null when memory is short. */
 inline void* alloc_caller_block(SIZE_T bytes) {
@@ -48,6 +48,6 @@ HRESULT read_into_caller_block(Record* data, Read read) {
     return S_OK;
 }
 
-}  // namespace qz
+}  // namespace qz::base
 
 #endif
