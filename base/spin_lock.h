@@ -1,7 +1,9 @@
-// A lock for the kernel's few process-wide words (the message-box handler,
-// the application name) that must work before any constructor has run and
-// after every destructor: constant-initialised on every platform, which
-// std::mutex is not on MinGW. Held only for a copy of a few hundred bytes.
+// A lock for process-wide state that must work before any constructor has
+// run and after every destructor (the message-box handler, the application
+// name, the registered error tables): it is constant-initialised on every
+// platform. A namespace-scope std::mutex is not on MinGW, whose mutex is
+// set up by a constructor that may run after the library's attach code has
+// already used it. Held only for short copies.
 #ifndef QZ_BASE_SPIN_LOCK_H
 #define QZ_BASE_SPIN_LOCK_H
 

@@ -1,12 +1,12 @@
 // The error handler: table registration, message lookup, composed messages
 // and the error boxes.
 #include <atomic>
-#include <mutex>
 #include <new>
 #include <string>
 
 #include "kernel/error_internal.h"
 #include "base/format.h"
+#include "base/spin_lock.h"
 #include "qz/qzkernel.h"
 
 namespace qz::detail {
@@ -34,10 +34,10 @@ struct Registration {
 // time, so an entry is complete before the count that publishes it grows.
 Registration g_tables[QZERROR_MAX_TABLES];
 std::atomic<int> g_table_count{0};
-std::mutex g_register_lock;
+constinit qz::base::SpinLock g_register_lock;
 
 HRESULT add_registration(const Registration& entry) {
-    std::lock_guard<std::mutex> guard(g_register_lock);
+    std::lock_guard<qz::base::SpinLock> guard(g_register_lock);
     const int n = g_table_count.load(std::memory_order_relaxed);
     if (n >= QZERROR_MAX_TABLES) return S_FALSE;
     g_tables[n] = entry;

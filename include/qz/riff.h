@@ -13,8 +13,10 @@
  * their case or checks their characters.
  *
  * The functions work directly on the handle's file pointer, with no
- * buffering and no state of their own: every header field is one 4-byte
- * read or write, and the position after each call is part of its contract.
+ * buffering and no state of their own: a chunk header (id and size) is one
+ * 8-byte read, and after a read cut short the position is where the
+ * platform left it, as after two 4-byte reads; the position after each
+ * call is part of its contract.
  * Positions are 32-bit offsets, so files past 4 GiB are outside this
  * family. One handle must not be used by two threads at once.
  *
