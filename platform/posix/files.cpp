@@ -280,7 +280,7 @@ bool seek_target(FileObject& file, LONGLONG distance, DWORD method, LONGLONG* ta
     return true;
 }
 
-std::shared_ptr<FileObject> lookup_file(HANDLE handle) {
+HandleRef<FileObject> lookup_file(HANDLE handle) {
     return lookup<FileObject>(handle, HandleKind::File);
 }
 
@@ -388,7 +388,7 @@ QZ_EXTERN_C BOOL ReadFile(HANDLE handle, LPVOID buffer, DWORD to_read, LPDWORD r
                           LPOVERLAPPED overlapped) {
     if (read != nullptr) *read = 0;
     if (injected(FaultOp::Read)) return FALSE;
-    std::shared_ptr<FileObject> file = lookup_file(handle);
+    HandleRef<FileObject> file = lookup_file(handle);
     if (!file) return FALSE;
     if (overlapped != nullptr) {
         SetLastError(ERROR_INVALID_PARAMETER);
@@ -421,7 +421,7 @@ QZ_EXTERN_C BOOL WriteFile(HANDLE handle, LPCVOID buffer, DWORD to_write, LPDWOR
                            LPOVERLAPPED overlapped) {
     if (written != nullptr) *written = 0;
     if (injected(FaultOp::Write)) return FALSE;
-    std::shared_ptr<FileObject> file = lookup_file(handle);
+    HandleRef<FileObject> file = lookup_file(handle);
     if (!file) return FALSE;
     if (overlapped != nullptr) {
         SetLastError(ERROR_INVALID_PARAMETER);
@@ -454,7 +454,7 @@ QZ_EXTERN_C BOOL WriteFile(HANDLE handle, LPCVOID buffer, DWORD to_write, LPDWOR
 
 QZ_EXTERN_C DWORD SetFilePointer(HANDLE handle, LONG distance, PLONG distance_high, DWORD method) {
     if (injected(FaultOp::Seek)) return INVALID_SET_FILE_POINTER;
-    std::shared_ptr<FileObject> file = lookup_file(handle);
+    HandleRef<FileObject> file = lookup_file(handle);
     if (!file) return INVALID_SET_FILE_POINTER;
     // With the high word the two halves form one signed 64-bit distance;
     // without it the distance is a signed 32-bit value.
@@ -484,7 +484,7 @@ QZ_EXTERN_C DWORD SetFilePointer(HANDLE handle, LONG distance, PLONG distance_hi
 QZ_EXTERN_C BOOL SetFilePointerEx(HANDLE handle, LARGE_INTEGER distance,
                                   PLARGE_INTEGER new_position, DWORD method) {
     if (injected(FaultOp::Seek)) return FALSE;
-    std::shared_ptr<FileObject> file = lookup_file(handle);
+    HandleRef<FileObject> file = lookup_file(handle);
     if (!file) return FALSE;
     LONGLONG target = 0;
     if (!seek_target(*file, distance.QuadPart, method, &target)) return FALSE;
@@ -495,7 +495,7 @@ QZ_EXTERN_C BOOL SetFilePointerEx(HANDLE handle, LARGE_INTEGER distance,
 
 QZ_EXTERN_C BOOL SetEndOfFile(HANDLE handle) {
     if (injected(FaultOp::Truncate)) return FALSE;
-    std::shared_ptr<FileObject> file = lookup_file(handle);
+    HandleRef<FileObject> file = lookup_file(handle);
     if (!file) return FALSE;
     if (!(file->access & kAccessWrite)) {
         SetLastError(ERROR_ACCESS_DENIED);
@@ -515,7 +515,7 @@ QZ_EXTERN_C BOOL SetEndOfFile(HANDLE handle) {
 }
 
 QZ_EXTERN_C BOOL GetFileSizeEx(HANDLE handle, PLARGE_INTEGER size) {
-    std::shared_ptr<FileObject> file = lookup_file(handle);
+    HandleRef<FileObject> file = lookup_file(handle);
     if (!file) return FALSE;
     if (size == nullptr) {
         SetLastError(ERROR_NOACCESS);
@@ -540,7 +540,7 @@ QZ_EXTERN_C DWORD GetFileSize(HANDLE handle, LPDWORD size_high) {
 }
 
 QZ_EXTERN_C BOOL FlushFileBuffers(HANDLE handle) {
-    std::shared_ptr<FileObject> file = lookup_file(handle);
+    HandleRef<FileObject> file = lookup_file(handle);
     if (!file) return FALSE;
     if (!(file->access & kAccessWrite)) {
         SetLastError(ERROR_ACCESS_DENIED);

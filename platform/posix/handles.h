@@ -1,12 +1,18 @@
 /*
  * handles.h - the objects behind POSIX handles.
  *
- * A HANDLE of this layer is the address of a HandleObject. Every live
- * object is recorded in one registry, and every use of a handle looks it up
- * there first, so an invalid, foreign or already-closed handle is refused
- * with ERROR_INVALID_HANDLE instead of being dereferenced. Lookups hand out
- * shared ownership, so a handle closed by one thread while another is in a
- * call stays valid until that call returns.
+ * A HANDLE of this layer names a slot of one process-wide table: the slot's
+ * index and the generation the slot had when the handle was made, packed
+ * into a multiple of 4 (as Windows handles are). Every use of a handle
+ * looks it up there first, so an invalid, foreign or already-closed handle
+ * is refused with ERROR_INVALID_HANDLE instead of being dereferenced; a
+ * slot reused by a later handle has moved on to the next generation, so a
+ * stale handle does not reach the new object.
+ *
+ * Lookups take no lock: a HandleRef counts itself among the slot's users
+ * for as long as it lives, so a handle closed by one thread while another
+ * is in a call stays valid until that call returns, and the slot is freed
+ * by whichever of them finishes last.
  */
 #ifndef QZ_PLATFORM_POSIX_HANDLES_H
 #define QZ_PLATFORM_POSIX_HANDLES_H
@@ -43,12 +49,67 @@ private:
 /* Records the object and returns its handle (null when out of memory). */
 HANDLE register_handle(std::shared_ptr<HandleObject> object);
 
-/* The live object of `kind` behind `handle`, or null with ERROR_INVALID_HANDLE set. */
-std::shared_ptr<HandleObject> lookup_handle(HANDLE handle, HandleKind kind);
+struct HandleSlot;
 
+/* Ends one use of a slot taken by a lookup. */
+void release_slot(HandleSlot* slot);
+
+/*
+ * A counted use of the object behind a handle, released when it goes.
+ * Objects that live outside the table (the process heap) are referred to
+ * with no slot and need no release.
+ */
 template <class T>
-std::shared_ptr<T> lookup(HANDLE handle, HandleKind kind) {
-    return std::static_pointer_cast<T>(lookup_handle(handle, kind));
+class HandleRef {
+public:
+    HandleRef() = default;
+    HandleRef(HandleSlot* slot, T* object) : slot_(slot), object_(object) {}
+    HandleRef(HandleRef&& other) noexcept : slot_(other.slot_), object_(other.object_) {
+        other.slot_ = nullptr;
+        other.object_ = nullptr;
+    }
+    HandleRef& operator=(HandleRef&& other) noexcept {
+        if (this != &other) {
+            reset();
+            slot_ = other.slot_;
+            object_ = other.object_;
+            other.slot_ = nullptr;
+            other.object_ = nullptr;
+        }
+        return *this;
+    }
+    HandleRef(const HandleRef&) = delete;
+    HandleRef& operator=(const HandleRef&) = delete;
+    ~HandleRef() { reset(); }
+
+    T* get() const { return object_; }
+    T* operator->() const { return object_; }
+    T& operator*() const { return *object_; }
+    explicit operator bool() const { return object_ != nullptr; }
+
+private:
+    void reset() {
+        if (slot_) release_slot(slot_);
+        slot_ = nullptr;
+        object_ = nullptr;
+    }
+
+    HandleSlot* slot_ = nullptr;
+    T* object_ = nullptr;
+};
+
+/*
+ * Takes one use of the slot of a live object of `kind` behind `handle` and
+ * stores the object; null with ERROR_INVALID_HANDLE set when there is none.
+ */
+HandleSlot* use_slot(HANDLE handle, HandleKind kind, HandleObject** object);
+
+/* The live object of `kind` behind `handle`, or null with ERROR_INVALID_HANDLE set. */
+template <class T>
+HandleRef<T> lookup(HANDLE handle, HandleKind kind) {
+    HandleObject* object = nullptr;
+    HandleSlot* slot = use_slot(handle, kind, &object);
+    return slot ? HandleRef<T>(slot, static_cast<T*>(object)) : HandleRef<T>();
 }
 
 /* Removes the handle from the registry; the object goes when its last user does. */

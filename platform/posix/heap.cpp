@@ -135,8 +135,8 @@ const std::shared_ptr<HeapObject>& process_heap() {
     return *heap;
 }
 
-std::shared_ptr<HeapObject> find_heap(HANDLE heap) {
-    if (heap == process_heap().get()) return process_heap();
+HandleRef<HeapObject> find_heap(HANDLE heap) {
+    if (heap == process_heap().get()) return HandleRef<HeapObject>(nullptr, process_heap().get());
     return lookup<HeapObject>(heap, HandleKind::Heap);
 }
 
@@ -161,9 +161,9 @@ QZ_EXTERN_C HANDLE GetProcessHeap(void) {
 }
 
 QZ_EXTERN_C BOOL HeapDestroy(HANDLE heap) {
-    std::shared_ptr<HeapObject> object = find_heap(heap);
+    HandleRef<HeapObject> object = find_heap(heap);
     if (!object) return FALSE;
-    if (object == process_heap()) {
+    if (object.get() == process_heap().get()) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
@@ -174,27 +174,27 @@ QZ_EXTERN_C BOOL HeapDestroy(HANDLE heap) {
 
 QZ_EXTERN_C LPVOID HeapAlloc(HANDLE heap, DWORD flags, SIZE_T bytes) {
     if (alloc_fault()) return nullptr;
-    std::shared_ptr<HeapObject> object = find_heap(heap);
+    HandleRef<HeapObject> object = find_heap(heap);
     if (!object) return nullptr;
     return object->allocate(bytes, (flags & HEAP_ZERO_MEMORY) != 0);
 }
 
 QZ_EXTERN_C LPVOID HeapReAlloc(HANDLE heap, DWORD flags, LPVOID memory, SIZE_T bytes) {
     if (alloc_fault()) return nullptr;
-    std::shared_ptr<HeapObject> object = find_heap(heap);
+    HandleRef<HeapObject> object = find_heap(heap);
     if (!object) return nullptr;
     return object->reallocate(memory, bytes, (flags & HEAP_ZERO_MEMORY) != 0,
                               (flags & HEAP_REALLOC_IN_PLACE_ONLY) == 0);
 }
 
 QZ_EXTERN_C SIZE_T HeapSize(HANDLE heap, DWORD /*flags*/, LPCVOID memory) {
-    std::shared_ptr<HeapObject> object = find_heap(heap);
+    HandleRef<HeapObject> object = find_heap(heap);
     if (!object) return kHeapSizeFailed;
     return object->size(memory);
 }
 
 QZ_EXTERN_C BOOL HeapFree(HANDLE heap, DWORD /*flags*/, LPVOID memory) {
-    std::shared_ptr<HeapObject> object = find_heap(heap);
+    HandleRef<HeapObject> object = find_heap(heap);
     if (!object) return FALSE;
     // Freeing null is allowed and does nothing.
     if (!memory) return TRUE;

@@ -120,7 +120,7 @@ using namespace qz::posix;
 
 QZ_EXTERN_C HANDLE CreateFileMappingW(HANDLE handle, LPSECURITY_ATTRIBUTES, DWORD protect,
                                       DWORD size_high, DWORD size_low, LPCWSTR name) {
-    std::shared_ptr<FileObject> file = lookup<FileObject>(handle, HandleKind::File);
+    HandleRef<FileObject> file = lookup<FileObject>(handle, HandleKind::File);
     if (!file) return nullptr;
     // Named sections are shared between processes; this layer has none.
     if (name != nullptr) return fail_mapping(ERROR_INVALID_PARAMETER);
@@ -164,7 +164,7 @@ QZ_EXTERN_C HANDLE CreateFileMappingW(HANDLE handle, LPSECURITY_ATTRIBUTES, DWOR
 
 QZ_EXTERN_C LPVOID MapViewOfFile(HANDLE handle, DWORD access, DWORD offset_high, DWORD offset_low,
                                  SIZE_T bytes) {
-    std::shared_ptr<MappingObject> mapping = lookup<MappingObject>(handle, HandleKind::Mapping);
+    HandleRef<MappingObject> mapping = lookup<MappingObject>(handle, HandleKind::Mapping);
     if (!mapping) return nullptr;
     const Section& section = *mapping->section;
 

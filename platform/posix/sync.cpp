@@ -59,7 +59,7 @@ EventHub& hub() {
     return *h;
 }
 
-using EventRef = std::shared_ptr<EventObject>;
+using EventRef = HandleRef<EventObject>;
 
 BOOL set_state(HANDLE event, bool signalled) {
     EventRef object = lookup<EventObject>(event, HandleKind::Event);
@@ -111,7 +111,7 @@ DWORD wait_for_events(DWORD count, const HANDLE* handles, bool wait_all, DWORD m
     if (wait_all) {
         for (DWORD i = 0; i < count; ++i) {
             for (DWORD j = i + 1; j < count; ++j) {
-                if (events[i] == events[j]) return wait_failed(ERROR_INVALID_PARAMETER);
+                if (events[i].get() == events[j].get()) return wait_failed(ERROR_INVALID_PARAMETER);
             }
         }
     }
