@@ -45,14 +45,14 @@ void make_walk_file(const std::string& path) {
     std::vector<uint8_t> body;
     for (int i = 0; i < kChunks; ++i) {
         const uint32_t size = 1 + uint32_t(i % 31);
-        put32(body, i == kChunks - 1 ? qz::fourcc("last") : qz::fourcc("junk"));
+        put32(body, i == kChunks - 1 ? qz::base::fourcc("last") : qz::base::fourcc("junk"));
         put32(body, size);
         body.insert(body.end(), size + (size & 1), uint8_t(i));
     }
     std::vector<uint8_t> file;
-    put32(file, qz::fourcc("RIFF"));
+    put32(file, qz::base::fourcc("RIFF"));
     put32(file, uint32_t(body.size() + 4));
-    put32(file, qz::fourcc("WAVE"));
+    put32(file, qz::base::fourcc("WAVE"));
     file.insert(file.end(), body.begin(), body.end());
     FILE* f = std::fopen(path.c_str(), "wb");
     std::fwrite(file.data(), 1, file.size(), f);
@@ -62,15 +62,15 @@ void make_walk_file(const std::string& path) {
 // A real (not sparse) 256 MiB RIFF: 64 small "junk" chunks, then "data".
 void make_big_file(const std::string& path) {
     std::vector<uint8_t> head;
-    put32(head, qz::fourcc("RIFF"));
+    put32(head, qz::base::fourcc("RIFF"));
     put32(head, uint32_t(kBigBytes - 8));
-    put32(head, qz::fourcc("WAVE"));
+    put32(head, qz::base::fourcc("WAVE"));
     for (int i = 0; i < kJunkChunks; ++i) {
-        put32(head, qz::fourcc("junk"));
+        put32(head, qz::base::fourcc("junk"));
         put32(head, kJunkBody);
         head.insert(head.end(), kJunkBody, uint8_t(i));
     }
-    put32(head, qz::fourcc("data"));
+    put32(head, qz::base::fourcc("data"));
     put32(head, uint32_t(kBigBytes - head.size() - 4));
     FILE* f = std::fopen(path.c_str(), "wb");
     std::fwrite(head.data(), 1, head.size(), f);
@@ -96,7 +96,7 @@ void FindLast_riff(benchmark::State& state) {
     for (auto _ : state) {
         riff_SeekDataStart(h);
         DWORD remaining = budget, size = 0;
-        if (riff_FindChunkHeader(h, qz::fourcc("last"), &size, &remaining) != S_OK)
+        if (riff_FindChunkHeader(h, qz::base::fourcc("last"), &size, &remaining) != S_OK)
             state.SkipWithError("not found");
         benchmark::DoNotOptimize(size);
     }
@@ -115,7 +115,7 @@ void FindLast_pread(benchmark::State& state) {
                 break;
             }
             size = qz::base::load_le32(header + 4);
-            if (qz::base::load_le32(header) == qz::fourcc("last")) break;
+            if (qz::base::load_le32(header) == qz::base::fourcc("last")) break;
             at += 8 + size + (size & 1);
         }
         benchmark::DoNotOptimize(size);
@@ -127,7 +127,7 @@ void Delete_riff(benchmark::State& state) {
     const HANDLE h = open_handle(g_big_path);
     for (auto _ : state) {
         DWORD removed = 0;
-        if (riff_DeleteChunk(h, qz::fourcc("junk"), &removed, FALSE) != S_OK)
+        if (riff_DeleteChunk(h, qz::base::fourcc("junk"), &removed, FALSE) != S_OK)
             state.SkipWithError("delete failed");
     }
     state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(kBigBytes));

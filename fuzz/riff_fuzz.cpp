@@ -50,8 +50,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (h == INVALID_HANDLE_VALUE) return 0;
 
     DWORD found = 0, remaining = 0, count = 0;
-    riff_FindChunkHeaderInRIFF(h, qz::fourcc("data"), &found, &remaining);
-    if (SUCCEEDED(riff_FindListChunkFromStart(h, qz::fourcc("INFO"), &found)))
+    riff_FindChunkHeaderInRIFF(h, qz::base::fourcc("data"), &found, &remaining);
+    if (SUCCEEDED(riff_FindListChunkFromStart(h, qz::base::fourcc("INFO"), &found)))
         read_entries(h, found);
     riff_SeekDataStart(h);
     riff_GetNumListEntries(h, &count, nullptr);
@@ -61,8 +61,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     riff_RestoreLocation(h, 0);
     QZRIFFCDDA record{};
     riff_ReadRIFFCDDA(h, &record);
-    riff_DeleteChunk(h, qz::fourcc("INFO"), &found, TRUE);
-    riff_DeleteChunk(h, qz::fourcc("fmt "), &found, FALSE);
+    riff_DeleteChunk(h, qz::base::fourcc("INFO"), &found, TRUE);
+    riff_DeleteChunk(h, qz::base::fourcc("fmt "), &found, FALSE);
     riff_GetFileSize(h, &found);
     CloseHandle(h);
     return 0;

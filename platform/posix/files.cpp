@@ -213,7 +213,8 @@ HANDLE open_file(const std::string& path, DWORD rights, DWORD share, DWORD dispo
         } else if (flags & FILE_FLAG_RANDOM_ACCESS) {
             ::posix_fadvise(opened.fd, 0, 0, POSIX_FADV_RANDOM);
         }
-        const bool seekable = ::lseek(opened.fd, 0, SEEK_CUR) >= 0;
+        // Regular files always seek; anything else is asked once.
+        const bool seekable = S_ISREG(st.st_mode) || ::lseek(opened.fd, 0, SEEK_CUR) >= 0;
         try {
             object = std::make_shared<FileObject>(opened.fd, rights, share, identity, seekable);
         } catch (const std::bad_alloc&) {
