@@ -96,9 +96,10 @@ private:
 static_assert(chunks::ChunkSource<FileSource>);
 
 /*
- * Reads the file header at the position: id, size and form type, one
- * 4-byte read each. QZE_FILE_READ when short, QZE_NO_RIFF_HEADER when the
- * id is not "RIFF"; *riff_size is the size field as stored.
+ * Reads the file header at the position: id, size and form type, in one
+ * read. QZE_FILE_READ when short, QZE_NO_RIFF_HEADER when the id is not
+ * "RIFF" (the position is then 4 bytes on, after the id); *riff_size is
+ * the size field as stored.
  */
 HRESULT read_file_header(FileSource& file, DWORD* riff_size, DWORD* form_type);
 

@@ -5,17 +5,20 @@
 namespace qz::riff {
 
 HRESULT read_file_header(FileSource& file, DWORD* riff_size, DWORD* form_type) {
-    DWORD id = 0;
-    if (!file.read_u32(&id)) return QZE_FILE_READ;
-    // Checked before the other fields are read, so a short file that is
-    // not RIFF is still told apart from one that is cut short.
-    if (id != kRiffId) return QZE_NO_RIFF_HEADER;
-    DWORD size = 0;
-    DWORD form = 0;
-    if (!file.read_u32(&size)) return QZE_FILE_READ;
-    if (!file.read_u32(&form)) return QZE_FILE_READ;
-    *riff_size = size;
-    *form_type = form;
+    // One 12-byte read. The outcome and the position afterwards are those
+    // of reading the id first and stopping when it is not "RIFF": a file
+    // that is not RIFF is told apart from one cut short, and is left just
+    // after its first four bytes.
+    unsigned char header[kFileHeaderBytes];
+    DWORD got = 0;
+    if (!file.read_some(header, sizeof header, &got) || got < 4) return QZE_FILE_READ;
+    if (base::load_le32(header) != kRiffId) {
+        file.skip(int64_t(4) - int64_t(got));
+        return QZE_NO_RIFF_HEADER;
+    }
+    if (got < kFileHeaderBytes) return QZE_FILE_READ;
+    *riff_size = base::load_le32(header + 4);
+    *form_type = base::load_le32(header + 8);
     return S_OK;
 }
 

@@ -83,24 +83,23 @@ TEST(RiffHeaders, ReadFileIdReportsTheBudgetAfterTheFormType) {
         Bytes bytes;
         HRESULT expected;
         DWORD remaining;
+        DWORD position;  // after the call
     } cases[] = {
-        {riff("WAVE", pattern(10)), S_OK, 10},
-        {riff("CDDA", {}), S_OK, 0},
-        {header("RIFF", 2) + text("WAVE"), S_OK, 0xFFFFFFFE},  // a size below 4 wraps
-        {header("RIFX", 4) + text("WAVE"), QZE_NO_RIFF_HEADER, 0},
-        {text("RIFX"), QZE_NO_RIFF_HEADER, 0},  // the id is judged before the rest is read
-        {header("RIFF", 4) + text("WA"), QZE_FILE_READ, 0},
+        {riff("WAVE", pattern(10)), S_OK, 10, 12},
+        {riff("CDDA", {}), S_OK, 0, 12},
+        {header("RIFF", 2) + text("WAVE"), S_OK, 0xFFFFFFFE, 12},  // a size below 4 wraps
+        // The id is judged first: a file that is not RIFF is left after it.
+        {header("RIFX", 4) + text("WAVE"), QZE_NO_RIFF_HEADER, 0, 4},
+        {text("RIFX"), QZE_NO_RIFF_HEADER, 0, 4},
+        {header("RIFF", 4) + text("WA"), QZE_FILE_READ, 0, 10},
+        {text("RI"), QZE_FILE_READ, 0, 2},
     };
     for (const Case& c : cases) {
         TempFile f(c.bytes);
         DWORD remaining = 0x55, form = 0x55;
         EXPECT_EQ(riff_ReadFileID(f.handle(), &remaining, &form), c.expected);
-        if (c.expected == S_OK) {
-            EXPECT_EQ(remaining, c.remaining);
-            EXPECT_EQ(f.position(), 12u);
-        } else {
-            EXPECT_EQ(remaining, 0x55u);
-        }
+        EXPECT_EQ(f.position(), c.position);
+        EXPECT_EQ(remaining, c.expected == S_OK ? c.remaining : 0x55u);
     }
     TempFile f(riff("WAVE", {}));
     EXPECT_EQ(riff_ReadFileID(f.handle(), nullptr, nullptr), S_OK);
