@@ -7,6 +7,7 @@
 
 #include "kernel/error_internal.h"
 #include "base/format.h"
+#include "base/spin_lock.h"
 #include "win32api.h"
 
 namespace qz::detail {
@@ -35,7 +36,7 @@ struct DetailsRecord {
 
 // The owner rule lets other threads add lines for the same error, so the
 // record is locked even though it is meant for one thread at a time.
-std::mutex g_lock;
+constinit qz::base::SpinLock g_lock;
 DetailsRecord g_record;
 
 size_t length_of(const WCHAR* text) {
@@ -55,7 +56,7 @@ bool has_macro_or_conversion(const WCHAR* format) {
 }
 
 HRESULT add_line(HRESULT code, LPCWSTR format, va_list args) {
-    std::lock_guard<std::mutex> guard(g_lock);
+    std::lock_guard<qz::base::SpinLock> guard(g_lock);
     DetailsRecord& d = g_record;
     const DWORD me = GetCurrentThreadId();
     if (d.owner == 0)
@@ -85,7 +86,7 @@ HRESULT add_line(HRESULT code, LPCWSTR format, va_list args) {
 }  // namespace
 
 void append_details_for_box(std::basic_string<WCHAR>& box, DWORD flags) {
-    std::lock_guard<std::mutex> guard(g_lock);
+    std::lock_guard<qz::base::SpinLock> guard(g_lock);
     const DetailsRecord& d = g_record;
     if (d.lines > 0 && !(flags & QZERRMB_NODETAILS)) {
         box += QZTEXT("\n\n");
@@ -110,19 +111,19 @@ using qz::detail::g_lock;
 using qz::detail::g_record;
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzErrorHandler_GetLastError(void) {
-    std::lock_guard<std::mutex> guard(g_lock);
+    std::lock_guard<qz::base::SpinLock> guard(g_lock);
     return g_record.last_code;
 }
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzErrorHandler_DetailsInit(void) {
-    std::lock_guard<std::mutex> guard(g_lock);
+    std::lock_guard<qz::base::SpinLock> guard(g_lock);
     std::memset(&g_record, 0, sizeof g_record);
     return S_OK;
 }
 
 QZ_EXTERN_C QZ_API LPCWSTR QZ_STDCALL QzErrorHandler_DetailsInfo(HRESULT* code, int* lines,
                                                                  DWORD* thread) {
-    std::lock_guard<std::mutex> guard(g_lock);
+    std::lock_guard<qz::base::SpinLock> guard(g_lock);
     if (code) *code = g_record.last_code;
     if (lines) *lines = g_record.lines;
     if (thread) *thread = g_record.owner;
@@ -141,7 +142,7 @@ QZ_EXTERN_C QZ_API HRESULT QZ_CDECL QzErrorHandler_DetailsAddString(HRESULT code
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzErrorHandler_DetailsSetHyperlink(LPCWSTR target,
                                                                          LPCWSTR text) {
     if (!target || !text) return E_POINTER;
-    std::lock_guard<std::mutex> guard(g_lock);
+    std::lock_guard<qz::base::SpinLock> guard(g_lock);
     qz::detail::copy_cut(g_record.link_target, qz::detail::kLinkTargetChars, target);
     qz::detail::copy_cut(g_record.link_text, qz::detail::kLinkTextChars, text);
     return S_OK;

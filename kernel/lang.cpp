@@ -9,11 +9,12 @@
 #include <cctype>
 #include <atomic>
 #include <cstring>
+#include <memory>
 #include <mutex>
-#include <new>
 #include <vector>
 
 #include "kernel/lang.h"
+#include "base/guard.h"
 #include "base/spin_lock.h"
 #include "kernel_platform.h"
 #include "qz/qzresult.h"
@@ -232,15 +233,16 @@ using namespace qz::lang;
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzLang_Open(HMODULE module, HQZLANG* lang) {
     if (!lang) return E_POINTER;
     *lang = nullptr;
-    HQZLANG instance = new (std::nothrow) QZLANG__;
-    if (!instance) return E_OUTOFMEMORY;
-    instance->module = module;
-    instance->intl = internationals_from_locale(qz::platform::user_locale_name());
-    instance->language.store(user_language());
-    instance->intl.language = instance->language.load();
-    instance->signature = kLangSignature;
-    *lang = instance;
-    return S_OK;
+    return qz::base::guarded([&] {
+        auto instance = std::make_unique<QZLANG__>();
+        instance->module = module;
+        instance->intl = internationals_from_locale(qz::platform::user_locale_name());
+        instance->language.store(user_language());
+        instance->intl.language = instance->language.load();
+        instance->signature = kLangSignature;
+        *lang = instance.release();
+        return S_OK;
+    });
 }
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzLang_Close(HQZLANG lang) {
@@ -258,9 +260,11 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzLang_SetLanguage(HQZLANG lang, DWORD lan
     HQZLANG instance = resolve(lang);
     if (!is_live(instance)) return E_HANDLE;
     instance->language.store(language);
-    std::lock_guard<std::mutex> lock(instance->mutex);
-    instance->intl.language = language;
-    return S_OK;
+    return qz::base::guarded([&] {
+        std::lock_guard<std::mutex> lock(instance->mutex);
+        instance->intl.language = language;
+        return S_OK;
+    });
 }
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzLang_SetAppName(LPCWSTR name) {
@@ -271,8 +275,9 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzLang_SetAppName(LPCWSTR name) {
     return S_OK;
 }
 
-QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzLang_GetInternationals(HQZLANG lang,
-                                                               QZINTERNATIONALS* out) {
+namespace qz::lang {
+
+HRESULT get_internationals(HQZLANG lang, QZINTERNATIONALS* out) {
     const std::string locale = qz::platform::user_locale_name();
     if (!lang) {
         // No instance: refresh the kernel's cached settings from the user's
@@ -293,19 +298,24 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzLang_GetInternationals(HQZLANG lang,
     return S_OK;
 }
 
+}  // namespace qz::lang
+
+QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzLang_GetInternationals(HQZLANG lang,
+                                                               QZINTERNATIONALS* out) {
+    return qz::base::guarded([&] { return get_internationals(lang, out); });
+}
+
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzLang_AddStrings(HQZLANG lang, const QZLANGSTRING* table,
                                                         int count) {
     if (count < 0 || (count > 0 && !table)) return E_INVALIDARG;
     HQZLANG instance = resolve(lang);
     if (!is_live(instance)) return E_HANDLE;
     if (count == 0) return S_OK;
-    try {
+    return qz::base::guarded([&] {
         std::lock_guard<std::mutex> lock(instance->mutex);
         instance->tables.emplace_back(table, count);
-    } catch (const std::bad_alloc&) {
-        return E_OUTOFMEMORY;
-    }
-    return S_OK;
+        return S_OK;
+    });
 }
 
 QZ_EXTERN_C QZ_API LPCWSTR QZ_STDCALL QzGetString(HQZLANG lang, const QZLOCALTEXT* record) {
@@ -330,7 +340,7 @@ QZ_EXTERN_C QZ_API int QZ_STDCALL QzLoadString(HQZLANG lang, UINT id, LPWSTR buf
     HQZLANG instance = resolve(lang);
     if (!is_live(instance)) return 0;
     const QZLOCALTEXT* record = nullptr;
-    {
+    const bool searched = qz::base::guarded<bool>(false, false, [&] {
         std::lock_guard<std::mutex> lock(instance->mutex);
         for (auto table = instance->tables.rbegin(); table != instance->tables.rend() && !record;
              ++table) {
@@ -341,7 +351,9 @@ QZ_EXTERN_C QZ_API int QZ_STDCALL QzLoadString(HQZLANG lang, UINT id, LPWSTR buf
                 }
             }
         }
-    }
+        return true;
+    });
+    if (!searched) return 0;
     LPCWSTR text = QzGetString(instance, record);
     if (!text) return 0;
     return QzLang_ExpandText(text, buffer, capacity);

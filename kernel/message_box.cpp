@@ -5,6 +5,7 @@
 #include <new>
 #include <string>
 
+#include "base/guard.h"
 #include "base/spin_lock.h"
 #include "kernel_platform.h"
 #include "qz/qzkernel.h"
@@ -64,6 +65,9 @@ QZ_EXTERN_C QZ_API int QZ_STDCALL QzMessageBox(HWND owner, LPCWSTR text, LPCWSTR
     const ShownText shown_caption(caption);
     if (handler.show)
         return handler.show(handler.context, owner, shown_text.get(), shown_caption.get(), style);
-    return qz::platform::show_default_message_box(owner, shown_text.get(), shown_caption.get(),
-                                                  style);
+    // A box that cannot be shown answers 0, as MessageBox does when it fails.
+    return qz::base::guarded<int>(0, 0, [&] {
+        return qz::platform::show_default_message_box(owner, shown_text.get(),
+                                                      shown_caption.get(), style);
+    });
 }
