@@ -64,6 +64,12 @@ TEST_F(QzkInput, PipeGivesTheSameTreeAsTheFile) {
     EXPECT_EQ(info.status, 0);
     EXPECT_NE(info.out.find("\"sample_rate\": 8000, \"channels\": 1"), std::string::npos) << info.out;
     EXPECT_NE(info.out.find("\"data_size\": 6"), std::string::npos) << info.out;
+    // The data header past the head that wavinfo reads first.
+    const std::string far = write("far.wav", riff("WAVE", chunk("fmt ", kFmt) + chunk("JUNK", Bytes(5000, 0)) +
+                                                            chunk("data", Bytes(8, 0))));
+    const Outcome far_info = run(kQzk + " wavinfo --json '" + far + "'");
+    EXPECT_EQ(far_info.status, 0);
+    EXPECT_NE(far_info.out.find("\"data_size\": 8"), std::string::npos) << far_info.out;
 }
 
 TEST_F(QzkInput, FifoWithoutWriterEndsAtOnce) {

@@ -65,6 +65,26 @@ void print_json(const std::string& path, const WaveInfo& w) {
                 duration_seconds(w));
 }
 
+// Most wave files have their format and the data header in the first few
+// hundred bytes; reading that much is far cheaper than mapping the file.
+constexpr DWORD kHeadBytes = 4096;
+
+HRESULT read_from(const InputImage& input, WaveInfo* info) {
+    if (FAILED(input.status())) return input.status();
+    return mriff_GetWfx(&info->format, input.data(), input.size(), &info->data_size);
+}
+
+// Reads the head first; only when the headers may lie past it (the search
+// ran out of bytes) is the whole file loaded.
+HRESULT read_wave_info(const std::string& path, WaveInfo* info) {
+    {
+        const InputImage head(path, kHeadBytes);
+        const HRESULT hr = read_from(head, info);
+        if (!head.is_head() || (hr != QZE_FILE_READ && hr != QZE_NOT_FOUND)) return hr;
+    }
+    return read_from(InputImage(path), info);
+}
+
 }  // namespace
 
 int run_wavinfo(const Args& args) {
@@ -75,10 +95,8 @@ int run_wavinfo(const Args& args) {
         return 2;
     }
     const std::string& path = rest[0];
-    const InputImage input(path);
-    if (FAILED(input.status())) return fail("wavinfo", input.status(), path);
     WaveInfo info;
-    const HRESULT hr = mriff_GetWfx(&info.format, input.data(), input.size(), &info.data_size);
+    const HRESULT hr = read_wave_info(path, &info);
     if (FAILED(hr)) return fail("wavinfo", hr, path);
     if (json)
         print_json(path, info);

@@ -19,14 +19,14 @@ bool can_seek(HANDLE file) {
 
 }  // namespace
 
-InputImage::InputImage(const std::string& path) {
+InputImage::InputImage(const std::string& path, DWORD head) {
     file_ = CreateFileW(utf16(path).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
                         nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file_ == INVALID_HANDLE_VALUE) {
         status_ = QZE_FILE_OPEN;
         return;
     }
-    status_ = can_seek(file_) ? map_file() : read_stream();
+    status_ = can_seek(file_) ? map_file(head) : read_stream();
 }
 
 InputImage::~InputImage() {
@@ -35,9 +35,10 @@ InputImage::~InputImage() {
     if (file_ != INVALID_HANDLE_VALUE) CloseHandle(file_);
 }
 
-HRESULT InputImage::map_file() {
+HRESULT InputImage::map_file(DWORD head) {
     LARGE_INTEGER size{};
     if (!GetFileSizeEx(file_, &size)) return QZE_FILE_READ;
+    if (head > 0 && ULONGLONG(size.QuadPart) > head) return read_head(head);
     if (ULONGLONG(size.QuadPart) > kLargestImage) return QZE_UNSUPPORTED_FORMAT;
     size_ = DWORD(size.QuadPart);
     if (size_ == 0) return S_OK;  // nothing to map; an empty image
@@ -45,6 +46,20 @@ HRESULT InputImage::map_file() {
     if (mapping_) view_ = MapViewOfFile(mapping_, FILE_MAP_READ, 0, 0, 0);
     if (!view_) return QZE_FILE_READ;
     data_ = static_cast<const BYTE*>(view_);
+    return S_OK;
+}
+
+HRESULT InputImage::read_head(DWORD head) {
+    try {
+        buffer_.resize(head);
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
+    DWORD got = 0;
+    if (!ReadFile(file_, buffer_.data(), head, &got, nullptr)) return QZE_FILE_READ;
+    size_ = got;
+    data_ = buffer_.data();
+    is_head_ = true;
     return S_OK;
 }
 

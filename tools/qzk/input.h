@@ -17,8 +17,11 @@ namespace qzk {
 
 class InputImage {
 public:
-    // Opens and loads `path`; status() tells how that went.
-    explicit InputImage(const std::string& path);
+    // Opens and loads `path`; status() tells how that went. With a head
+    // size, a file that can seek and is longer than that loads only its
+    // first `head` bytes (is_head() then says so), for readers that need
+    // just the headers at the front.
+    explicit InputImage(const std::string& path, DWORD head = 0);
     ~InputImage();
     InputImage(const InputImage&) = delete;
     InputImage& operator=(const InputImage&) = delete;
@@ -28,9 +31,11 @@ public:
     HRESULT status() const { return status_; }
     const BYTE* data() const { return data_; }
     DWORD size() const { return size_; }
+    bool is_head() const { return is_head_; }
 
 private:
-    HRESULT map_file();
+    HRESULT map_file(DWORD head);
+    HRESULT read_head(DWORD head);
     HRESULT read_stream();
 
     HANDLE file_ = INVALID_HANDLE_VALUE;
@@ -40,6 +45,7 @@ private:
     const BYTE* data_ = nullptr;
     DWORD size_ = 0;
     HRESULT status_ = S_OK;
+    bool is_head_ = false;
 };
 
 }  // namespace qzk
