@@ -224,6 +224,10 @@ QZ_API HRESULT QZ_STDCALL mriff_WriteWaveHeader(_tMRIFF* m, const _qzwaveformat&
  * start with the image size as the budget. *wfx is cleared and receives
  * min(format size, 18) bytes of the format body; *dataSize (optional)
  * the data chunk's size field. *wfx is not touched when anything fails.
+ * Only the 18 bytes come back, with the tag and cbSize the file has: an
+ * extensible or codec format then claims more than the structure holds
+ * (qz/qzwaveformat.h), so pass such a result on only to calls that read
+ * 18 bytes, and read those formats whole with the record form below.
  */
 QZ_API HRESULT QZ_STDCALL mriff_GetWfx(WAVEFORMATEX* wfx, LPCVOID base, DWORD size,
                                        DWORD* dataSize);
