@@ -207,7 +207,11 @@ QZ_EXTERN_C_END
  * bits (blockAlign (bits / 8) x channels); any other tag the first 18
  * bytes of wfx as they are. The RIFF size is F + dataSize + extraSize +
  * 20, F being the body size, raised to even; extraSize is room the caller
- * keeps for chunks of its own, of which nothing is written.
+ * keeps for chunks of its own, of which nothing is written. The size
+ * never wraps: when it would pass 0xFFFFFFFF (dataSize 0xFFFFFFFF, "length
+ * not known yet", is the usual case) it is written as 0xFFFFFFFF, which
+ * readers of streamed wave files take as running to the end of the file,
+ * and the call still succeeds; dataSize is written as given.
  * QZE_FILE_WRITE when the header or the format did not fit (the data
  * header is written as far as it fits, unchecked); E_POINTER for a null
  * format.
