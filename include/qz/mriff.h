@@ -101,7 +101,11 @@ QZ_API DWORD QZ_STDCALL mriff_UpdateDataSize(_tMRIFF* m, DWORD count);
 QZ_API HRESULT QZ_STDCALL mriff_SaveLocation(_tMRIFF* m, DWORD* offset);
 /* Position = base + offset, clamped; returns S_OK. */
 QZ_API HRESULT QZ_STDCALL mriff_RestoreLocation(_tMRIFF* m, DWORD offset);
-/* Advances by size plus one when odd, clamped; returns that amount (not what fitted). */
+/*
+ * Advances by size plus one when odd, clamped; returns that amount (not
+ * what fitted; its low 32 bits, so 0 for size 0xFFFFFFFF). A null cursor
+ * moves nothing and gives 0.
+ */
 QZ_API DWORD QZ_STDCALL mriff_SkipChunk(_tMRIFF* m, DWORD size);
 /* Position = base + 12 (after the file header), clamped; returns S_OK. */
 QZ_API HRESULT QZ_STDCALL mriff_SeekDataStart(_tMRIFF* m);

@@ -87,6 +87,7 @@ TEST(MriffSeek, SaveRestoreSkipAndDataStart) {
     EXPECT_EQ(img.at(), 8u);
     EXPECT_EQ(mriff_SkipChunk(&img.m, 100), 100u);  // the amount, not what fitted
     EXPECT_EQ(img.at(), 20u);
+    EXPECT_EQ(mriff_SkipChunk(nullptr, 4), 0u);  // no cursor, nothing skipped
     EXPECT_EQ(mriff_SeekDataStart(&img.m), S_OK);
     EXPECT_EQ(img.at(), 12u);
 }
