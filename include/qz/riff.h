@@ -125,7 +125,8 @@ QZ_API HRESULT QZ_STDCALL riff_WriteChunkHeader(HANDLE file, DWORD id, DWORD siz
 /*
  * Writes a whole chunk: header, `size` bytes of `data` and a zero pad byte
  * when size is odd. *written (optional; cleared first) becomes size
- * rounded up to even plus 8. A null `data` with a non-zero size gives
+ * rounded up to even plus 8, held at 0xFFFFFFFF when that does not fit
+ * 32 bits (sizes from 0xFFFFFFF7 on). A null `data` with a non-zero size gives
  * E_INVALIDARG and writes nothing.
  */
 QZ_API HRESULT QZ_STDCALL riff_WriteChunk(HANDLE file, DWORD id, LPCVOID data, DWORD size,
