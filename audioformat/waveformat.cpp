@@ -43,6 +43,19 @@ bool is_subformat_of_tag(const GUID& guid, WORD tag) {
     return is_wave_tag_subformat(guid) && guid.Data1 == tag;
 }
 
+DWORD wfx_held_size(const WAVEFORMATEX& wfx) {
+    switch (wfx.wFormatTag) {
+        case kTagPcm:
+        case kTagFloat:
+            return kWfxSize;
+        case kTagExtensible:
+            return kWfxeSize +
+                   (wfx.cbSize > kExtensibleCbSize ? wfx.cbSize - kExtensibleCbSize : 0);
+        default:
+            return kWfxSize + wfx.cbSize;
+    }
+}
+
 void make_extensible(WAVEFORMATEX* wfx, WORD tag, DWORD channelMask) {
     WAVEFORMATEXTENSIBLE* ext = as_extensible(wfx);
     wfx->wFormatTag = kTagExtensible;

@@ -50,7 +50,9 @@ void copy_foreign(WAVEFORMATEX* dst, UINT room, const _qzwaveformat& rec, DWORD 
     const WORD count = WORD(std::min<long long>(fits, extra));
     // PCM and float structures have their codec bytes written from offset
     // 16, over the cbSize field, which then has the count added to it.
-    // Hosts that read these structures expect exactly this layout.
+    // Hosts that read these structures expect exactly this layout. It
+    // leaves a cbSize that is no length, so the library's readers take
+    // such structures as their 18 bytes only (wfx_held_size).
     const bool linear = dst->wFormatTag == kTagPcm || dst->wFormatTag == kTagFloat;
     const DWORD offset = linear ? kWfxPcmSize : kWfxSize + dst->cbSize;
     std::memcpy(bytes_of(dst) + offset, rec.extra, count);
@@ -158,7 +160,10 @@ QZ_EXTERN_C QZ_API WAVEFORMATEX* QZ_STDCALL QzAudio_AllocAndCopyWfx(const WAVEFO
     const bool keeps_form = dest == QZWFCD_ASSOURCE || (extensible && dest == QZWFCD_EXTENSIBLE) ||
                             (!extensible && (dest == QZWFCD_ASNEEDED || dest == QZWFCD_PLAIN));
     if (keeps_form) {
-        const DWORD total = kWfxSize + wfx->cbSize;
+        // What the structure holds, not 18 + cbSize: PCM and float headers
+        // the library wrote with codec bytes carry no length in cbSize, and
+        // an extensible one is 40 bytes even when cbSize is short.
+        const DWORD total = wfx_held_size(*wfx);
         void* copy = qz::base::alloc_caller_block(total);
         if (copy) std::memcpy(copy, wfx, total);
         return static_cast<WAVEFORMATEX*>(copy);
@@ -229,7 +234,7 @@ const WAVEFORMATEX* _qzwaveformat_wfxplus::wfx() const {
 }
 
 DWORD _qzwaveformat_wfxplus::Size() const {
-    return std::min<DWORD>(kWfxSize + wfx()->cbSize, kRoom);
+    return std::min<DWORD>(wfx_held_size(*wfx()), kRoom);
 }
 
 _qzwaveformat_wfxecopyhelper::_qzwaveformat_wfxecopyhelper(const _qzwaveformat& rec) {

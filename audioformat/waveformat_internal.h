@@ -48,6 +48,18 @@ inline WAVEFORMATEXTENSIBLE* as_extensible(WAVEFORMATEX* wfx) {
 }
 
 /*
+ * What a structure holds, and so all that is ever read of it: 18 bytes for
+ * PCM and float, whose cbSize is no length (codec bytes of those tags are
+ * written over it, see QzAudio_GeneralCopyWfx); the 40 extensible bytes,
+ * plus cbSize - 22 when that is positive, for tag 0xFFFE; 18 + cbSize for
+ * every other tag. Codec bytes start at wfx_extra_offset.
+ */
+DWORD wfx_held_size(const WAVEFORMATEX& wfx);
+inline DWORD wfx_extra_offset(const WAVEFORMATEX& wfx) {
+    return wfx.wFormatTag == kTagExtensible ? kWfxeSize : kWfxSize;
+}
+
+/*
  * Turns the plain structure already written in `wfx` into the extensible
  * form: tag 0xFFFE, cbSize 22, valid bits, mask and the sub-format of
  * `tag`. Rate, channels, block size and byte rate stay as written.

@@ -67,16 +67,12 @@ QZSAMPLETYPE broken_extensible_type(const WAVEFORMATEX& wfx) {
 }
 
 // Keeps the codec bytes of a foreign structure, as many as the record's
-// buffer holds. PCM and float headers carry none worth keeping.
+// buffer holds. PCM and float headers hold none (their cbSize is no
+// length), so a foreign PCM or float record comes without.
 void copy_foreign_extra(_qzwaveformat* rec, const WAVEFORMATEX& wfx) {
-    const bool extensible = wfx.wFormatTag == kTagExtensible;
-    if (!extensible && (wfx.wFormatTag == kTagPcm || wfx.wFormatTag == kTagFloat)) return;
-    DWORD length = wfx.cbSize;
-    const BYTE* source = reinterpret_cast<const BYTE*>(&wfx) + kWfxSize;
-    if (extensible) {
-        length = wfx.cbSize > kExtensibleCbSize ? wfx.cbSize - kExtensibleCbSize : 0;
-        source = reinterpret_cast<const BYTE*>(&wfx) + kWfxeSize;
-    }
+    const DWORD offset = wfx_extra_offset(wfx);
+    const DWORD length = wfx_held_size(wfx) - offset;
+    const BYTE* source = reinterpret_cast<const BYTE*>(&wfx) + offset;
     if (length == 0 || rec->size < kRecordWithExtra) return;
     const DWORD count =
         std::min<DWORD>({length, rec->size - kRecordWithExtra, QZWAVEFORMAT_MAX_EXTRA});
@@ -201,8 +197,11 @@ bool _qzwaveformat::operator==(const WAVEFORMATEX& wfx) const {
     // 16-bit arithmetic on purpose: a short extensible header wraps to a
     // length no record can have.
     const WORD wfx_extra = extensible ? WORD(wfx.cbSize - kExtensibleCbSize) : wfx.cbSize;
-    const BYTE* wfx_bytes =
-        reinterpret_cast<const BYTE*>(&wfx) + (extensible ? kWfxeSize : kWfxSize);
     const WORD extra_size = record_extra_size(*this);
-    return extra_size == wfx_extra && std::memcmp(extra, wfx_bytes, extra_size) == 0;
+    if (extra_size != wfx_extra) return false;
+    // A PCM or float structure holds no codec bytes, whatever its cbSize
+    // says, so a record that has some cannot be shown equal to one.
+    const DWORD offset = wfx_extra_offset(wfx);
+    if (extra_size > wfx_held_size(wfx) - offset) return false;
+    return std::memcmp(extra, reinterpret_cast<const BYTE*>(&wfx) + offset, extra_size) == 0;
 }

@@ -151,8 +151,9 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL mriff_RestoreLocation(_tMRIFF* m, DWORD of
 }
 
 QZ_EXTERN_C QZ_API DWORD QZ_STDCALL mriff_SkipChunk(_tMRIFF* m, DWORD size) {
+    if (!m) return 0;
     const uint64_t body = qz::chunks::padded(size);
-    if (m) MemorySource(*m).skip(int64_t(body));
+    MemorySource(*m).skip(int64_t(body));
     return DWORD(body);
 }
 

@@ -1,5 +1,6 @@
 // mriff_*: wave headers written into and format chunks read from an image.
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 #include "chunkfiles/mriff_io.h"
@@ -39,6 +40,17 @@ DWORD encode_format_body(const WAVEFORMATEX& wfx, BYTE (&body)[kWfxBytes]) {
     qz::base::store_le16(body + 14, wfx.wBitsPerSample);
     qz::base::store_le16(body + 16, wfx.cbSize);
     return kWfxBytes;
+}
+
+// The RIFF size of a wave header: format body, samples, the caller's room
+// and the headers, raised to even. A recorder that streams writes data
+// size 0xFFFFFFFF while the length is not known yet, so a sum that does
+// not fit 32 bits (or whose pad would not) is held at 0xFFFFFFFF, which
+// readers of streamed files take as "to the end of the file".
+DWORD riff_size_for(DWORD body_size, DWORD data_size, DWORD extra_size) {
+    uint64_t size = uint64_t(body_size) + data_size + extra_size + kWaveOverhead;
+    size += size & 1;
+    return size > 0xFFFFFFFFu ? 0xFFFFFFFFu : DWORD(size);
 }
 
 // The 18 bytes of a format body, field by field.
@@ -118,8 +130,7 @@ QZ_API HRESULT QZ_STDCALL mriff_WriteWaveHeader(_tMRIFF* m, const WAVEFORMATEX* 
     if (!m || !wfx) return E_POINTER;
     BYTE body[kWfxBytes] = {};
     const DWORD body_size = encode_format_body(*wfx, body);
-    DWORD riff_size = body_size + dataSize + extraSize + kWaveOverhead;
-    riff_size += riff_size & 1;
+    const DWORD riff_size = riff_size_for(body_size, dataSize, extraSize);
 
     HRESULT hr = mriff_WriteChunkHeader(m, kRiffId, riff_size);
     if (SUCCEEDED(hr) && !MemorySource(*m).write_u32(kWaveForm)) hr = QZE_FILE_WRITE;

@@ -21,15 +21,19 @@ struct Span {
 /*
  * Finds the chunk (or list) to remove among the top-level chunks and
  * measures it: from its header to the end of its pad byte. A chunk that
- * claims more than the file holds is refused before anything moves; a
- * last chunk that lacks only its pad byte is removed up to the end of the
- * file.
+ * claims more than the file holds, or more than the RIFF size covers, is
+ * refused before anything moves: removing it would take bytes that are
+ * not the RIFF's and lower its size below zero. A last chunk that lacks
+ * only its pad byte is removed up to the end of the file.
  */
 HRESULT locate(FileSource& file, DWORD id_or_type, bool is_list, Span* span) {
     DWORD left = 0;
     DWORD form = 0;
     HRESULT hr = rewind_to_top_level(file, &left, &form);
     if (FAILED(hr)) return hr;
+    // The budget is the RIFF size less the form type, in 32 bits, so this
+    // gives the size field back exactly even when it was below 4.
+    const uint64_t riff_end = uint64_t(DWORD(left + 4)) + qz::chunks::kChunkHeaderBytes;
     DWORD size = 0;
     hr = is_list ? qz::chunks::find_list<RiffLayout>(file, id_or_type, &size, &left)
                  : qz::chunks::find_chunk<RiffLayout>(file, id_or_type, &size, &left);
@@ -38,7 +42,8 @@ HRESULT locate(FileSource& file, DWORD id_or_type, bool is_list, Span* span) {
     uint64_t body_start = 0;
     uint64_t file_length = 0;
     if (!file.tell(&body_start) || !file.length(&file_length)) return QZE_FILE_READ;
-    if (body_start + size > file_length) return QZE_CORRUPT_OR_UNKNOWN;
+    if (body_start + size > file_length || body_start + size > riff_end)
+        return QZE_CORRUPT_OR_UNKNOWN;
     span->start = body_start - header;
     span->length = qz::chunks::padded(size) + header;
     if (span->start + span->length > file_length) span->length = file_length - span->start;

@@ -1,4 +1,6 @@
 // riff_*: writing headers and chunks, and keeping the RIFF size current.
+#include <algorithm>
+
 #include "chunkfiles/riff_io.h"
 #include "qz/riff.h"
 
@@ -42,7 +44,10 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_WriteChunk(HANDLE file, DWORD id, LPC
     if (FAILED(hr)) return hr;
     if (size && !sink.write(data, size)) return QZE_FILE_WRITE;
     if ((size & 1) && !sink.write(&kPad, 1)) return QZE_FILE_WRITE;
-    if (written) *written = DWORD(qz::chunks::padded(size) + qz::chunks::kChunkHeaderBytes);
+    // From 0xFFFFFFF7 bytes on, header and pad take the count past 32 bits;
+    // it is held at the top rather than wrapped to a few bytes.
+    const uint64_t on_disk = qz::chunks::padded(size) + qz::chunks::kChunkHeaderBytes;
+    if (written) *written = DWORD(std::min<uint64_t>(on_disk, 0xFFFFFFFFu));
     return S_OK;
 }
 

@@ -101,7 +101,11 @@ QZ_API DWORD QZ_STDCALL mriff_UpdateDataSize(_tMRIFF* m, DWORD count);
 QZ_API HRESULT QZ_STDCALL mriff_SaveLocation(_tMRIFF* m, DWORD* offset);
 /* Position = base + offset, clamped; returns S_OK. */
 QZ_API HRESULT QZ_STDCALL mriff_RestoreLocation(_tMRIFF* m, DWORD offset);
-/* Advances by size plus one when odd, clamped; returns that amount (not what fitted). */
+/*
+ * Advances by size plus one when odd, clamped; returns that amount (not
+ * what fitted; its low 32 bits, so 0 for size 0xFFFFFFFF). A null cursor
+ * moves nothing and gives 0.
+ */
 QZ_API DWORD QZ_STDCALL mriff_SkipChunk(_tMRIFF* m, DWORD size);
 /* Position = base + 12 (after the file header), clamped; returns S_OK. */
 QZ_API HRESULT QZ_STDCALL mriff_SeekDataStart(_tMRIFF* m);
@@ -207,7 +211,11 @@ QZ_EXTERN_C_END
  * bits (blockAlign (bits / 8) x channels); any other tag the first 18
  * bytes of wfx as they are. The RIFF size is F + dataSize + extraSize +
  * 20, F being the body size, raised to even; extraSize is room the caller
- * keeps for chunks of its own, of which nothing is written.
+ * keeps for chunks of its own, of which nothing is written. The size
+ * never wraps: when it would pass 0xFFFFFFFF (dataSize 0xFFFFFFFF, "length
+ * not known yet", is the usual case) it is written as 0xFFFFFFFF, which
+ * readers of streamed wave files take as running to the end of the file,
+ * and the call still succeeds; dataSize is written as given.
  * QZE_FILE_WRITE when the header or the format did not fit (the data
  * header is written as far as it fits, unchecked); E_POINTER for a null
  * format.
@@ -224,6 +232,10 @@ QZ_API HRESULT QZ_STDCALL mriff_WriteWaveHeader(_tMRIFF* m, const _qzwaveformat&
  * start with the image size as the budget. *wfx is cleared and receives
  * min(format size, 18) bytes of the format body; *dataSize (optional)
  * the data chunk's size field. *wfx is not touched when anything fails.
+ * Only the 18 bytes come back, with the tag and cbSize the file has: an
+ * extensible or codec format then claims more than the structure holds
+ * (qz/qzwaveformat.h), so pass such a result on only to calls that read
+ * 18 bytes, and read those formats whole with the record form below.
  */
 QZ_API HRESULT QZ_STDCALL mriff_GetWfx(WAVEFORMATEX* wfx, LPCVOID base, DWORD size,
                                        DWORD* dataSize);

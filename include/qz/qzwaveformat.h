@@ -14,9 +14,18 @@
  * short. Null record or structure pointers make the calls do nothing and
  * return the neutral value they name.
  *
- * Structures passed in must hold 18 + cbSize bytes; one whose tag is
- * WAVE_FORMAT_EXTENSIBLE must hold the 40 extensible bytes whatever its
- * cbSize says.
+ * What a WAVEFORMATEX holds. No call reads a byte of a structure past
+ * these, and every structure the library writes holds at least these:
+ *  - WAVE_FORMAT_PCM (1) and WAVE_FORMAT_IEEE_FLOAT (3): the 18 bytes,
+ *    whatever cbSize says. For these two tags cbSize is no length: when a
+ *    foreign record of either tag is written out, its codec bytes go from
+ *    offset 16, over cbSize, and their count is added to the value they
+ *    leave there (the layout hosts expect). Bytes past the 18 are kept in
+ *    the buffer written but never read back, not even by a clone.
+ *  - WAVE_FORMAT_EXTENSIBLE: the 40 extensible bytes whatever cbSize says,
+ *    then cbSize - 22 codec bytes when cbSize is above 22.
+ *  - any other tag: the 18 bytes, then cbSize codec bytes.
+ * A structure passed in must hold as much.
  *
  * This header is C++ only: the record has member functions.
  */
@@ -176,7 +185,7 @@ public:
     /* Writes the record in the form `dest` asks for. */
     const WAVEFORMATEX* Init(const _qzwaveformat& rec, QZWAVEFORMAT_COPY_DEST dest);
     const WAVEFORMATEX* wfx() const;
-    /* 18 + cbSize: the bytes of the structure held. */
+    /* The bytes of the structure held, by the rule at the top (at most kRoom). */
     DWORD Size() const;
     operator const WAVEFORMATEX*() const { return wfx(); }
 
@@ -289,8 +298,10 @@ QZ_API WAVEFORMATEX* QZ_STDCALL QzAudio_AllocAndCopyWfx(const _qzwaveformat* rec
                                                         QZWAVEFORMAT_COPY_DEST dest);
 /*
  * A copy of the structure in global memory as above: cloned byte for byte
- * (18 + cbSize bytes) when `dest` keeps its form (ASSOURCE; EXTENSIBLE of
- * an extensible one; ASNEEDED or PLAIN of a plain one), else re-formed
+ * when `dest` keeps its form (ASSOURCE; EXTENSIBLE of an extensible one;
+ * ASNEEDED or PLAIN of a plain one), as many bytes as the structure holds
+ * by the rule at the top (18 for PCM and float; at least 40 for an
+ * extensible one; else 18 + cbSize), else re-formed
  * through a 128-byte record. Null for a null structure. This form is the
  * plain (extern "C") export; the record forms above are its C++ overloads.
  */

@@ -127,7 +127,8 @@ QZ_API HRESULT QZ_STDCALL riff_WriteChunkHeader(HANDLE file, DWORD id, DWORD siz
 /*
  * Writes a whole chunk: header, `size` bytes of `data` and a zero pad byte
  * when size is odd. *written (optional; cleared first) becomes size
- * rounded up to even plus 8. A null `data` with a non-zero size gives
+ * rounded up to even plus 8, held at 0xFFFFFFFF when that does not fit
+ * 32 bits (sizes from 0xFFFFFFF7 on). A null `data` with a non-zero size gives
  * E_INVALIDARG and writes nothing.
  */
 QZ_API HRESULT QZ_STDCALL riff_WriteChunk(HANDLE file, DWORD id, LPCVOID data, DWORD size,
@@ -302,7 +303,8 @@ QZ_API HRESULT QZ_STDCALL riff_SeekListEntry(HANDLE file, DWORD index, DWORD* re
  * first) becomes the span removed: header, list type, body and pad.
  * Returns the search's failure unchanged (QZE_NOT_FOUND when absent),
  * QZE_CORRUPT_OR_UNKNOWN when the chunk claims more bytes than the file
- * holds (nothing is moved then), QZE_FILE_READ / QZE_FILE_WRITE while
+ * holds or than the RIFF size covers (nothing is moved then, so the size
+ * never drops below zero), QZE_FILE_READ / QZE_FILE_WRITE while
  * moving, otherwise the result of riff_UpdateRIFFSize. When cutting the
  * file fails the RIFF size is still lowered (the file reads as RIFF with
  * stray bytes at its end) and the result is QZE_FILE_WRITE.

@@ -49,6 +49,10 @@ _qzwaveformat record_of(const Wfx& w, DWORD capacity = QZWAVEFORMAT_TEMP_SIZE) {
     return rec;
 }
 
+Bytes prefix_of(const Bytes& b, size_t n) {
+    return Bytes(b.begin(), b.begin() + std::ptrdiff_t(std::min(n, b.size())));
+}
+
 Bytes count_bytes(size_t n, uint8_t first) {
     Bytes b(n);
     for (size_t i = 0; i < n; ++i) b[i] = uint8_t(first + i);
@@ -90,6 +94,25 @@ const Wfx kExt51 = extensible(plain(1, 6, 48000, 24), 1, 0x3F, 24);
 const Wfx kPcm16 = plain(1, 2, 44100, 16);
 const Wfx kExtPcm16 = extensible(kPcm16, 1, 3, 16);
 const Wfx kExt24In32 = extensible(plain(1, 2, 44100, 32), 1, 3, 24);
+
+// Float at 7 bits is foreign; its codec bytes go out over cbSize when the
+// record is written as a plain structure, leaving cbSize 0x1000 + 4.
+Wfx float7_source() {
+    Wfx w = extensible(plain(3, 2, 44100, 7), 3, 3, 7);
+    w.cb = 26;
+    w.extra = {0x00, 0x10, 0x01, 0x02};
+    return w;
+}
+const Wfx kFloat7 = float7_source();
+
+// The bytes in a heap block of exactly their size, so that the sanitizer
+// sees any read past them.
+struct ExactWfx {
+    Bytes bytes;
+    explicit ExactWfx(Bytes b) : bytes(std::move(b)) {}
+    const WAVEFORMATEX* wfx() const { return reinterpret_cast<const WAVEFORMATEX*>(bytes.data()); }
+    WAVEFORMATEX* wfx() { return reinterpret_cast<WAVEFORMATEX*>(bytes.data()); }
+};
 
 Wfx with_align(Wfx w, WORD align) {
     w.align = align;
@@ -438,6 +461,12 @@ TEST(WaveFormatEquality, RecordsAgainstRecordsAndStructures) {
     EXPECT_TRUE(pcm == other);
     other.channelMask = 0x600;
     EXPECT_FALSE(pcm == other);
+
+    // A float structure holds its 18 bytes whatever cbSize says: a record
+    // with as many codec bytes as that cbSize counts is not compared past
+    // them, and so is not equal.
+    const ExactWfx float18(encode(out_plain(3, 2, 44100, 0, 0, 7, 4)));
+    EXPECT_FALSE(record_of(kFloat7) == *float18.wfx());
 }
 
 // Each source goes through a full-size record, then out into `room` bytes of
@@ -502,6 +531,7 @@ TEST(WaveFormatCopy, EveryKindIntoEveryDestination) {
         // Room for one byte: 0xAB lands in the low byte of cbSize, then + 1.
         {kExtPcm12, PLAIN, 19, out_plain(1, 2, 44100, 176400, 4, 12, 0x00AC)},
         {kExtPcm12, AS_SOURCE, 128, kExtPcm12},
+        {kFloat7, PLAIN, 64, out_plain(3, 2, 44100, 0, 0, 7, 0x1004, {0x01, 0x02})},
     };
     for (size_t i = 0; i < std::size(rows); ++i) {
         const Row& r = rows[i];
@@ -580,15 +610,34 @@ TEST(WaveFormatAlloc, RecordsSizeByDestinationStructuresCloneWhenTheFormStays) {
         EXPECT_EQ(hex(block.p, r.size), hex(want, r.size)) << "row " << i;
     }
     // A structure is cloned while its form stays, even with a bad block size,
-    // and re-formed through a record otherwise.
+    // and re-formed through a record otherwise. The clone takes what the
+    // structure holds: 18 bytes of PCM and float whatever cbSize says, at
+    // least 40 of an extensible one. Each source sits in a block of exactly
+    // that size.
     const Wfx odd_align = with_align(kPcm16, 2);
-    const std::pair<Wfx, QZWAVEFORMAT_COPY_DEST> clones[] = {{kAdpcm, QZWFCD_ASNEEDED},
-                                                             {odd_align, QZWFCD_PLAIN}};
-    for (const auto& [in, dest] : clones) {
-        WfxBuffer b(encode(in));
-        GlobalBlock block(QzAudio_AllocAndCopyWfx(b.wfx(), dest));
-        ASSERT_EQ(block.size(), encode(in).size()) << dest;
-        EXPECT_EQ(hex(block.p, block.size()), hex(encode(in))) << dest;
+    Bytes float7_out(64);  // the float record written plain into 64 bytes
+    QzAudio_GeneralCopyWfx(reinterpret_cast<WAVEFORMATEX*>(float7_out.data()), 64,
+                           record_of(kFloat7), QZWFCD_PLAIN);
+    float7_out.resize(20);  // 18 bytes and the two codec bytes past them
+    struct Clone {
+        Bytes in;
+        QZWAVEFORMAT_COPY_DEST dest;
+        size_t held;
+    };
+    const Clone clones[] = {
+        {encode(kAdpcm), QZWFCD_ASNEEDED, 18 + 32},
+        {encode(odd_align), QZWFCD_PLAIN, 18},
+        {float7_out, QZWFCD_PLAIN, 18},  // cbSize 0x1004
+        {encode(out_plain(1, 2, 44100, 176400, 4, 16, 0xFFFF)), QZWFCD_ASSOURCE, 18},
+        {encode(with_cb(kExtPcm16, 0)), QZWFCD_ASSOURCE, 40},  // short cbSize
+        {encode(kUnknownSub), QZWFCD_EXTENSIBLE, 40 + 4},
+    };
+    for (size_t i = 0; i < std::size(clones); ++i) {
+        const Clone& c = clones[i];
+        ExactWfx b(c.in);
+        GlobalBlock block(QzAudio_AllocAndCopyWfx(b.wfx(), c.dest));
+        ASSERT_EQ(block.size(), c.held) << "clone " << i;
+        EXPECT_EQ(hex(block.p, block.size()), hex(prefix_of(c.in, c.held))) << "clone " << i;
     }
     WfxBuffer b(encode(odd_align));
     GlobalBlock reformed(QzAudio_AllocAndCopyWfx(b.wfx(), QZWFCD_EXTENSIBLE));

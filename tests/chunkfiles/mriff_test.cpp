@@ -87,6 +87,7 @@ TEST(MriffSeek, SaveRestoreSkipAndDataStart) {
     EXPECT_EQ(img.at(), 8u);
     EXPECT_EQ(mriff_SkipChunk(&img.m, 100), 100u);  // the amount, not what fitted
     EXPECT_EQ(img.at(), 20u);
+    EXPECT_EQ(mriff_SkipChunk(nullptr, 4), 0u);  // no cursor, nothing skipped
     EXPECT_EQ(mriff_SeekDataStart(&img.m), S_OK);
     EXPECT_EQ(img.at(), 12u);
 }
@@ -419,6 +420,17 @@ TEST(MriffWaveHeader, WritesTheCanonicalHeader) {
         {"odd total raised to even", stale, 1001, 0, wave_header_bytes(1038, pcm_body, 1001)},
         {"float keeps 18 bytes", f32, 0, 0, wave_header_bytes(38, encode(f32), 0)},
         {"adpcm 18 bytes as given", adpcm, 4, 3, wave_header_bytes(46, encode(adpcm), 4)},
+        // The RIFF size never wraps; past 32 bits it is held at 0xFFFFFFFF.
+        {"largest that fits", stale, 0xFFFFFFDA, 0,
+         wave_header_bytes(0xFFFFFFFE, pcm_body, 0xFFFFFFDA)},
+        {"its pad would wrap", stale, 0xFFFFFFDB, 0,
+         wave_header_bytes(0xFFFFFFFF, pcm_body, 0xFFFFFFDB)},
+        {"length not known yet", stale, 0xFFFFFFFF, 0,
+         wave_header_bytes(0xFFFFFFFF, pcm_body, 0xFFFFFFFF)},
+        {"wrapped to 0x10", stale, 0xFFFFFFEB, 0,
+         wave_header_bytes(0xFFFFFFFF, pcm_body, 0xFFFFFFEB)},
+        {"data and room together", f32, 0x80000000, 0x80000000,
+         wave_header_bytes(0xFFFFFFFF, encode(f32), 0x80000000)},
     };
     for (const Row& r : rows) {
         Image img(Bytes(), 64);

@@ -82,6 +82,15 @@ TEST(RiffDelete, FailedSearchesChangeNothing) {
         {header("RIFF", 4 + 12 + 108) + text("WAVE") + chunk("fmt ", pattern(4)) +
              header("data", 100) + pattern(20),
          cc("data"), FALSE, QZE_CORRUPT_OR_UNKNOWN},
+        // So is one past the RIFF size, though the file holds it: removing
+        // 108 bytes from a size of 20 would leave 0xFFFFFFA8.
+        {header("RIFF", 20) + text("WAVE") + chunk("junk", pattern(100)), cc("junk"), FALSE,
+         QZE_CORRUPT_OR_UNKNOWN},
+        {header("RIFF", 4 + 12 + 7) + text("WAVE") + list("INFO", chunk("INAM", pattern(8))),
+         cc("INFO"), TRUE, QZE_CORRUPT_OR_UNKNOWN},
+        // A size below 4 does not even cover the form type.
+        {header("RIFF", 2) + text("WAVE") + chunk("junk", pattern(4)), cc("junk"), FALSE,
+         QZE_CORRUPT_OR_UNKNOWN},
     };
     for (const Case& c : cases) {
         TempFile f(c.bytes);

@@ -1,5 +1,6 @@
 // riff_*: headers, bodies, strings, positions, the searches and CD tracks.
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
 #include <cstring>
 
@@ -121,6 +122,26 @@ TEST(RiffWrite, ChunksArePaddedToEvenAndReportTheirLengthOnDisk) {
         EXPECT_EQ(written, c.reported) << c.size;
         EXPECT_EQ(f.contents(), chunk("abcd", body)) << c.size;
     }
+}
+
+TEST(RiffWrite, LengthsPast32BitsAreHeldAtTheTop) {
+    // Four GiB of body from a mapping no page of which is touched, written
+    // to the null device.
+    const size_t span = size_t(1) << 32;
+    void* body = mmap(nullptr, span, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(body, MAP_FAILED);
+    const HANDLE h = CreateFileW(u"/dev/null", GENERIC_WRITE, FILE_SHARE_WRITE, nullptr,
+                                 OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    ASSERT_NE(h, INVALID_HANDLE_VALUE);
+    const DWORD cases[][2] = {
+        {0xFFFFFFF6, 0xFFFFFFFE}, {0xFFFFFFF7, 0xFFFFFFFF}, {0xFFFFFFFF, 0xFFFFFFFF}};
+    for (const auto& c : cases) {
+        DWORD written = 0;
+        EXPECT_EQ(riff_WriteChunk(h, cc("data"), body, c[0], &written), S_OK) << c[0];
+        EXPECT_EQ(written, c[1]) << c[0];
+    }
+    CloseHandle(h);
+    munmap(body, span);
 }
 
 TEST(RiffWrite, HeadersAreLittleEndianFieldsInFileOrder) {
