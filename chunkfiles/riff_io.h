@@ -95,6 +95,13 @@ private:
 
 static_assert(chunks::ChunkSource<FileSource>);
 
+/* A chunk header: the id, then the size, as two 4-byte writes. */
+inline HRESULT write_chunk_header(FileSource& file, DWORD id, DWORD size) {
+    if (!file.write_u32(id)) return QZE_FILE_WRITE;
+    if (!file.write_u32(size)) return QZE_FILE_WRITE;
+    return S_OK;
+}
+
 /*
  * Reads the file header at the position: id, size and form type, in one
  * read. QZE_FILE_READ when short, QZE_NO_RIFF_HEADER when the id is not

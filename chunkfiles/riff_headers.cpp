@@ -1,22 +1,46 @@
-// riff_*: writing headers and chunks, and keeping the RIFF size current.
-#include <algorithm>
-
+// riff_*: chunk, list and file headers, read and written, and the RIFF size.
 #include "chunkfiles/riff_io.h"
 #include "qz/riff.h"
 
+namespace qz::riff {
+
+HRESULT read_file_header(FileSource& file, DWORD* riff_size, DWORD* form_type) {
+    // One 12-byte read. The outcome and the position afterwards are those
+    // of reading the id first and stopping when it is not "RIFF": a file
+    // that is not RIFF is told apart from one cut short, and is left just
+    // after its first four bytes.
+    unsigned char header[kFileHeaderBytes];
+    DWORD got = 0;
+    if (!file.read_some(header, sizeof header, &got) || got < 4) return QZE_FILE_READ;
+    if (base::load_le32(header) != kRiffId) {
+        file.skip(int64_t(4) - int64_t(got));
+        return QZE_NO_RIFF_HEADER;
+    }
+    if (got < kFileHeaderBytes) return QZE_FILE_READ;
+    *riff_size = base::load_le32(header + 4);
+    *form_type = base::load_le32(header + 8);
+    return S_OK;
+}
+
+HRESULT rewind_to_top_level(FileSource& file, DWORD* remaining, DWORD* form_type) {
+    if (!file.seek_to(uint64_t(0))) return QZE_FILE_READ;
+    DWORD riff_size = 0;
+    const HRESULT hr = read_file_header(file, &riff_size, form_type);
+    if (FAILED(hr)) return hr;
+    // The size counts the form type; the walk's budget starts after it.
+    *remaining = riff_size - 4;
+    return S_OK;
+}
+
+}  // namespace qz::riff
+
 using namespace qz::riff;
+using qz::chunks::RiffLayout;
 
 namespace {
 
 /* The RIFF size may grow up to this; at it, size plus header would be 4 GiB. */
 constexpr int64_t kRiffSizeLimit = 0xFFFFFFF8;
-constexpr uint8_t kPad = 0;
-
-HRESULT write_header(FileSource& file, DWORD id, DWORD size) {
-    if (!file.write_u32(id)) return QZE_FILE_WRITE;
-    if (!file.write_u32(size)) return QZE_FILE_WRITE;
-    return S_OK;
-}
 
 /*
  * Cuts the file back to the extent `riff_size` gives it, for a size update
@@ -30,31 +54,44 @@ HRESULT cut_back(FileSource& file, DWORD riff_size) {
 
 }  // namespace
 
-QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_WriteChunkHeader(HANDLE file, DWORD id, DWORD size) {
-    FileSource sink(file);
-    return write_header(sink, id, size);
+QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_ValidateChunkHeader(DWORD /*id*/, LONG size) {
+    if (size < 0) return QZE_MISALIGNED_CHUNK;
+    if (size == 0) return QZE_ZERO_LENGTH_CHUNK;
+    return S_OK;
 }
 
-QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_WriteChunk(HANDLE file, DWORD id, LPCVOID data,
-                                                      DWORD size, DWORD* written) {
-    if (written) *written = 0;
-    if (!data && size) return E_INVALIDARG;
-    FileSource sink(file);
-    HRESULT hr = write_header(sink, id, size);
+QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_ReadChunkHeader(HANDLE file, DWORD* id, DWORD* size) {
+    FileSource source(file);
+    return qz::chunks::read_chunk_header<RiffLayout>(source, id, size);
+}
+
+QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_ReadListHeader(HANDLE file, DWORD* list_type,
+                                                          DWORD* size) {
+    FileSource source(file);
+    return qz::chunks::read_list_header<RiffLayout>(source, list_type, size);
+}
+
+QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_ReadFileID(HANDLE file, DWORD* remaining,
+                                                      DWORD* form_type) {
+    FileSource source(file);
+    DWORD riff_size = 0;
+    DWORD form = 0;
+    const HRESULT hr = read_file_header(source, &riff_size, &form);
     if (FAILED(hr)) return hr;
-    if (size && !sink.write(data, size)) return QZE_FILE_WRITE;
-    if ((size & 1) && !sink.write(&kPad, 1)) return QZE_FILE_WRITE;
-    // From 0xFFFFFFF7 bytes on, header and pad take the count past 32 bits;
-    // it is held at the top rather than wrapped to a few bytes.
-    const uint64_t on_disk = qz::chunks::padded(size) + qz::chunks::kChunkHeaderBytes;
-    if (written) *written = DWORD(std::min<uint64_t>(on_disk, 0xFFFFFFFFu));
+    if (remaining) *remaining = riff_size - 4;
+    if (form_type) *form_type = form;
     return S_OK;
+}
+
+QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_WriteChunkHeader(HANDLE file, DWORD id, DWORD size) {
+    FileSource sink(file);
+    return write_chunk_header(sink, id, size);
 }
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_WriteListHeader(HANDLE file, DWORD list_type,
                                                            DWORD size) {
     FileSource sink(file);
-    const HRESULT hr = write_header(sink, kListId, size);
+    const HRESULT hr = write_chunk_header(sink, kListId, size);
     if (FAILED(hr)) return hr;
     return sink.write_u32(list_type) ? S_OK : QZE_FILE_WRITE;
 }

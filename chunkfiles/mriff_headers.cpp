@@ -1,0 +1,65 @@
+// mriff_*: chunk, list and file headers in an image, read and written.
+#include "chunkfiles/mriff_io.h"
+
+using namespace qz::mriff;
+using qz::chunks::RiffLayout;
+
+namespace {
+
+// "LIST" or "RIFF" header, then the type; every part written as far as it fits.
+HRESULT write_typed_header(_tMRIFF* m, DWORD id, DWORD type, DWORD size) {
+    if (!m) return E_POINTER;
+    const HRESULT hr = mriff_WriteChunkHeader(m, id, size);
+    const bool type_fits = MemorySource(*m).write_u32(type);
+    return SUCCEEDED(hr) && type_fits ? S_OK : QZE_FILE_WRITE;
+}
+
+}  // namespace
+
+QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL mriff_WriteChunkHeader(_tMRIFF* m, DWORD id, DWORD size) {
+    if (!m) return E_POINTER;
+    MemorySource image(*m);
+    const bool id_fits = image.write_u32(id);
+    const bool size_fits = image.write_u32(size);
+    return id_fits && size_fits ? S_OK : QZE_FILE_WRITE;
+}
+
+QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL mriff_WriteListHeader(_tMRIFF* m, DWORD listType,
+                                                            DWORD size) {
+    return write_typed_header(m, kListId, listType, size);
+}
+
+QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL mriff_WriteFileID(_tMRIFF* m, DWORD formType, DWORD size) {
+    return write_typed_header(m, kRiffId, formType, size);
+}
+
+QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL mriff_ReadChunkHeader(_tMRIFF* m, DWORD* id, DWORD* size) {
+    if (!m) return E_POINTER;
+    MemorySource image(*m);
+    return qz::chunks::read_chunk_header<RiffLayout>(image, id, size);
+}
+
+QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL mriff_ReadListHeader(_tMRIFF* m, DWORD* listType,
+                                                           DWORD* size) {
+    if (!m) return E_POINTER;
+    MemorySource image(*m);
+    return qz::chunks::read_list_header<RiffLayout>(image, listType, size);
+}
+
+QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL mriff_ReadFileID(_tMRIFF* m, DWORD* remaining,
+                                                       DWORD* formType) {
+    if (!m) return E_POINTER;
+    MemorySource image(*m);
+    DWORD id = 0;
+    DWORD riff_size = 0;
+    // The header read's own result is not looked at: an image cut short in
+    // its header leaves the id at 0, which is reported as not RIFF.
+    qz::chunks::read_header<RiffLayout>(image, &id, &riff_size);
+    if (id != kRiffId) return QZE_NO_RIFF_HEADER;
+    DWORD form = 0;
+    if (!qz::chunks::read_word<RiffLayout>(image, &form)) return QZE_FILE_READ;
+    // The size counts the form type; the top-level budget starts after it.
+    if (remaining) *remaining = riff_size - 4;
+    if (formType) *formType = form;
+    return S_OK;
+}

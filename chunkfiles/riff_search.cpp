@@ -1,0 +1,54 @@
+// riff_*: the chunk and list searches, list counts and steps, through the
+// shared walk.
+#include "chunkfiles/riff_io.h"
+#include "qz/riff.h"
+
+using namespace qz::riff;
+using qz::chunks::RiffLayout;
+
+QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_FindChunkHeader(HANDLE file, DWORD id, DWORD* size,
+                                                           DWORD* remaining) {
+    FileSource source(file);
+    return qz::chunks::find_chunk<RiffLayout>(source, id, size, remaining);
+}
+
+QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_FindChunkHeaderInRIFF(HANDLE file, DWORD id, DWORD* size,
+                                                                 DWORD* remaining) {
+    FileSource source(file);
+    DWORD left = 0;
+    DWORD form = 0;
+    HRESULT hr = rewind_to_top_level(source, &left, &form);
+    if (FAILED(hr)) return hr;
+    hr = qz::chunks::find_chunk<RiffLayout>(source, id, size, &left);
+    if (remaining && hr != QZE_FILE_READ) *remaining = left;
+    return hr;
+}
+
+QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_FindListChunk(HANDLE file, DWORD list_type, DWORD* size,
+                                                         DWORD* remaining) {
+    FileSource source(file);
+    return qz::chunks::find_list<RiffLayout>(source, list_type, size, remaining);
+}
+
+QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_FindListChunkFromStart(HANDLE file, DWORD list_type,
+                                                                  DWORD* size) {
+    FileSource source(file);
+    DWORD left = 0;
+    DWORD form = 0;
+    const HRESULT hr = rewind_to_top_level(source, &left, &form);
+    if (FAILED(hr)) return hr;
+    return qz::chunks::find_list<RiffLayout>(source, list_type, size, &left);
+}
+
+QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_GetNumListEntries(HANDLE file, DWORD* count,
+                                                             DWORD* remaining) {
+    if (!count) return E_INVALIDARG;
+    FileSource source(file);
+    return qz::chunks::count_entries<RiffLayout>(source, count, remaining);
+}
+
+QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_SeekListEntry(HANDLE file, DWORD index,
+                                                         DWORD* remaining) {
+    FileSource source(file);
+    return qz::chunks::seek_entry<RiffLayout>(source, index, remaining);
+}
