@@ -135,6 +135,31 @@ HRESULT read_header(S& source, DWORD* id, DWORD* size) {
     return S_OK;
 }
 
+/* A file header ("RIFF", size, form type) as far as it arrived. */
+struct FileHeader {
+    DWORD arrived = 0;  // bytes read, 0..12
+    DWORD id = 0;       // each field 0 unless all its bytes arrived
+    DWORD size = 0;
+    DWORD form = 0;
+};
+
+/*
+ * Reads a file header in one read from a source that can also copy a
+ * shorter read (`bool read_some(void*, DWORD, DWORD* got)`). Which part of
+ * a short header decides the outcome is each family's own documented
+ * rule, applied to what arrived.
+ */
+template <class Layout, class S>
+FileHeader read_file_header(S& source) {
+    unsigned char bytes[kFileHeaderBytes];
+    FileHeader header;
+    if (!source.read_some(bytes, sizeof bytes, &header.arrived)) header.arrived = 0;
+    if (header.arrived >= 4) header.id = base::load32(bytes, Layout::order);
+    if (header.arrived >= 8) header.size = base::load32(bytes + 4, Layout::order);
+    if (header.arrived >= 12) header.form = base::load32(bytes + 8, Layout::order);
+    return header;
+}
+
 /*
  * A chunk header for a caller: id and size (each output optional) exactly
  * as stored. QZE_FILE_READ on a short read, leaving the outputs alone.
@@ -170,17 +195,17 @@ HRESULT read_list_header(S& source, DWORD* list_type, DWORD* size) {
 }
 
 /*
- * Walks sibling chunks from the position until one has `id`. On success
- * the position is at the first body byte, *size (if given) is the size
- * field as stored, and *remaining (if given) is the budget after the
- * header: it still counts the found body.
+ * Walks sibling chunks from the position until one's id satisfies
+ * `wanted(id)`. On success the position is at the first body byte, *id the
+ * id found, *size (if given) the size field as stored, and *remaining (if
+ * given) the budget after the header: it still counts the found body.
  *
  * QZE_NOT_FOUND when the budget falls below a header (the count reached is
  * stored back, so a caller sees 0..7); QZE_FILE_READ on a short read or a
  * failed skip (the caller's count is then left as it was).
  */
-template <class Layout, ChunkSource S>
-HRESULT find_chunk(S& source, DWORD id, DWORD* size, DWORD* remaining) {
+template <class Layout, ChunkSource S, class Wanted>
+HRESULT find_chunk_where(S& source, Wanted wanted, DWORD* id, DWORD* size, DWORD* remaining) {
     DWORD left = remaining ? *remaining : 0;
     for (;;) {
         if (remaining && left < kChunkHeaderBytes) {
@@ -190,7 +215,8 @@ HRESULT find_chunk(S& source, DWORD id, DWORD* size, DWORD* remaining) {
         DWORD chunk_id = 0;
         DWORD chunk_size = 0;
         if (FAILED(read_header<Layout>(source, &chunk_id, &chunk_size))) return QZE_FILE_READ;
-        if (chunk_id == id) {
+        if (wanted(chunk_id)) {
+            *id = chunk_id;
             if (size) *size = chunk_size;
             if (remaining) *remaining = left - kChunkHeaderBytes;
             return S_OK;
@@ -199,6 +225,26 @@ HRESULT find_chunk(S& source, DWORD id, DWORD* size, DWORD* remaining) {
         if (!source.skip(int64_t(body))) return QZE_FILE_READ;
         left = spend<Layout>(left, kChunkHeaderBytes + int64_t(body));
     }
+}
+
+/* find_chunk_where for one id. */
+template <class Layout, ChunkSource S>
+HRESULT find_chunk(S& source, DWORD id, DWORD* size, DWORD* remaining) {
+    DWORD found = 0;
+    return find_chunk_where<Layout>(source, [id](DWORD chunk_id) { return chunk_id == id; }, &found,
+                                    size, remaining);
+}
+
+/*
+ * Steps from the first body byte of a chunk found by a search to the next
+ * header, taking the body off the budget as the search would have.
+ */
+template <class Layout, ChunkSource S>
+bool pass_found_body(S& source, DWORD size, DWORD* remaining) {
+    const uint64_t body = padded(size);
+    if (!source.skip(int64_t(body))) return false;
+    if (remaining) *remaining = spend<Layout>(*remaining, int64_t(body));
+    return true;
 }
 
 /*

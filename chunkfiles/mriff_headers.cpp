@@ -50,14 +50,10 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL mriff_ReadFileID(_tMRIFF* m, DWORD* remain
                                                        DWORD* formType) {
     if (!m) return E_POINTER;
     MemorySource image(*m);
-    DWORD id = 0;
     DWORD riff_size = 0;
-    // The header read's own result is not looked at: an image cut short in
-    // its header leaves the id at 0, which is reported as not RIFF.
-    qz::chunks::read_header<RiffLayout>(image, &id, &riff_size);
-    if (id != kRiffId) return QZE_NO_RIFF_HEADER;
     DWORD form = 0;
-    if (!qz::chunks::read_word<RiffLayout>(image, &form)) return QZE_FILE_READ;
+    const HRESULT hr = read_file_header(image, &riff_size, &form);
+    if (FAILED(hr)) return hr;
     // The size counts the form type; the top-level budget starts after it.
     if (remaining) *remaining = riff_size - 4;
     if (formType) *formType = form;

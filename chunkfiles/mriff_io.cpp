@@ -26,12 +26,7 @@ MemorySource::MemorySource(_tMRIFF& cursor) : m_(cursor) {
     clamp_pointer(m_.pCurrent, m_.pBase, base, uintptr_t(m_.pDataEnd));
 }
 
-void MemorySource::move_to(int64_t to) {
-    const int64_t clamped = std::clamp<int64_t>(to, 0, data_size());
-    m_.pCurrent = m_.pBase + clamped;
-}
-
-DWORD MemorySource::read_some(void* buffer, DWORD count) {
+DWORD MemorySource::read_short(void* buffer, DWORD count) {
     const DWORD n = std::min<DWORD>(count, DWORD(m_.pDataEnd - m_.pCurrent));
     if (n == 0) return 0;
     std::memcpy(buffer, m_.pCurrent, n);
@@ -53,6 +48,30 @@ bool MemorySource::write_u32(DWORD value) {
     unsigned char bytes[4];
     base::store_le32(bytes, value);
     return write(bytes, sizeof bytes);
+}
+
+_tMRIFF read_cursor(LPCVOID base, DWORD size) {
+    BYTE* bytes = static_cast<BYTE*>(const_cast<LPVOID>(base));
+    _tMRIFF m{};
+    m.pBase = bytes;
+    m.pCurrent = bytes;
+    m.pDataEnd = bytes + size;
+    m.pCapacityEnd = bytes + size;
+    m.dwInitialSize = size;
+    m.dwCapacity = size;
+    return m;
+}
+
+HRESULT read_file_header(MemorySource& image, DWORD* riff_size, DWORD* form_type) {
+    const chunks::FileHeader header = chunks::read_file_header<chunks::RiffLayout>(image);
+    if (header.arrived < 8 || header.id != kRiffId) {
+        if (header.arrived > 8) image.skip(int64_t(8) - int64_t(header.arrived));
+        return QZE_NO_RIFF_HEADER;
+    }
+    if (header.arrived < kFileHeaderBytes) return QZE_FILE_READ;
+    *riff_size = header.size;
+    *form_type = header.form;
+    return S_OK;
 }
 
 }  // namespace qz::mriff

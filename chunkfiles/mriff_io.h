@@ -14,6 +14,7 @@
 #define QZ_CHUNKFILES_MRIFF_IO_H
 
 #include <cstdint>
+#include <cstring>
 
 #include "chunkfiles/chunk_walk.h"
 #include "qz/mriff.h"
@@ -36,10 +37,23 @@ public:
     DWORD offset() const { return DWORD(m_.pCurrent - m_.pBase); }
     DWORD data_size() const { return DWORD(m_.pDataEnd - m_.pBase); }
     /* The position clamped into 0 .. data size. */
-    void move_to(int64_t offset);
+    void move_to(int64_t offset) {
+        m_.pCurrent = m_.pBase + (offset < 0 ? 0 : offset > data_size() ? data_size() : offset);
+    }
 
     /* Copies up to `count` bytes from the position; returns the count copied. */
-    DWORD read_some(void* buffer, DWORD count);
+    DWORD read_some(void* buffer, DWORD count) {
+        // The whole count is the walk's everyday case (a header, a word):
+        // with a count known where this is inlined, the copy is a move.
+        if (DWORD(m_.pDataEnd - m_.pCurrent) < count) return read_short(buffer, count);
+        std::memcpy(buffer, m_.pCurrent, count);
+        m_.pCurrent += count;
+        return count;
+    }
+    bool read_some(void* buffer, DWORD count, DWORD* got) {
+        *got = read_some(buffer, count);
+        return true;
+    }
     /* Copies up to `count` bytes to the position, moving the data end up. */
     DWORD write_some(const void* data, DWORD count);
     bool write(const void* data, DWORD count) { return write_some(data, count) == count; }
@@ -61,10 +75,24 @@ public:
     }
 
 private:
+    DWORD read_short(void* buffer, DWORD count);
+
     _tMRIFF& m_;
 };
 
 static_assert(chunks::ChunkSource<MemorySource>);
+
+/* A cursor over `size` bytes at `base`, for reading; position at the base. */
+_tMRIFF read_cursor(LPCVOID base, DWORD size);
+
+/*
+ * Reads the file header at the position and reports the RIFF size as
+ * stored and the form type. An image cut short within its first 8 bytes
+ * reads as no "RIFF" (QZE_NO_RIFF_HEADER), as does a whole header of
+ * another id (the position is then 8 bytes on, after id and size); a RIFF
+ * header cut short in its form type gives QZE_FILE_READ.
+ */
+HRESULT read_file_header(MemorySource& image, DWORD* riff_size, DWORD* form_type);
 
 }  // namespace qz::mriff
 

@@ -5,20 +5,19 @@
 namespace qz::riff {
 
 HRESULT read_file_header(FileSource& file, DWORD* riff_size, DWORD* form_type) {
-    // One 12-byte read. The outcome and the position afterwards are those
-    // of reading the id first and stopping when it is not "RIFF": a file
-    // that is not RIFF is told apart from one cut short, and is left just
-    // after its first four bytes.
-    unsigned char header[kFileHeaderBytes];
-    DWORD got = 0;
-    if (!file.read_some(header, sizeof header, &got) || got < 4) return QZE_FILE_READ;
-    if (base::load_le32(header) != kRiffId) {
-        file.skip(int64_t(4) - int64_t(got));
+    // One read; the outcome and the position afterwards are those of
+    // reading the id first and stopping when it is not "RIFF": a file that
+    // is not RIFF is told apart from one cut short, and is left just after
+    // its first four bytes.
+    const chunks::FileHeader header = chunks::read_file_header<chunks::RiffLayout>(file);
+    if (header.arrived < 4) return QZE_FILE_READ;
+    if (header.id != kRiffId) {
+        file.skip(int64_t(4) - int64_t(header.arrived));
         return QZE_NO_RIFF_HEADER;
     }
-    if (got < kFileHeaderBytes) return QZE_FILE_READ;
-    *riff_size = base::load_le32(header + 4);
-    *form_type = base::load_le32(header + 8);
+    if (header.arrived < kFileHeaderBytes) return QZE_FILE_READ;
+    *riff_size = header.size;
+    *form_type = header.form;
     return S_OK;
 }
 
