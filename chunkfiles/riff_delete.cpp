@@ -16,6 +16,7 @@ constexpr DWORD kMoveBlockBytes = 4096;
 struct Span {
     uint64_t start = 0;
     uint64_t length = 0;
+    DWORD riff_size = 0;  // the file's RIFF size before the removal
 };
 
 /*
@@ -33,7 +34,8 @@ HRESULT locate(FileSource& file, DWORD id_or_type, bool is_list, Span* span) {
     if (FAILED(hr)) return hr;
     // The budget is the RIFF size less the form type, in 32 bits, so this
     // gives the size field back exactly even when it was below 4.
-    const uint64_t riff_end = uint64_t(DWORD(left + 4)) + qz::chunks::kChunkHeaderBytes;
+    const DWORD riff_size = DWORD(left + 4);
+    const uint64_t riff_end = uint64_t(riff_size) + qz::chunks::kChunkHeaderBytes;
     DWORD size = 0;
     hr = is_list ? qz::chunks::find_list<RiffLayout>(file, id_or_type, &size, &left)
                  : qz::chunks::find_chunk<RiffLayout>(file, id_or_type, &size, &left);
@@ -44,6 +46,7 @@ HRESULT locate(FileSource& file, DWORD id_or_type, bool is_list, Span* span) {
     if (!file.tell(&body_start) || !file.length(&file_length)) return QZE_FILE_READ;
     if (body_start + size > file_length || body_start + size > riff_end)
         return QZE_CORRUPT_OR_UNKNOWN;
+    span->riff_size = riff_size;
     span->start = body_start - header;
     span->length = qz::chunks::padded(size) + header;
     if (span->start + span->length > file_length) span->length = file_length - span->start;
@@ -89,7 +92,11 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_DeleteChunk(HANDLE file, DWORD id_or_
     // data; lowering the RIFF size anyway keeps the file a valid RIFF with
     // stray bytes after it, which every reader skips.
     const bool cut = source.seek_to(end) && source.truncate_here();
-    hr = riff_UpdateRIFFSize(file, -LONGLONG(span.length));
+    // The span lies within the RIFF size (locate checked it), so the new
+    // size cannot fall below zero.
+    const DWORD new_size = span.riff_size - DWORD(span.length);
+    const bool resized = source.seek_to(uint64_t(kRiffSizeOffset)) &&
+                         source.write_u32(new_size) && source.seek_to(end);
     if (removed) *removed = DWORD(span.length);
-    return cut ? hr : QZE_FILE_WRITE;
+    return cut && resized ? S_OK : QZE_FILE_WRITE;
 }
