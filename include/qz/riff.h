@@ -305,9 +305,10 @@ QZ_API HRESULT QZ_STDCALL riff_SeekListEntry(HANDLE file, DWORD index, DWORD* re
  * QZE_CORRUPT_OR_UNKNOWN when the chunk claims more bytes than the file
  * holds or than the RIFF size covers (nothing is moved then, so the size
  * never drops below zero), QZE_FILE_READ / QZE_FILE_WRITE while
- * moving, otherwise the result of riff_UpdateRIFFSize. When cutting the
- * file fails the RIFF size is still lowered (the file reads as RIFF with
- * stray bytes at its end) and the result is QZE_FILE_WRITE.
+ * moving, QZE_FILE_WRITE when the lowered size cannot be written, else
+ * S_OK. When cutting the file fails the RIFF size is still lowered (the
+ * file reads as RIFF with stray bytes at its end) and the result is
+ * QZE_FILE_WRITE.
  */
 QZ_API HRESULT QZ_STDCALL riff_DeleteChunk(HANDLE file, DWORD id_or_type, DWORD* removed,
                                            BOOL is_list);
