@@ -5,7 +5,7 @@
 
 #include "kernel/frame.h"
 #include "kernel/lang.h"
-#include "win32api.h"
+#include "platform/win32api.h"
 
 namespace qz::frame {
 

@@ -5,9 +5,9 @@
 #include <mutex>
 #include <string>
 
-#include "kernel/error_internal.h"
 #include "base/format.h"
-#include "win32api.h"
+#include "kernel/error_internal.h"
+#include "platform/win32api.h"
 
 namespace qz::detail {
 

@@ -10,11 +10,11 @@
 #include <cstring>
 #include <mutex>
 
-#include "diagnostics.h"
-#include "kernel/error_internal.h"
 #include "base/format.h"
+#include "kernel/error_internal.h"
+#include "platform/diagnostics.h"
+#include "platform/win32api.h"
 #include "qz/qzkernel.h"
-#include "win32api.h"
 
 namespace qz::detail {
 

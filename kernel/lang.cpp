@@ -13,11 +13,11 @@
 #include <new>
 #include <vector>
 
-#include "kernel/lang.h"
 #include "base/spin_lock.h"
-#include "kernel_platform.h"
+#include "kernel/lang.h"
+#include "platform/kernel_platform.h"
+#include "platform/win32api.h"
 #include "qz/qzresult.h"
-#include "win32api.h"
 
 struct QZLANG__ {
     DWORD signature = 0;

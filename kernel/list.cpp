@@ -6,7 +6,7 @@
 #include <limits>
 
 #include "kernel/list_internal.h"
-#include "kernel_platform.h"
+#include "platform/kernel_platform.h"
 
 namespace qz::list {
 

@@ -6,8 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "platform/win32api.h"
 #include "qz/qzlist.h"
-#include "win32api.h"
 
 namespace qz::list {
 

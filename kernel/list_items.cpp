@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "kernel/list_internal.h"
-#include "kernel_platform.h"
+#include "platform/kernel_platform.h"
 
 namespace qz::detail {
 

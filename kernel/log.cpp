@@ -4,9 +4,9 @@
 #include <cstdarg>
 #include <string>
 
-#include "diagnostics.h"
 #include "base/format.h"
-#include "win32api.h"
+#include "platform/diagnostics.h"
+#include "platform/win32api.h"
 
 namespace qz::detail {
 

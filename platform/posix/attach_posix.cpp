@@ -5,8 +5,8 @@
 #include <pthread.h>
 
 #include "kernel/frame.h"
-#include "kernel_platform.h"
-#include "win32_internal.h"
+#include "platform/kernel_platform.h"
+#include "platform/posix/win32_internal.h"
 
 namespace {
 

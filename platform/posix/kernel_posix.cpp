@@ -6,10 +6,10 @@
 #include <cstdlib>
 #include <string>
 
-#include "fault_plan.h"
-#include "kernel_platform.h"
+#include "platform/kernel_platform.h"
+#include "platform/posix/fault_plan.h"
+#include "platform/posix/win32_internal.h"
 #include "qz/qzkernel.h"
-#include "win32_internal.h"
 
 namespace qz::platform {
 

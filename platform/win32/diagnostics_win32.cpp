@@ -1,6 +1,6 @@
 // Process facts for the dumps on Windows: readable memory, modules, the
 // thread's stack and an attached debugger.
-#include "diagnostics.h"
+#include "platform/diagnostics.h"
 
 #include <windows.h>
 

@@ -1,7 +1,7 @@
 // The library's entry point on Windows: the loader's process and thread
 // notifications run the frame's sequences.
 #include "kernel/frame.h"
-#include "win32api.h"
+#include "platform/win32api.h"
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
     switch (reason) {

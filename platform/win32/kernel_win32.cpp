@@ -2,8 +2,8 @@
 #include <string>
 
 #include "kernel/frame.h"
-#include "kernel_platform.h"
-#include "win32api.h"
+#include "platform/kernel_platform.h"
+#include "platform/win32api.h"
 
 namespace qz::platform {
 

@@ -12,11 +12,11 @@
 #include <string>
 #include <vector>
 
-#include "diagnostics.h"
 #include "kernel/error_internal.h"
-#include "posix/diagnostics_posix.h"
-#include "support/error_support.h"
-#include "win32api.h"
+#include "platform/diagnostics.h"
+#include "platform/posix/diagnostics_posix.h"
+#include "platform/win32api.h"
+#include "tests/support/error_support.h"
 
 namespace {
 

@@ -8,9 +8,9 @@
 
 #include "kernel/frame.h"
 #include "kernel/lang.h"
+#include "platform/win32api.h"
 #include "qz/qzerror.h"
 #include "qz/qzkernel.h"
-#include "win32api.h"
 
 namespace {
 
