@@ -38,11 +38,23 @@ bool is_readable(const void* address, size_t bytes);
 /* ---- start-up and shut-down ------------------------------------------------ */
 
 /*
- * The window class the kernel registers on its module at load time, unless
- * it is hosted by RunDLL32.exe. POSIX has no window classes and does nothing.
+ * The library's entry sequences. The loader glue (DllMain on Windows, the
+ * load and unload hooks and the thread-exit hook on POSIX) calls them; the
+ * kernel frame defines them, so the platform needs nothing from the frame.
+ * Process attach answers FALSE to refuse the load (Windows only: a POSIX
+ * load cannot be refused).
  */
-void register_kernel_window_class(HMODULE kernel_module);
-void unregister_kernel_window_class(HMODULE kernel_module);
+BOOL on_process_attach(HMODULE kernel_module);
+void on_thread_detach();
+BOOL on_process_detach();
+
+/*
+ * Registers and unregisters a window class on the kernel's module (the
+ * frame's, at load time, unless hosted by RunDLL32.exe). POSIX has no
+ * window classes and does nothing.
+ */
+void register_window_class(HMODULE kernel_module, LPCWSTR class_name);
+void unregister_window_class(HMODULE kernel_module, LPCWSTR class_name);
 
 /* The host runs the Windows 95 line of the operating system. */
 bool is_old_platform();

@@ -77,8 +77,8 @@ bool is_readable(const void* address, size_t bytes) {
 // POSIX has no window classes, cursors or GDI objects, and no display
 // information without a windowing library: those steps do nothing and the
 // frame keeps its defaults.
-void register_kernel_window_class(HMODULE) {}
-void unregister_kernel_window_class(HMODULE) {}
+void register_window_class(HMODULE, LPCWSTR) {}
+void unregister_window_class(HMODULE, LPCWSTR) {}
 bool display_state(BOOL*, DWORD*) {
     return false;
 }

@@ -193,7 +193,7 @@ TEST(FrameAttach, RunDllHostSkipsTheWindowStepsBothWays) {
     ASSERT_TRUE(qz::frame::process_detach(kCountingSteps));
     EXPECT_EQ(g_unregistered, 2);
 
-    ASSERT_TRUE(qz::frame::process_attach(module));  // as loaded
+    ASSERT_TRUE(qz::platform::on_process_attach(module));  // as the loader glue does
     EXPECT_EQ(QzKernel_GetAppKernel(), module);
 }
 
