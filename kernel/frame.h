@@ -5,7 +5,7 @@
 #define QZ_KERNEL_FRAME_H
 
 #include "kernel/settings.h"
-#include "platform/kernel_platform.h"
+#include "platform/platform.h"
 #include "qz/qzkernel.h"
 #include "qz/qzlist.h"
 

@@ -15,7 +15,7 @@
 
 #include "base/spin_lock.h"
 #include "kernel/lang.h"
-#include "platform/kernel_platform.h"
+#include "platform/platform.h"
 #include "platform/win32api.h"
 #include "qz/qzresult.h"
 

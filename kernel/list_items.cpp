@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "kernel/list_internal.h"
-#include "platform/kernel_platform.h"
+#include "platform/platform.h"
 
 namespace qz::detail {
 

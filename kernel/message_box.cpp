@@ -6,7 +6,7 @@
 #include <string>
 
 #include "base/spin_lock.h"
-#include "platform/kernel_platform.h"
+#include "platform/platform.h"
 #include "qz/qzkernel.h"
 #include "qz/qzlang.h"
 

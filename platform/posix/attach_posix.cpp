@@ -2,10 +2,10 @@
 // process-attach sequence, the unload destructor the process-detach
 // sequence, and a thread-specific-data destructor the thread-detach
 // sequence for each thread that asked the kernel for per-thread storage.
-// The sequences themselves are the frame's (kernel_platform.h).
+// The sequences themselves are the frame's (platform.h).
 #include <pthread.h>
 
-#include "platform/kernel_platform.h"
+#include "platform/platform.h"
 #include "platform/posix/win32_internal.h"
 
 namespace {

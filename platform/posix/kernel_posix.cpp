@@ -1,12 +1,9 @@
-// The kernel frame's needs from a POSIX system (see kernel_platform.h).
-#include <fcntl.h>
-#include <unistd.h>
-
+// The kernel frame's needs from a POSIX system (see platform.h).
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
-#include "platform/kernel_platform.h"
+#include "platform/platform.h"
 #include "platform/posix/fault_plan.h"
 #include "platform/posix/win32_internal.h"
 #include "qz/qzkernel.h"
@@ -52,26 +49,6 @@ bool allocation_fault() {
     if (!qz::posix::inject_fault(qz::testing::FaultOp::Alloc, &error)) return false;
     SetLastError(error);
     return true;
-}
-
-bool is_readable(const void* address, size_t bytes) {
-    // The kernel reads the bytes for write(2) and answers EFAULT instead of
-    // faulting; a pipe of our own takes them and gives them back.
-    int fds[2];
-    if (pipe2(fds, O_CLOEXEC | O_NONBLOCK) != 0) return false;
-    bool readable = true;
-    char sink[256];
-    const char* p = static_cast<const char*>(address);
-    while (readable && bytes > 0) {
-        const size_t chunk = bytes < sizeof(sink) ? bytes : sizeof(sink);
-        const ssize_t written = write(fds[1], p, chunk);
-        readable = written > 0 && read(fds[0], sink, size_t(written)) == written;
-        p += chunk;
-        bytes -= chunk;
-    }
-    close(fds[0]);
-    close(fds[1]);
-    return readable;
 }
 
 // POSIX has no window classes, cursors or GDI objects, and no display

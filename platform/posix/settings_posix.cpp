@@ -15,7 +15,7 @@
 #include <string>
 #include <system_error>
 
-#include "platform/kernel_platform.h"
+#include "platform/platform.h"
 #include "platform/posix/win32_internal.h"
 #include "qz/qzresult.h"
 

@@ -1,6 +1,6 @@
 // The library's entry point on Windows: the loader's process and thread
-// notifications run the frame's sequences (kernel_platform.h).
-#include "platform/kernel_platform.h"
+// notifications run the frame's sequences (platform.h).
+#include "platform/platform.h"
 #include "platform/win32api.h"
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {

@@ -1,7 +1,7 @@
-// The kernel frame's needs from Windows (see kernel_platform.h).
+// The kernel frame's needs from Windows (see platform.h).
 #include <string>
 
-#include "platform/kernel_platform.h"
+#include "platform/platform.h"
 #include "platform/win32api.h"
 
 namespace qz::platform {
@@ -31,10 +31,6 @@ int show_default_message_box(HWND owner, LPCWSTR text, LPCWSTR caption, UINT sty
 
 bool allocation_fault() {
     return false;
-}
-
-bool is_readable(const void* address, size_t bytes) {
-    return !IsBadReadPtr(address, bytes);
 }
 
 void register_window_class(HMODULE kernel_module, LPCWSTR class_name) {

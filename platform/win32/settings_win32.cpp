@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/kernel_platform.h"
+#include "platform/platform.h"
 #include "platform/win32api.h"
 #include "qz/qzresult.h"
 
