@@ -31,12 +31,6 @@ std::string user_locale_name();
  */
 int show_default_message_box(HWND owner, LPCWSTR text, LPCWSTR caption, UINT style);
 
-/*
- * True when the test fault plan fails this allocation of the kernel's
- * standard allocator (POSIX test builds); always false on Windows.
- */
-bool allocation_fault();
-
 /* ---- memory and process facts -------------------------------------------------- */
 
 /*

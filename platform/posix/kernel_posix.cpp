@@ -4,7 +4,6 @@
 #include <string>
 
 #include "platform/platform.h"
-#include "platform/posix/fault_plan.h"
 #include "platform/posix/win32_internal.h"
 #include "qz/qzkernel.h"
 
@@ -42,13 +41,6 @@ int show_default_message_box(HWND, LPCWSTR text, LPCWSTR caption, UINT) {
     else
         std::fprintf(stderr, "%s: %s\n", caption8.c_str(), text8.c_str());
     return IDOK;
-}
-
-bool allocation_fault() {
-    DWORD error = 0;
-    if (!qz::posix::inject_fault(qz::testing::FaultOp::Alloc, &error)) return false;
-    SetLastError(error);
-    return true;
 }
 
 // POSIX has no window classes, cursors or GDI objects, and no display

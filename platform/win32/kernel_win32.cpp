@@ -29,10 +29,6 @@ int show_default_message_box(HWND owner, LPCWSTR text, LPCWSTR caption, UINT sty
     return MessageBoxW(owner, text, caption, style);
 }
 
-bool allocation_fault() {
-    return false;
-}
-
 void register_window_class(HMODULE kernel_module, LPCWSTR class_name) {
     WNDCLASSEXW window_class = {};
     window_class.cbSize = sizeof(window_class);
