@@ -118,7 +118,8 @@ void read_bytes(uintptr_t at, int n, BYTE* bytes, bool* readable) {
         for (int i = 0; i < n; ++i) readable[i] = true;
         return;
     }
-    for (int i = 0; i < n; ++i) readable[i] = platform::read_memory(as_pointer(at + i), &bytes[i], 1);
+    for (int i = 0; i < n; ++i)
+        readable[i] = platform::read_memory(as_pointer(at + i), &bytes[i], 1);
 }
 
 void hex_lines(Out& out, uintptr_t at, int count) {
