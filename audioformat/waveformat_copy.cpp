@@ -5,8 +5,8 @@
 #include <new>
 
 #include "audioformat/waveformat_internal.h"
-#include "win32api.h"
 #include "base/caller_memory.h"
+#include "platform/win32api.h"
 
 using namespace qz::detail;
 

@@ -6,8 +6,8 @@
 #ifndef QZ_BASE_CALLER_MEMORY_H
 #define QZ_BASE_CALLER_MEMORY_H
 
+#include "platform/win32api.h"
 #include "qz/qzresult.h"
-#include "win32api.h"
 
 namespace qz::base {
 

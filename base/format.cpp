@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <type_traits>
 
-#include "win32api.h"
+#include "platform/win32api.h"
 
 namespace qz::base {
 

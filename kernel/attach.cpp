@@ -1,11 +1,12 @@
 // The library entry sequences that DllMain (Windows) and the load hooks
-// (POSIX) run: process attach and detach, thread detach, and the
-// per-thread table behind per-thread storage.
+// (POSIX) run, through the entry hooks defined at the end of this file:
+// process attach and detach, thread detach, and the per-thread table
+// behind per-thread storage.
 #include <cstring>
 
 #include "kernel/frame.h"
 #include "kernel/lang.h"
-#include "win32api.h"
+#include "platform/win32api.h"
 
 namespace qz::frame {
 
@@ -60,10 +61,10 @@ void open_kernel_settings() {
 }
 
 void register_class(HMODULE module) {
-    qz::platform::register_kernel_window_class(module);
+    qz::platform::register_window_class(module, kWindowClassName);
 }
 void unregister_class(HMODULE module) {
-    qz::platform::unregister_kernel_window_class(module);
+    qz::platform::unregister_window_class(module, kWindowClassName);
 }
 
 constexpr WindowSteps kPlatformSteps = {register_class, unregister_class};
@@ -99,13 +100,6 @@ BOOL process_attach(HMODULE kernel_module, LPCWSTR host_path, const WindowSteps&
     return initialised;
 }
 
-BOOL process_attach(HMODULE kernel_module) {
-    WCHAR host[MAX_PATH] = {};
-    const DWORD n = GetModuleFileNameW(nullptr, host, MAX_PATH);
-    return process_attach(kernel_module, n > 0 && n < MAX_PATH ? host : nullptr,
-                          platform_window_steps());
-}
-
 void thread_detach() {
     tQZLIST* table = state().thread_table;
     if (!table) return;
@@ -130,10 +124,6 @@ BOOL process_detach(const WindowSteps& steps) {
     QzKernel_LateTerminate(0, 0);
     s.kernel_module = nullptr;
     return TRUE;
-}
-
-BOOL process_detach() {
-    return process_detach(platform_window_steps());
 }
 
 void* thread_storage(SIZE_T bytes) {
@@ -162,3 +152,23 @@ void* thread_storage(SIZE_T bytes) {
 }
 
 }  // namespace qz::frame
+
+// The hooks the loader glue calls.
+namespace qz::platform {
+
+BOOL on_process_attach(HMODULE kernel_module) {
+    WCHAR host[MAX_PATH] = {};
+    const DWORD n = GetModuleFileNameW(nullptr, host, MAX_PATH);
+    return qz::frame::process_attach(kernel_module, n > 0 && n < MAX_PATH ? host : nullptr,
+                                     qz::frame::platform_window_steps());
+}
+
+void on_thread_detach() {
+    qz::frame::thread_detach();
+}
+
+BOOL on_process_detach() {
+    return qz::frame::process_detach(qz::frame::platform_window_steps());
+}
+
+}  // namespace qz::platform

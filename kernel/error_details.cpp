@@ -5,10 +5,10 @@
 #include <mutex>
 #include <string>
 
-#include "kernel/error_internal.h"
 #include "base/format.h"
 #include "base/spin_lock.h"
-#include "win32api.h"
+#include "kernel/error_internal.h"
+#include "platform/win32api.h"
 
 namespace qz::detail {
 

@@ -10,11 +10,11 @@
 #include <cstring>
 #include <mutex>
 
-#include "diagnostics.h"
-#include "kernel/error_internal.h"
 #include "base/format.h"
+#include "kernel/error_internal.h"
+#include "platform/platform.h"
+#include "platform/win32api.h"
 #include "qz/qzkernel.h"
-#include "win32api.h"
 
 namespace qz::detail {
 
@@ -114,11 +114,12 @@ const void* as_pointer(uintptr_t address) {
 
 // Reads `n` bytes into `bytes`, flagging each readable one in `readable`.
 void read_bytes(uintptr_t at, int n, BYTE* bytes, bool* readable) {
-    if (os::read_memory(as_pointer(at), bytes, size_t(n))) {
+    if (platform::read_memory(as_pointer(at), bytes, size_t(n))) {
         for (int i = 0; i < n; ++i) readable[i] = true;
         return;
     }
-    for (int i = 0; i < n; ++i) readable[i] = os::read_memory(as_pointer(at + i), &bytes[i], 1);
+    for (int i = 0; i < n; ++i)
+        readable[i] = platform::read_memory(as_pointer(at + i), &bytes[i], 1);
 }
 
 void hex_lines(Out& out, uintptr_t at, int count) {
@@ -152,7 +153,7 @@ void word_lines(Out& out, uintptr_t at, int count) {
         out.append(" %p: ", as_pointer(at));
         for (int i = 0; i < n; ++i, at += sizeof(DWORD)) {
             DWORD word = 0;
-            if (os::read_memory(as_pointer(at), &word, sizeof word))
+            if (platform::read_memory(as_pointer(at), &word, sizeof word))
                 out.append("%08X ", unsigned(word));
             else
                 out.append("........ ");
@@ -173,15 +174,15 @@ const WCHAR* file_name_part(const WCHAR* path) {
 // and the offset in it.
 size_t format_stack_line(char* line, size_t capacity, uintptr_t at, StackSummary& summary) {
     DWORD_PTR word = 0;
-    if (!os::read_memory(as_pointer(at), &word, sizeof word)) {
+    if (!platform::read_memory(as_pointer(at), &word, sizeof word)) {
         char dots[kAddressDigits + 1];
         std::memset(dots, '.', kAddressDigits);
         dots[kAddressDigits] = 0;
         return qz::base::format(line, capacity, " %p: %s \r\n", as_pointer(at), dots).length;
     }
     size_t n = qz::base::format(line, capacity, " %p: %p ", as_pointer(at), as_pointer(word)).length;
-    os::ModuleInfo module;
-    if (os::module_from_address(as_pointer(word), &module)) {
+    platform::ModuleInfo module;
+    if (platform::module_from_address(as_pointer(word), &module)) {
         const auto base = reinterpret_cast<uintptr_t>(module.base);
         if (base <= kApplicationImageLimit)
             ++summary.code_references;
@@ -206,8 +207,8 @@ void exception_line(Out& out, const EXCEPTION_RECORD& record, const void* ip) {
 }
 
 void module_line(Out& out, const void* ip) {
-    os::ModuleInfo module;
-    if (!os::module_from_address(ip, &module)) {
+    platform::ModuleInfo module;
+    if (!platform::module_from_address(ip, &module)) {
         module.base = nullptr;
         module.path[0] = WCHAR('?');
         module.path[1] = 0;
@@ -221,7 +222,7 @@ void module_line(Out& out, const void* ip) {
 void thread_line(Out& out, LPCWSTR caption) {
     const void* low = nullptr;
     const void* high = nullptr;
-    os::current_thread_stack(&low, &high);
+    platform::current_thread_stack(&low, &high);
     char stack[8 + 2 * kAddressDigits + 8];
     qz::base::format(stack, sizeof stack, "0x%p-0x%p", low, high);
     out.append("Thread: %S ID=0x%X Stack=%s\r\n", caption ? caption : QZTEXT(""),
@@ -249,7 +250,7 @@ StackSummary stack_lines(Out& out, uintptr_t sp, size_t reserve) {
     const void* low = nullptr;
     const void* high = nullptr;
     uintptr_t top = 0;
-    if (os::current_thread_stack(&low, &high) && sp >= reinterpret_cast<uintptr_t>(low) &&
+    if (platform::current_thread_stack(&low, &high) && sp >= reinterpret_cast<uintptr_t>(low) &&
         sp < reinterpret_cast<uintptr_t>(high))
         top = reinterpret_cast<uintptr_t>(high);
     // Room for the longest module name in the widest 8-bit code page.
@@ -340,7 +341,7 @@ QZ_EXTERN_C QZ_API LONG QZ_STDCALL QzErrorHandler_ExceptionFilter(EXCEPTION_POIN
     static char dump[kFilterDumpBytes];
     std::lock_guard<std::mutex> guard(report_lock);
     QzErrorHandler_DumpExceptionRecord(dump, int(sizeof dump), caption, pointers, 0);
-    if (qz::os::debugger_present()) return EXCEPTION_CONTINUE_SEARCH;
+    if (qz::platform::debugger_present()) return EXCEPTION_CONTINUE_SEARCH;
     QzErrorHandler_DetailsInit();
     QzErrorHandler_DetailsAddString(QZE_EXCEPTION, QZTEXT("%s"), caption ? caption : QZTEXT(""));
     QzErrorHandler_DetailsAddString(QZE_EXCEPTION, QZTEXT("%S"), dump);

@@ -9,9 +9,9 @@
 #include <string>
 
 #include "kernel/lang.h"
+#include "platform/win32api.h"
 #include "qz/qzerror.h"
 #include "qz/qzlang.h"
-#include "win32api.h"
 
 namespace qz::frame {
 

@@ -5,7 +5,7 @@
 #define QZ_KERNEL_FRAME_H
 
 #include "kernel/settings.h"
-#include "kernel_platform.h"
+#include "platform/platform.h"
 #include "qz/qzkernel.h"
 #include "qz/qzlist.h"
 
@@ -88,13 +88,12 @@ const WindowSteps& platform_window_steps();
 // True when the executable's file name is RunDLL32.exe, in any case.
 bool is_rundll_host(LPCWSTR host_path);
 
-// The entry-point sequences. The short forms read the host's path from the
-// system and use the platform's window steps.
+// The entry-point sequences. The loader glue runs them through the
+// platform's hooks (qz::platform::on_process_attach and the others), which
+// read the host's path from the system and use the platform's window steps.
 BOOL process_attach(HMODULE kernel_module, LPCWSTR host_path, const WindowSteps& steps);
-BOOL process_attach(HMODULE kernel_module);
 void thread_detach();
 BOOL process_detach(const WindowSteps& steps);
-BOOL process_detach();
 
 // Replaces the processor probe (tests); null restores the real one.
 void set_processor_probe(DWORD (*probe)());

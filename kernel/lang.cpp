@@ -13,12 +13,12 @@
 #include <mutex>
 #include <vector>
 
-#include "kernel/lang.h"
 #include "base/guard.h"
 #include "base/spin_lock.h"
-#include "kernel_platform.h"
+#include "kernel/lang.h"
+#include "platform/platform.h"
+#include "platform/win32api.h"
 #include "qz/qzresult.h"
-#include "win32api.h"
 
 struct QZLANG__ {
     DWORD signature = 0;

@@ -6,7 +6,7 @@
 #include <limits>
 
 #include "kernel/list_internal.h"
-#include "kernel_platform.h"
+#include "platform/platform.h"
 
 namespace qz::list {
 
@@ -205,8 +205,11 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzList_Destroy(tQZLIST* list) {
 QZ_EXTERN_C QZ_API BOOL QZ_STDCALL QzList_IsList(LPCVOID pointer, UINT size) {
     // The size is checked before the memory is touched at all.
     if (size != sizeof(tQZLIST) || !pointer) return FALSE;
-    if (!qz::platform::is_readable(pointer, sizeof(tQZLIST))) return FALSE;
-    return static_cast<const tQZLIST*>(pointer)->signature == QZLIST_SIGNATURE;
+    // The header is copied out through the memory probe, so an unreadable
+    // one is never touched.
+    tQZLIST header;
+    if (!qz::platform::read_memory(pointer, &header, sizeof header)) return FALSE;
+    return header.signature == QZLIST_SIGNATURE;
 }
 
 QZ_EXTERN_C QZ_API BOOL QZ_STDCALL QzList_IsListFast(const tQZLIST* list) {

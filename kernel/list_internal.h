@@ -6,8 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "platform/win32api.h"
 #include "qz/qzlist.h"
-#include "win32api.h"
 
 namespace qz::list {
 
@@ -92,10 +92,10 @@ SIZE_T block_size(const tQZLIST* list, const void* block);
 
 namespace qz::detail {
 
-// The standard allocator of list headers and owned blocks. Every block
-// carries its requested size in front, so block_size answers exactly what
-// was asked for, as the Windows C runtime's _msize does. Allocations fail
-// when the test fault plan says so.
+// The standard allocator of list headers and owned blocks: the process
+// heap (GetProcessHeap), zeroing. std_block_size answers exactly the size
+// asked for. Its failures are the platform's, so a test's fault plan fails
+// these allocations as it fails every other.
 void* std_calloc(SIZE_T size);
 void* std_realloc(void* block, SIZE_T size);
 void std_free(void* block);

@@ -1,60 +1,27 @@
 // tQZLIST: owned item blocks (the pending item, reallocation, sizes), their
 // transfer between lists, moving a header into caller storage, and the
 // standard allocator behind headers and owned blocks.
-#include <cstdlib>
 #include <cstring>
 
 #include "kernel/list_internal.h"
-#include "kernel_platform.h"
 
 namespace qz::detail {
 
-namespace {
-
-// The header in front of every standard-allocator block; its size keeps
-// the caller's bytes aligned for any type.
-struct alignas(std::max_align_t) BlockHeader {
-    SIZE_T size;
-};
-
-BlockHeader* header_of(const void* block) {
-    return reinterpret_cast<BlockHeader*>(const_cast<BYTE*>(static_cast<const BYTE*>(block)) -
-                                          sizeof(BlockHeader));
-}
-
-bool too_large(SIZE_T size) {
-    return size > SIZE_T(-1) / 2 - sizeof(BlockHeader);
-}
-
-}  // namespace
-
 void* std_calloc(SIZE_T size) {
-    if (too_large(size) || qz::platform::allocation_fault()) return nullptr;
-    auto* header = static_cast<BlockHeader*>(std::calloc(1, sizeof(BlockHeader) + size));
-    if (!header) return nullptr;
-    header->size = size;
-    return header + 1;
+    return HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, size);
 }
 
 void* std_realloc(void* block, SIZE_T size) {
     if (!block) return std_calloc(size);
-    if (too_large(size) || qz::platform::allocation_fault()) return nullptr;
-    const SIZE_T old_size = header_of(block)->size;
-    auto* header =
-        static_cast<BlockHeader*>(std::realloc(header_of(block), sizeof(BlockHeader) + size));
-    if (!header) return nullptr;
-    header->size = size;
-    if (size > old_size)
-        std::memset(reinterpret_cast<BYTE*>(header + 1) + old_size, 0, size - old_size);
-    return header + 1;
+    return HeapReAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, block, size);
 }
 
 void std_free(void* block) {
-    if (block) std::free(header_of(block));
+    if (block) HeapFree(GetProcessHeap(), 0, block);
 }
 
 SIZE_T std_block_size(const void* block) {
-    return block ? header_of(block)->size : 0;
+    return block ? HeapSize(GetProcessHeap(), 0, block) : 0;
 }
 
 }  // namespace qz::detail

@@ -4,9 +4,9 @@
 #include <cstdarg>
 #include <string>
 
-#include "diagnostics.h"
 #include "base/format.h"
-#include "win32api.h"
+#include "platform/platform.h"
+#include "platform/win32api.h"
 
 namespace qz::detail {
 
@@ -189,7 +189,7 @@ HRESULT QZ_CDECL CLog::Write(LOGFLAGS level, LPCWSTR source, int line, LPCWSTR f
                    int(t.wDay), int(t.wHour), int(t.wMinute), int(t.wSecond));
     }
     if (m_mask & QZLOG_SOURCE) n = append(text, n, "%15S(%4d): ", file_name_part(source), line);
-    n = append(text, n, "%S%s", message, qz::os::kTextLineEnd);
+    n = append(text, n, "%S%s", message, qz::platform::kTextLineEnd);
 
     // One write a line: the line reaches the file whole, at once.
     DWORD written = 0;

@@ -7,7 +7,7 @@
 
 #include "base/guard.h"
 #include "base/spin_lock.h"
-#include "kernel_platform.h"
+#include "platform/platform.h"
 #include "qz/qzkernel.h"
 #include "qz/qzlang.h"
 

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <new>
 
-#include "kernel_platform.h"
+#include "platform/platform.h"
 
 struct QZMETRIC__ {
     qz::platform::SettingsLocation location;

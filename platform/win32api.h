@@ -12,7 +12,7 @@
 #include <windows.h>
 #else
 #include "qz/win32compat.h"
-#include "posix/win32_internal.h"
+#include "platform/posix/win32_internal.h"
 #endif
 
 #endif

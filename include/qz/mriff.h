@@ -35,9 +35,9 @@
 #ifndef QZ_MRIFF_H
 #define QZ_MRIFF_H
 
-#include "qzdefs.h"
-#include "qzresult.h"
-#include "riff.h"
+#include "qz/qzdefs.h"
+#include "qz/qzresult.h"
+#include "qz/riff.h"
 
 /* The memory-image cursor; pointers stay within pBase .. pCapacityEnd. */
 typedef struct _tMRIFF {

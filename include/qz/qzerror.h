@@ -17,9 +17,9 @@
 #ifndef QZ_QZERROR_H
 #define QZ_QZERROR_H
 
-#include "qzdefs.h"
-#include "qzresult.h"
-#include "qzlang.h"
+#include "qz/qzdefs.h"
+#include "qz/qzresult.h"
+#include "qz/qzlang.h"
 
 /* ---- exception records (from <windows.h> on Windows) ---------------------- */
 

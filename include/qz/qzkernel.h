@@ -14,8 +14,8 @@
 #ifndef QZ_QZKERNEL_H
 #define QZ_QZKERNEL_H
 
-#include "qzdefs.h"
-#include "qzresult.h"
+#include "qz/qzdefs.h"
+#include "qz/qzresult.h"
 
 /* The kernel version word, returned by QzKernel_GetVersion. */
 #define QZKERNEL_VERSION 0x0A000086u

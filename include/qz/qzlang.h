@@ -11,7 +11,7 @@
 #ifndef QZ_QZLANG_H
 #define QZ_QZLANG_H
 
-#include "qzdefs.h"
+#include "qz/qzdefs.h"
 
 #define QZLANG_TEXT_MARKER 0xFEFF
 

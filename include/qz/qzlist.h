@@ -23,8 +23,8 @@
 #ifndef QZ_QZLIST_H
 #define QZ_QZLIST_H
 
-#include "qzdefs.h"
-#include "qzresult.h"
+#include "qz/qzdefs.h"
+#include "qz/qzresult.h"
 
 /* Creation options. */
 #define QZLIST_HEAPITEMS 0x00000002u   /* slots own blocks the list allocates */

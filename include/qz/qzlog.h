@@ -16,8 +16,8 @@
 #ifndef QZ_QZLOG_H
 #define QZ_QZLOG_H
 
-#include "qzdefs.h"
-#include "qzresult.h"
+#include "qz/qzdefs.h"
+#include "qz/qzresult.h"
 
 /* Levels a line is written at and a mask selects ("ERR ", "WARN", ...). */
 typedef DWORD LOGFLAGS;

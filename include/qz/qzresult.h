@@ -14,7 +14,7 @@
 #ifndef QZ_QZRESULT_H
 #define QZ_QZRESULT_H
 
-#include "qzdefs.h"
+#include "qz/qzdefs.h"
 
 /* ---- common Windows codes (as <winerror.h> defines them) ------------------ */
 

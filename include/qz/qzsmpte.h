@@ -28,8 +28,8 @@
 #ifndef QZ_QZSMPTE_H
 #define QZ_QZSMPTE_H
 
-#include "qzdefs.h"
-#include "qzresult.h"
+#include "qz/qzdefs.h"
+#include "qz/qzresult.h"
 
 #define QZSMPTE_RATE_30 1        /* 30 fps, non-drop */
 #define QZSMPTE_RATE_2997_DROP 2 /* 29.97 fps, drop-frame labels */

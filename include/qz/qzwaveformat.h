@@ -32,7 +32,7 @@
 #ifndef QZ_QZWAVEFORMAT_H
 #define QZ_QZWAVEFORMAT_H
 
-#include "qzdefs.h"
+#include "qz/qzdefs.h"
 
 #ifdef __cplusplus
 

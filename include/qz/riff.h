@@ -50,8 +50,8 @@
 #ifndef QZ_RIFF_H
 #define QZ_RIFF_H
 
-#include "qzdefs.h"
-#include "qzresult.h"
+#include "qz/qzdefs.h"
+#include "qz/qzresult.h"
 
 /*
  * The record of riff_ReadDataAlloc: the caller sets cbData; the function

@@ -18,7 +18,7 @@
 #ifndef QZ_WIN32COMPAT_H
 #define QZ_WIN32COMPAT_H
 
-#include "qzdefs.h"
+#include "qz/qzdefs.h"
 
 #if !defined(_WIN32)
 

@@ -2,11 +2,11 @@
 // process-attach sequence, the unload destructor the process-detach
 // sequence, and a thread-specific-data destructor the thread-detach
 // sequence for each thread that asked the kernel for per-thread storage.
+// The sequences themselves are the frame's (platform.h).
 #include <pthread.h>
 
-#include "kernel/frame.h"
-#include "kernel_platform.h"
-#include "win32_internal.h"
+#include "platform/platform.h"
+#include "platform/posix/win32_internal.h"
 
 namespace {
 
@@ -17,7 +17,7 @@ bool g_have_key = false;
 void* const kWatched = reinterpret_cast<void*>(1);
 
 void on_thread_exit(void*) {
-    qz::frame::thread_detach();
+    qz::platform::on_thread_detach();
 }
 
 // Everything the attach sequence needs is constant-initialised or made on
@@ -26,11 +26,11 @@ __attribute__((constructor)) void on_load() {
     g_have_key = pthread_key_create(&g_detach_key, on_thread_exit) == 0;
     // A refused attach cannot refuse the load here; the frame's state
     // records what failed.
-    qz::frame::process_attach(qz::posix::library_module());
+    qz::platform::on_process_attach(qz::posix::library_module());
 }
 
 __attribute__((destructor)) void on_unload() {
-    qz::frame::process_detach();
+    qz::platform::on_process_detach();
     if (g_have_key) pthread_key_delete(g_detach_key);
     g_have_key = false;
 }

@@ -1,5 +1,5 @@
 // Code-page conversion: UTF-8 and Windows-1252 (the "ANSI" code page here).
-#include "codepage.h"
+#include "platform/posix/codepage.h"
 
 #include <climits>
 #include <cstring>

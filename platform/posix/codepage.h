@@ -13,7 +13,7 @@
 #include <cstddef>
 #include <string>
 
-#include "win32_internal.h"
+#include "platform/posix/win32_internal.h"
 
 namespace qz::posix {
 

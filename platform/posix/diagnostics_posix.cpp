@@ -1,6 +1,6 @@
 // Process facts for the dumps on POSIX: readable memory, modules, the
 // thread's stack and an attached debugger.
-#include "diagnostics.h"
+#include "platform/platform.h"
 
 #include <dlfcn.h>
 #include <errno.h>
@@ -15,10 +15,10 @@
 #include <cstring>
 #include <mutex>
 
-#include "posix/diagnostics_posix.h"
-#include "posix/win32_internal.h"
+#include "platform/posix/diagnostics_posix.h"
+#include "platform/posix/win32_internal.h"
 
-namespace qz::os {
+namespace qz::platform {
 
 namespace detail {
 
@@ -138,4 +138,4 @@ bool debugger_present() {
     return tracer != 0;
 }
 
-}  // namespace qz::os
+}  // namespace qz::platform

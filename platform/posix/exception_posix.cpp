@@ -1,5 +1,5 @@
 // The signal-to-exception adapter of the POSIX layer.
-#include "posix/exception_posix.h"
+#include "platform/posix/exception_posix.h"
 
 #include <ucontext.h>
 

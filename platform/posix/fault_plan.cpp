@@ -1,7 +1,7 @@
 // Fault injection for the platform layer's tests.
-#include "fault_plan.h"
+#include "platform/posix/fault_plan.h"
 
-#include "win32_internal.h"
+#include "platform/posix/win32_internal.h"
 
 namespace qz::testing {
 

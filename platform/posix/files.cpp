@@ -1,6 +1,6 @@
 // File handles: CreateFileW, ReadFile, WriteFile, file pointers and sizes,
 // and the path functions (attributes, delete, move, folders).
-#include "files.h"
+#include "platform/posix/files.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -13,8 +13,8 @@
 #include <new>
 #include <vector>
 
-#include "fault_plan.h"
-#include "paths.h"
+#include "platform/posix/fault_plan.h"
+#include "platform/posix/paths.h"
 
 namespace qz::posix {
 

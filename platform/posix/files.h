@@ -16,7 +16,7 @@
 #include <atomic>
 #include <string>
 
-#include "handles.h"
+#include "platform/posix/handles.h"
 
 namespace qz::posix {
 

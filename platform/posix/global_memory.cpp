@@ -14,9 +14,9 @@
 #include <new>
 #include <unordered_map>
 
-#include "fault_plan.h"
-#include "sized_block.h"
-#include "win32_internal.h"
+#include "platform/posix/fault_plan.h"
+#include "platform/posix/sized_block.h"
+#include "platform/posix/win32_internal.h"
 
 namespace qz::posix {
 

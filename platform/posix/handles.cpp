@@ -1,5 +1,5 @@
 // The registry of live handles and CloseHandle.
-#include "handles.h"
+#include "platform/posix/handles.h"
 
 #include <cerrno>
 #include <mutex>

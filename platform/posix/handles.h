@@ -19,7 +19,7 @@
 
 #include <memory>
 
-#include "win32_internal.h"
+#include "platform/posix/win32_internal.h"
 
 namespace qz::posix {
 

@@ -8,9 +8,9 @@
 #include <new>
 #include <unordered_map>
 
-#include "fault_plan.h"
-#include "handles.h"
-#include "sized_block.h"
+#include "platform/posix/fault_plan.h"
+#include "platform/posix/handles.h"
+#include "platform/posix/sized_block.h"
 
 namespace qz::posix {
 

@@ -1,15 +1,11 @@
-// The kernel frame's needs from a POSIX system (see kernel_platform.h).
-#include <fcntl.h>
-#include <unistd.h>
-
+// The kernel frame's needs from a POSIX system (see platform.h).
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
-#include "fault_plan.h"
-#include "kernel_platform.h"
+#include "platform/platform.h"
+#include "platform/posix/win32_internal.h"
 #include "qz/qzkernel.h"
-#include "win32_internal.h"
 
 namespace qz::platform {
 
@@ -47,38 +43,11 @@ int show_default_message_box(HWND, LPCWSTR text, LPCWSTR caption, UINT) {
     return IDOK;
 }
 
-bool allocation_fault() {
-    DWORD error = 0;
-    if (!qz::posix::inject_fault(qz::testing::FaultOp::Alloc, &error)) return false;
-    SetLastError(error);
-    return true;
-}
-
-bool is_readable(const void* address, size_t bytes) {
-    // The kernel reads the bytes for write(2) and answers EFAULT instead of
-    // faulting; a pipe of our own takes them and gives them back.
-    int fds[2];
-    if (pipe2(fds, O_CLOEXEC | O_NONBLOCK) != 0) return false;
-    bool readable = true;
-    char sink[256];
-    const char* p = static_cast<const char*>(address);
-    while (readable && bytes > 0) {
-        const size_t chunk = bytes < sizeof(sink) ? bytes : sizeof(sink);
-        const ssize_t written = write(fds[1], p, chunk);
-        readable = written > 0 && read(fds[0], sink, size_t(written)) == written;
-        p += chunk;
-        bytes -= chunk;
-    }
-    close(fds[0]);
-    close(fds[1]);
-    return readable;
-}
-
 // POSIX has no window classes, cursors or GDI objects, and no display
 // information without a windowing library: those steps do nothing and the
 // frame keeps its defaults.
-void register_kernel_window_class(HMODULE) {}
-void unregister_kernel_window_class(HMODULE) {}
+void register_window_class(HMODULE, LPCWSTR) {}
+void unregister_window_class(HMODULE, LPCWSTR) {}
 bool display_state(BOOL*, DWORD*) {
     return false;
 }

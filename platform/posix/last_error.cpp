@@ -1,5 +1,5 @@
 // The calling thread's last Win32 error.
-#include "win32_internal.h"
+#include "platform/posix/win32_internal.h"
 
 namespace {
 thread_local DWORD t_last_error = 0;

@@ -10,7 +10,7 @@
 #include <new>
 #include <unordered_map>
 
-#include "files.h"
+#include "platform/posix/files.h"
 
 namespace qz::posix {
 

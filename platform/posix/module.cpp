@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "paths.h"
+#include "platform/posix/paths.h"
 
 namespace qz::posix {
 

@@ -1,13 +1,13 @@
 // UTF-16 paths to UTF-8 names, and the errors of missing paths.
-#include "paths.h"
+#include "platform/posix/paths.h"
 
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <new>
 
-#include "codepage.h"
-#include "handles.h"
+#include "platform/posix/codepage.h"
+#include "platform/posix/handles.h"
 
 namespace qz::posix {
 

@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "win32_internal.h"
+#include "platform/posix/win32_internal.h"
 
 namespace qz::posix {
 

@@ -15,9 +15,9 @@
 #include <string>
 #include <system_error>
 
-#include "kernel_platform.h"
+#include "platform/platform.h"
+#include "platform/posix/win32_internal.h"
 #include "qz/qzresult.h"
-#include "win32_internal.h"
 
 namespace qz::platform {
 

@@ -1,5 +1,5 @@
 // Storage with a geometric capacity for global memory and private heaps.
-#include "sized_block.h"
+#include "platform/posix/sized_block.h"
 
 #include <cstdint>
 #include <cstdlib>

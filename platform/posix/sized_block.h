@@ -10,7 +10,7 @@
 #ifndef QZ_PLATFORM_POSIX_SIZED_BLOCK_H
 #define QZ_PLATFORM_POSIX_SIZED_BLOCK_H
 
-#include "win32_internal.h"
+#include "platform/posix/win32_internal.h"
 
 namespace qz::posix {
 

@@ -19,7 +19,7 @@
 #include <new>
 #include <thread>
 
-#include "handles.h"
+#include "platform/posix/handles.h"
 
 namespace qz::posix {
 

@@ -9,7 +9,7 @@
 
 #include <cstdint>
 
-#include "win32_internal.h"
+#include "platform/posix/win32_internal.h"
 
 namespace qz::posix {
 

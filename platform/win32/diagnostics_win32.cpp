@@ -1,12 +1,12 @@
 // Process facts for the dumps on Windows: readable memory, modules, the
 // thread's stack and an attached debugger.
-#include "diagnostics.h"
+#include "platform/platform.h"
 
 #include <windows.h>
 
 #include <cstring>
 
-namespace qz::os {
+namespace qz::platform {
 
 namespace {
 
@@ -84,4 +84,4 @@ bool debugger_present() {
     return probe && probe();
 }
 
-}  // namespace qz::os
+}  // namespace qz::platform

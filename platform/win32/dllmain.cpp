@@ -1,17 +1,17 @@
 // The library's entry point on Windows: the loader's process and thread
-// notifications run the frame's sequences.
-#include "kernel/frame.h"
-#include "win32api.h"
+// notifications run the frame's sequences (platform.h).
+#include "platform/platform.h"
+#include "platform/win32api.h"
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
     switch (reason) {
         case DLL_PROCESS_ATTACH:
-            return qz::frame::process_attach(instance);
+            return qz::platform::on_process_attach(instance);
         case DLL_THREAD_DETACH:
-            qz::frame::thread_detach();
+            qz::platform::on_thread_detach();
             return TRUE;
         case DLL_PROCESS_DETACH:
-            return qz::frame::process_detach();
+            return qz::platform::on_process_detach();
         default:
             return TRUE;  // thread attach: nothing to do
     }

@@ -1,9 +1,8 @@
-// The kernel frame's needs from Windows (see kernel_platform.h).
+// The kernel frame's needs from Windows (see platform.h).
 #include <string>
 
-#include "kernel/frame.h"
-#include "kernel_platform.h"
-#include "win32api.h"
+#include "platform/platform.h"
+#include "platform/win32api.h"
 
 namespace qz::platform {
 
@@ -30,26 +29,18 @@ int show_default_message_box(HWND owner, LPCWSTR text, LPCWSTR caption, UINT sty
     return MessageBoxW(owner, text, caption, style);
 }
 
-bool allocation_fault() {
-    return false;
-}
-
-bool is_readable(const void* address, size_t bytes) {
-    return !IsBadReadPtr(address, bytes);
-}
-
-void register_kernel_window_class(HMODULE kernel_module) {
+void register_window_class(HMODULE kernel_module, LPCWSTR class_name) {
     WNDCLASSEXW window_class = {};
     window_class.cbSize = sizeof(window_class);
     window_class.lpfnWndProc = DefWindowProcW;
     window_class.hInstance = kernel_module;
     window_class.hCursor = LoadCursorW(nullptr, IDC_ARROW);
-    window_class.lpszClassName = qz::frame::kWindowClassName;
+    window_class.lpszClassName = class_name;
     RegisterClassExW(&window_class);
 }
 
-void unregister_kernel_window_class(HMODULE kernel_module) {
-    UnregisterClassW(qz::frame::kWindowClassName, kernel_module);
+void unregister_window_class(HMODULE kernel_module, LPCWSTR class_name) {
+    UnregisterClassW(class_name, kernel_module);
 }
 
 bool is_old_platform() {

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "kernel_platform.h"
+#include "platform/platform.h"
+#include "platform/win32api.h"
 #include "qz/qzresult.h"
-#include "win32api.h"
 
 namespace qz::platform {
 

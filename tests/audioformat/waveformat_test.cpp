@@ -7,10 +7,10 @@
 #include <cstring>
 #include <string>
 
+#include "platform/posix/fault_plan.h"
 #include "qz/qzwaveformat.h"
 #include "qz/win32compat.h"
-#include "platform/posix/fault_plan.h"
-#include "support/waveformat_bytes.h"
+#include "tests/support/waveformat_bytes.h"
 
 namespace {
 

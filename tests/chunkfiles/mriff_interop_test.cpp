@@ -13,7 +13,7 @@
 
 #include "qz/mriff.h"
 #include "qz/qzwaveformat.h"
-#include "support/riff_files.h"
+#include "tests/support/riff_files.h"
 
 namespace {
 

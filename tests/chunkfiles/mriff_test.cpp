@@ -5,12 +5,12 @@
 #include <string>
 #include <vector>
 
+#include "platform/posix/fault_plan.h"
 #include "qz/mriff.h"
 #include "qz/qzwaveformat.h"
 #include "qz/win32compat.h"
-#include "platform/posix/fault_plan.h"
-#include "support/waveformat_bytes.h"
-#include "support/riff_files.h"
+#include "tests/support/riff_files.h"
+#include "tests/support/waveformat_bytes.h"
 
 namespace {
 

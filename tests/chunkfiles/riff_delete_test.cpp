@@ -6,7 +6,7 @@
 #include <fstream>
 
 #include "platform/posix/fault_plan.h"
-#include "support/riff_files.h"
+#include "tests/support/riff_files.h"
 
 using namespace riff_test;
 using qz::testing::FaultOp;

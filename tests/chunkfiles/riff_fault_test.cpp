@@ -10,7 +10,7 @@
 #include <set>
 
 #include "platform/posix/fault_plan.h"
-#include "support/riff_files.h"
+#include "tests/support/riff_files.h"
 
 using namespace riff_test;
 using qz::testing::FaultOp;

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "support/riff_files.h"
+#include "tests/support/riff_files.h"
 
 using namespace riff_test;
 

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "platform/posix/fault_plan.h"
-#include "support/riff_files.h"
+#include "tests/support/riff_files.h"
 
 using namespace riff_test;
 using qz::testing::FaultOp;

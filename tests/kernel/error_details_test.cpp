@@ -4,8 +4,8 @@
 #include <string>
 #include <thread>
 
-#include "support/error_support.h"
-#include "win32api.h"
+#include "platform/win32api.h"
+#include "tests/support/error_support.h"
 
 namespace {
 

@@ -12,11 +12,11 @@
 #include <string>
 #include <vector>
 
-#include "diagnostics.h"
 #include "kernel/error_internal.h"
-#include "posix/diagnostics_posix.h"
-#include "support/error_support.h"
-#include "win32api.h"
+#include "platform/platform.h"
+#include "platform/posix/diagnostics_posix.h"
+#include "platform/win32api.h"
+#include "tests/support/error_support.h"
 
 namespace {
 
@@ -136,11 +136,11 @@ TEST(DumpHexDWords, FourWordsALineAndUnreadableWords) {
 }
 
 TEST(MemoryProbe, BothProbesRefuseAProtNonePageAndReadOthers) {
-    using qz::os::detail::ProbeResult;
+    using qz::platform::detail::ProbeResult;
     GuardedPage page;
     ASSERT_TRUE(page.ok());
     std::memset(page.boundary() - 16, 0x6B, 16);
-    for (auto probe : {&qz::os::detail::read_by_vm, &qz::os::detail::read_by_pipe}) {
+    for (auto probe : {&qz::platform::detail::read_by_vm, &qz::platform::detail::read_by_pipe}) {
         unsigned char out[32] = {};
         const ProbeResult readable = probe(page.boundary() - 16, out, 16);
         if (readable == ProbeResult::Unavailable) continue;  // refused by a sandbox
@@ -149,14 +149,14 @@ TEST(MemoryProbe, BothProbesRefuseAProtNonePageAndReadOthers) {
         EXPECT_EQ(probe(page.boundary() - 8, out, 16), ProbeResult::Unreadable);
     }
     unsigned char out[4];
-    EXPECT_FALSE(qz::os::read_memory(nullptr, out, 1));
+    EXPECT_FALSE(qz::platform::read_memory(nullptr, out, 1));
 }
 
 TEST(MemoryProbe, PipeProbeReadsLargeRangesInPieces) {
     std::vector<unsigned char> source(70000), copy(70000);
     for (size_t i = 0; i < source.size(); ++i) source[i] = static_cast<unsigned char>(i * 7);
-    ASSERT_EQ(qz::os::detail::read_by_pipe(source.data(), copy.data(), source.size()),
-              qz::os::detail::ProbeResult::Read);
+    ASSERT_EQ(qz::platform::detail::read_by_pipe(source.data(), copy.data(), source.size()),
+              qz::platform::detail::ProbeResult::Read);
     EXPECT_EQ(source, copy);
 }
 
@@ -212,7 +212,7 @@ TEST(StackDump, WordsNameTheirModuleAndUnreadableWordsAreDotted) {
 TEST(StackDump, WalkEndsAtTheTopOfTheThreadsStack) {
     const void* low = nullptr;
     const void* high = nullptr;
-    ASSERT_TRUE(qz::os::current_thread_stack(&low, &high));
+    ASSERT_TRUE(qz::platform::current_thread_stack(&low, &high));
     const auto sp = reinterpret_cast<uintptr_t>(__builtin_frame_address(0)) & ~uintptr_t(7);
     ASSERT_GT(sp, reinterpret_cast<uintptr_t>(low));
     ASSERT_LT(sp, reinterpret_cast<uintptr_t>(high));
@@ -298,7 +298,7 @@ std::string exception_dump(EXCEPTION_POINTERS* pointers, DWORD mask, LPCWSTR cap
 std::string thread_text(const char* caption) {
     const void* low = nullptr;
     const void* high = nullptr;
-    qz::os::current_thread_stack(&low, &high);
+    qz::platform::current_thread_stack(&low, &high);
     char id[16];
     std::snprintf(id, sizeof id, "%X", unsigned(GetCurrentThreadId()));
     return std::string("Thread: ") + caption + " ID=0x" + id + " Stack=0x" + addr(low) + "-0x" +
@@ -400,7 +400,7 @@ TEST(ExceptionFilter, MisalignmentIsPassedOnWithoutABox) {
 }
 
 TEST(ExceptionFilter, ReportsTheDumpInTheDetailsAndHandlesTheException) {
-    if (qz::os::debugger_present()) GTEST_SKIP() << "a debugger takes the exception";
+    if (qz::platform::debugger_present()) GTEST_SKIP() << "a debugger takes the exception";
     GuardedPage page;
     ASSERT_TRUE(page.ok());
     FakeException e = access_violation(page);

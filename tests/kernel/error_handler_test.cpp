@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "kernel/error_internal.h"
-#include "support/error_support.h"
+#include "tests/support/error_support.h"
 
 namespace {
 

@@ -8,9 +8,9 @@
 
 #include "kernel/frame.h"
 #include "kernel/lang.h"
+#include "platform/win32api.h"
 #include "qz/qzerror.h"
 #include "qz/qzkernel.h"
-#include "win32api.h"
 
 namespace {
 
@@ -193,7 +193,7 @@ TEST(FrameAttach, RunDllHostSkipsTheWindowStepsBothWays) {
     ASSERT_TRUE(qz::frame::process_detach(kCountingSteps));
     EXPECT_EQ(g_unregistered, 2);
 
-    ASSERT_TRUE(qz::frame::process_attach(module));  // as loaded
+    ASSERT_TRUE(qz::platform::on_process_attach(module));  // as the loader glue does
     EXPECT_EQ(QzKernel_GetAppKernel(), module);
 }
 

@@ -6,9 +6,9 @@
 #include <cstring>
 #include <vector>
 
-#include "posix/fault_plan.h"
-#include "support/list_support.h"
-#include "win32api.h"
+#include "platform/posix/fault_plan.h"
+#include "platform/win32api.h"
+#include "tests/support/list_support.h"
 
 namespace {
 
@@ -97,6 +97,16 @@ TEST(ListReAllocItem, KeepsTheBytesAndZeroesTheRest) {
         EXPECT_EQ(std::count(bytes + 4, bytes + 4000, 0), 3996);
         EXPECT_EQ(QzList_AllocSize(list.get(), 0), 4000);
         EXPECT_EQ(QzList_ReAllocItem(list.get(), 1, 8), E_FAIL);
+        {
+            // A failed resize keeps the old block, on either allocator.
+            FaultPlan plan;
+            plan.fail(FaultOp::Alloc, 1);
+            EXPECT_EQ(QzList_ReAllocItem(list.get(), 0, 9000), E_OUTOFMEMORY);
+            EXPECT_EQ(plan.failures(FaultOp::Alloc), 1u);
+        }
+        EXPECT_EQ(QZLIST_ITEMPTR(list.get(), 0), bytes);
+        EXPECT_EQ(QzList_AllocSize(list.get(), 0), 4000);
+        EXPECT_EQ(*reinterpret_cast<const uint32_t*>(bytes), 0xCAFEu);
     }
     TestList values(4, QZLIST_VALUES);
     qz::test::fill(values.get(), 0, 2);

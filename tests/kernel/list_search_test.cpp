@@ -5,7 +5,7 @@
 #include <random>
 #include <vector>
 
-#include "support/list_support.h"
+#include "tests/support/list_support.h"
 
 namespace {
 

@@ -6,9 +6,9 @@
 #include <thread>
 #include <vector>
 
-#include "posix/fault_plan.h"
-#include "support/list_support.h"
-#include "win32api.h"
+#include "platform/posix/fault_plan.h"
+#include "platform/win32api.h"
+#include "tests/support/list_support.h"
 
 namespace {
 

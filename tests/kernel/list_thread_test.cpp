@@ -5,8 +5,8 @@
 #include <thread>
 #include <vector>
 
-#include "support/list_support.h"
-#include "win32api.h"
+#include "platform/win32api.h"
+#include "tests/support/list_support.h"
 
 namespace {
 

@@ -14,8 +14,8 @@
 #include <thread>
 #include <vector>
 
-#include "posix/fault_plan.h"
-#include "support/error_support.h"
+#include "platform/posix/fault_plan.h"
+#include "tests/support/error_support.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <string>
 
-#include "posix/exception_posix.h"
+#include "platform/posix/exception_posix.h"
 #include "qzkernel.h"
 
 namespace {

@@ -9,7 +9,7 @@
 
 #include "platform/posix/fault_plan.h"
 #include "platform/win32api.h"
-#include "support/platform_testing.h"
+#include "tests/support/platform_testing.h"
 
 namespace {
 

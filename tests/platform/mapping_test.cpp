@@ -5,7 +5,7 @@
 #include <string>
 
 #include "platform/win32api.h"
-#include "support/platform_testing.h"
+#include "tests/support/platform_testing.h"
 
 namespace {
 

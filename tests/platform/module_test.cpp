@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "support/platform_testing.h"
 #include "platform/win32api.h"
+#include "tests/support/platform_testing.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "support/error_support.h"
+#include "tests/support/error_support.h"
 
 #include <cstdio>
 

@@ -1,4 +1,4 @@
-#include "support/platform_testing.h"
+#include "tests/support/platform_testing.h"
 
 #include <sys/stat.h>
 #include <unistd.h>

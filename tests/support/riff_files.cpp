@@ -1,4 +1,4 @@
-#include "support/riff_files.h"
+#include "tests/support/riff_files.h"
 
 #include <stdlib.h>
 

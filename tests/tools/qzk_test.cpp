@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <string>
 
-#include "support/riff_files.h"
+#include "tests/support/riff_files.h"
 
 namespace {
 

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "input.h"
 #include "base/byteorder.h"
-#include "qzk.h"
+#include "tools/qzk/input.h"
+#include "tools/qzk/qzk.h"
 
 namespace qzk {
 

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "qzk.h"
+#include "tools/qzk/qzk.h"
 
 namespace qzk {
 

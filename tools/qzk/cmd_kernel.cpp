@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "qzk.h"
+#include "tools/qzk/qzk.h"
 
 namespace qzk {
 

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "qzk.h"
+#include "tools/qzk/qzk.h"
 
 namespace qzk {
 

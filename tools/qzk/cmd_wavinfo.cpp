@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "input.h"
-#include "qzk.h"
+#include "tools/qzk/input.h"
+#include "tools/qzk/qzk.h"
 
 namespace qzk {
 

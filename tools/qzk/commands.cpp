@@ -1,5 +1,5 @@
 // The table of qzk subcommands: one line per family.
-#include "qzk.h"
+#include "tools/qzk/qzk.h"
 
 namespace qzk {
 

@@ -1,7 +1,7 @@
 // `qzk demo`: each family shows its writers and readers at work.
 #include <cstdio>
 
-#include "qzk.h"
+#include "tools/qzk/qzk.h"
 
 namespace qzk {
 

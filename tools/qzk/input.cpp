@@ -1,8 +1,8 @@
-#include "input.h"
+#include "tools/qzk/input.h"
 
 #include <new>
 
-#include "qzk.h"
+#include "tools/qzk/qzk.h"
 
 namespace qzk {
 

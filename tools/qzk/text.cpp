@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "qzk.h"
+#include "tools/qzk/qzk.h"
 
 namespace qzk {
 

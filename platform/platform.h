@@ -1,12 +1,17 @@
 /*
- * kernel_platform.h - what the kernel frame asks of the operating system
- * beyond the Win32 subset: the user's locale, the default message box, the
- * window-related start-up steps, display state and the settings backend.
- * platform/posix/ and platform/win32/ each implement every function here.
+ * platform.h - the platform contract: what the library's families ask of
+ * the operating system beyond the Win32 subset of win32api.h. The entry
+ * hooks the loader glue calls, the user's locale and default message box,
+ * memory and process facts for the dumps and the list's validity check,
+ * the window-related start-up steps, display state, and the settings
+ * backend. platform/posix/ and platform/win32/ each implement every
+ * function here except the entry hooks, which the kernel frame defines;
+ * the platform includes nothing of the layers above it.
  */
-#ifndef QZ_PLATFORM_KERNEL_PLATFORM_H
-#define QZ_PLATFORM_KERNEL_PLATFORM_H
+#ifndef QZ_PLATFORM_PLATFORM_H
+#define QZ_PLATFORM_PLATFORM_H
 
+#include <cstddef>
 #include <map>
 #include <string>
 
@@ -26,23 +31,58 @@ std::string user_locale_name();
  */
 int show_default_message_box(HWND owner, LPCWSTR text, LPCWSTR caption, UINT style);
 
-/*
- * True when the test fault plan fails this allocation of the kernel's
- * standard allocator (POSIX test builds); always false on Windows.
- */
-bool allocation_fault();
+/* ---- memory and process facts -------------------------------------------------- */
 
-/* True when `bytes` bytes at `address` can be read without a fault. */
-bool is_readable(const void* address, size_t bytes);
+/*
+ * The memory probe of the dumps and of the list's validity check: copies
+ * `bytes` bytes from `address` into `out` when every one of them can be
+ * read. Returns false otherwise; unreadable memory is never accessed (the
+ * operating system is asked), so a bad address cannot fault, and a guard
+ * page keeps its guard.
+ */
+bool read_memory(const void* address, void* out, size_t bytes);
+
+struct ModuleInfo {
+    const void* base;     /* load address of the module */
+    WCHAR path[MAX_PATH]; /* its file path, cut to fit */
+};
+
+/* The module (executable or shared library) whose image holds `address`. */
+bool module_from_address(const void* address, ModuleInfo* info);
+
+/* The calling thread's stack region: lowest and one-past-highest address. */
+bool current_thread_stack(const void** low, const void** high);
+
+/* True while a debugger is attached to the process. */
+bool debugger_present();
+
+/* The line end a text-mode file gets for "\n" on this platform. */
+#if defined(_WIN32)
+inline constexpr char kTextLineEnd[] = "\r\n";
+#else
+inline constexpr char kTextLineEnd[] = "\n";
+#endif
 
 /* ---- start-up and shut-down ------------------------------------------------ */
 
 /*
- * The window class the kernel registers on its module at load time, unless
- * it is hosted by RunDLL32.exe. POSIX has no window classes and does nothing.
+ * The library's entry sequences. The loader glue (DllMain on Windows, the
+ * load and unload hooks and the thread-exit hook on POSIX) calls them; the
+ * kernel frame defines them, so the platform needs nothing from the frame.
+ * Process attach answers FALSE to refuse the load (Windows only: a POSIX
+ * load cannot be refused).
  */
-void register_kernel_window_class(HMODULE kernel_module);
-void unregister_kernel_window_class(HMODULE kernel_module);
+BOOL on_process_attach(HMODULE kernel_module);
+void on_thread_detach();
+BOOL on_process_detach();
+
+/*
+ * Registers and unregisters a window class on the kernel's module (the
+ * frame's, at load time, unless hosted by RunDLL32.exe). POSIX has no
+ * window classes and does nothing.
+ */
+void register_window_class(HMODULE kernel_module, LPCWSTR class_name);
+void unregister_window_class(HMODULE kernel_module, LPCWSTR class_name);
 
 /* The host runs the Windows 95 line of the operating system. */
 bool is_old_platform();
