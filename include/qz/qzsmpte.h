@@ -6,7 +6,9 @@
  * _smpteval: a frame-rate code and the hours, minutes, seconds and frames
  * of a label. The functions here convert timecodes to and from frame counts
  * and nano time, step them by one frame, add, subtract, compare and parse
- * them. None of them allocates, none fails: an unknown rate code or an
+ * them, and show nano time as a time ruler does (clock time, timecode,
+ * frames, samples, measures at a tempo). None of them allocates, none
+ * fails: an unknown rate code or an
  * out-of-range field gives a neutral or wrapped value as each function
  * says, and a null record is ignored (results read as zero).
  *
