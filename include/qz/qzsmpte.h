@@ -6,7 +6,9 @@
  * _smpteval: a frame-rate code and the hours, minutes, seconds and frames
  * of a label. The functions here convert timecodes to and from frame counts
  * and nano time, step them by one frame, add, subtract, compare and parse
- * them. None of them allocates, none fails: an unknown rate code or an
+ * them, and show nano time as a time ruler does (clock time, timecode,
+ * frames, samples, measures at a tempo). None of them allocates, none
+ * fails: an unknown rate code or an
  * out-of-range field gives a neutral or wrapped value as each function
  * says, and a null record is ignored (results read as zero).
  *
@@ -53,6 +55,90 @@ typedef struct _smpteval {
 
 #ifdef __cplusplus
 static_assert(sizeof(_smpteval) == 24, "_smpteval is six 32-bit fields");
+#endif
+
+/* ---- nano time as text ---------------------------------------------------------- */
+
+/*
+ * Time displays, as a time ruler shows them. Every display shows the
+ * magnitude of the time and puts "-" before it when the time is below zero
+ * and the text shows something other than zero, so a time that rounds to
+ * zero never reads "-0" (measures differ, see QZTIMEFMT_MEASURES).
+ *
+ *   QZTIMEFMT_HMSMS     hours:minutes:seconds.milliseconds, "01:02:03.456".
+ *                       Rounded to the nearest millisecond, halves away
+ *                       from zero (0.9995 s is "00:00:01.000"). Hours have
+ *                       at least two digits and do not wrap ("25:00:00.000").
+ *   QZTIMEFMT_SECONDS   seconds.milliseconds, "3723.456", rounded likewise.
+ *   QZTIMEFMT_SMPTE     the timecode label at a rate code, "00:10:00;00",
+ *                       with ";" before the frames at the drop-frame rate and
+ *                       ":" otherwise: QZSMPTE_NanoToSMPTE of the magnitude,
+ *                       so the frame is the one the time falls in. Labels
+ *                       wrap at 24 hours as timecodes do (25 h at 25 fps is
+ *                       "01:00:00:00").
+ *   QZTIMEFMT_FRAMES    the frame count at a rate code's clock, "17982",
+ *                       counted like the timecode labels but never wrapped.
+ *   QZTIMEFMT_SAMPLES   the sample count at a sample rate, "44100", rounded
+ *                       to the nearest sample, halves away from zero.
+ *   QZTIMEFMT_MEASURES  measure:beat:tick at a tempo, "2:3:480", rounded to
+ *                       the nearest tick. Measures and beats count from 1
+ *                       (time zero is "1:1:000"), ticks from 0 with at least
+ *                       three digits. Measures count on through zero the
+ *                       way a bar ruler does: one beat before zero in 4/4 is
+ *                       "0:4:000", and the measure before measure 0 is -1.
+ *
+ * Any other format value shows as QZTIMEFMT_HMSMS.
+ */
+#define QZTIMEFMT_HMSMS 0
+#define QZTIMEFMT_SECONDS 1
+#define QZTIMEFMT_SMPTE 2
+#define QZTIMEFMT_FRAMES 3
+#define QZTIMEFMT_SAMPLES 4
+#define QZTIMEFMT_MEASURES 5
+
+/*
+ * Every text fits in this many WCHARs, the terminating zero included: the
+ * buffer size the forms without a count rely on.
+ */
+#define QZ_NANOTIME_TEXT_MAX 32
+
+/* The sample rate used when a caller gives 0, and the highest one used. */
+#define QZ_NANOTIME_DEFAULT_SAMPLE_RATE 48000
+#define QZ_NANOTIME_MAX_SAMPLE_RATE 10000000
+
+/*
+ * A tempo and time signature for measures. 24 bytes on every build.
+ *
+ * The tempo counts quarter notes per minute, as a MIDI tempo does; a beat
+ * is one note of the beat unit, so 6/8 at 120 has beats of 0.25 s. Each
+ * field outside its range takes its neutral value instead:
+ *
+ *   field              range                       neutral
+ *   beats_per_minute   1..1000 (not NaN)           120
+ *   beats_per_measure  1..99                       4
+ *   beat_unit          1, 2, 4, 8, 16, 32 or 64    4
+ *   ticks_per_beat     1..9999                     960
+ *
+ * A null tempo is the neutral one, 4/4 at 120 with 960 ticks per beat.
+ */
+typedef struct _qztempo {
+    double beats_per_minute; /* quarter notes per minute */
+    DWORD beats_per_measure; /* upper number of the time signature */
+    DWORD beat_unit;         /* lower number of the time signature */
+    DWORD ticks_per_beat;    /* resolution of a beat */
+    DWORD reserved;          /* not read */
+} _qztempo;
+
+/* A position in measures: 16 bytes on every build. */
+typedef struct _qzmbt {
+    LONGLONG measure; /* from 0 at time zero; negative before it */
+    DWORD beat;       /* 0..beats_per_measure - 1 */
+    DWORD tick;       /* 0..ticks_per_beat - 1 */
+} _qzmbt;
+
+#ifdef __cplusplus
+static_assert(sizeof(_qztempo) == 24, "_qztempo has a fixed layout");
+static_assert(sizeof(_qzmbt) == 16, "_qzmbt has a fixed layout");
 #endif
 
 QZ_EXTERN_C_BEGIN
@@ -186,6 +272,66 @@ QZ_API void QZ_STDCALL QzNanoTimeToHMSF(LONGLONG nano_time, _smpteval* smpte,
  * null record gives 0.
  */
 QZ_API LONGLONG QZ_STDCALL QzHMSFToNanoTime(const _smpteval* smpte, double frames_per_second);
+
+/*
+ * The position of nano time `nano_time` at `tempo` (null: the neutral
+ * tempo), rounded to the nearest tick, halves up. Positions count from zero
+ * and run on below zero the way a bar ruler does: the measure is rounded
+ * down and beat and tick are what lies past its start, so one beat before
+ * zero in 4/4 is measure -1, beat 3, tick 0. A whole-number tempo is
+ * counted exactly at any time; a tempo with a fraction is counted in
+ * floating point, exact to the tick for over a thousand years of time and
+ * off by a few ticks beyond. A null `mbt` does nothing.
+ */
+QZ_API void QZ_STDCALL QzNanoTimeToMeasures(LONGLONG nano_time, const _qztempo* tempo, _qzmbt* mbt);
+
+/*
+ * The text forms below write the display of `nano_time` into `text` and
+ * return the number of characters written, the terminating zero not
+ * counted. The forms ending in N write at most `count` WCHARs: a text that
+ * does not fit is cut after count - 1 characters and still ends in a zero;
+ * a count of 0 or a null `text` writes nothing and returns 0. The forms
+ * without a count take a buffer of at least QZ_NANOTIME_TEXT_MAX WCHARs.
+ */
+
+/* The default display, QZTIMEFMT_HMSMS: "01:02:03.456". */
+QZ_API UINT QZ_STDCALL QzNanoTimeToText(LONGLONG nano_time, LPWSTR text);
+QZ_API UINT QZ_STDCALL QzNanoTimeToTextN(LONGLONG nano_time, LPWSTR text, UINT count);
+
+/*
+ * The display `format` (QZTIMEFMT_*). `rate` is the rate code for
+ * QZTIMEFMT_SMPTE and QZTIMEFMT_FRAMES (codes outside 1..6 show as code 1,
+ * 30 fps) and the sample rate in Hz for QZTIMEFMT_SAMPLES (0 is
+ * QZ_NANOTIME_DEFAULT_SAMPLE_RATE, rates above QZ_NANOTIME_MAX_SAMPLE_RATE
+ * count as that rate); other formats ignore it. `tempo` is read for
+ * QZTIMEFMT_MEASURES only, null being the neutral tempo.
+ */
+QZ_API UINT QZ_STDCALL QzNanoTimeToTextEx(LONGLONG nano_time, DWORD format, DWORD rate,
+                                          const _qztempo* tempo, LPWSTR text);
+QZ_API UINT QZ_STDCALL QzNanoTimeToTextExN(LONGLONG nano_time, DWORD format, DWORD rate,
+                                           const _qztempo* tempo, LPWSTR text, UINT count);
+
+/*
+ * The display named by the text `format`, the way a host keeps a user's
+ * choice in its settings: a name and its parameters, separated by ':',
+ * names in any letter case.
+ *
+ *   "hms"                             QZTIMEFMT_HMSMS
+ *   "seconds"                         QZTIMEFMT_SECONDS
+ *   "smpte[:CODE]"                    QZTIMEFMT_SMPTE at rate code CODE
+ *   "frames[:CODE]"                   QZTIMEFMT_FRAMES at rate code CODE
+ *   "samples[:RATE]"                  QZTIMEFMT_SAMPLES at RATE Hz
+ *   "measures[:BPM[:B/U[:TICKS]]]"    QZTIMEFMT_MEASURES; BPM may have a
+ *                                     fraction ("measures:92.5:6/8:480")
+ *
+ * Numbers are decimal digits. A parameter that is missing, empty or not a
+ * number takes the neutral value of QzNanoTimeToTextEx (and of _qztempo);
+ * parameters past the last one are ignored. A null, empty or unknown name
+ * shows as "hms".
+ */
+QZ_API UINT QZ_STDCALL QzNanoTimeToTextFormat(LONGLONG nano_time, LPCWSTR format, LPWSTR text);
+QZ_API UINT QZ_STDCALL QzNanoTimeToTextFormatN(LONGLONG nano_time, LPCWSTR format, LPWSTR text,
+                                               UINT count);
 
 QZ_EXTERN_C_END
 

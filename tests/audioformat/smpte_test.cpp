@@ -1,9 +1,11 @@
 // SMPTE timecode and nano time: labels, frame counts, stepping, arithmetic,
-// nano-time conversions and the typed-timecode parser.
+// nano-time conversions, the typed-timecode parser and the time displays.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <limits>
 #include <string>
 
 #include "qz/qzsmpte.h"
@@ -353,6 +355,191 @@ TEST(SmpteText, TypedTimecodesFillTheLabelFromTheRight) {
     _smpteval t = tc(1, 0, 0, 0, 0);
     EXPECT_EQ(QZSMPTE_TextToSMPTE(text.c_str(), &t), S_OK);
     EXPECT_EQ(label(t), "08:18:19:17");
+}
+
+// ---- nano time as text ----
+
+std::string ascii(const WCHAR* text) {
+    std::string s;
+    for (; *text; ++text) s += char(*text);
+    return s;
+}
+
+TEST(NanoTimeText, EachDisplayShowsTheRulerText) {
+    const _qztempo six_eight = {120, 6, 8, 960, 0};
+    const _qztempo fractional = {92.5, 3, 4, 480, 0};
+    const _qztempo fastest = {1000, 1, 64, 9999, 0};
+    // Out of range fields take the neutral 4/4 at 120 with 960 ticks.
+    const _qztempo invalid = {std::numeric_limits<double>::quiet_NaN(), 0, 3, 10000, 0};
+    struct Case {
+        DWORD format;
+        DWORD rate;
+        const _qztempo* tempo;
+        LONGLONG nanos;
+        const char* expected;
+    };
+    const Case cases[] = {
+        {QZTIMEFMT_HMSMS, 0, nullptr, 0, "00:00:00.000"},
+        {QZTIMEFMT_HMSMS, 0, nullptr, 9995000, "00:00:01.000"},  // halves round up
+        {QZTIMEFMT_HMSMS, 0, nullptr, 9994999, "00:00:00.999"},
+        {QZTIMEFMT_HMSMS, 0, nullptr, -9995000, "-00:00:01.000"},
+        {QZTIMEFMT_HMSMS, 0, nullptr, -4999, "00:00:00.000"},  // no "-0"
+        {QZTIMEFMT_HMSMS, 0, nullptr, -5000, "-00:00:00.001"},
+        {QZTIMEFMT_HMSMS, 0, nullptr, 899999995000LL, "25:00:00.000"},  // no wrap
+        {QZTIMEFMT_HMSMS, 0, nullptr, INT64_MIN, "-256204778:48:05.478"},
+        {99, 0, nullptr, 37234560000LL, "01:02:03.456"},  // unknown format
+        {QZTIMEFMT_SECONDS, 0, nullptr, 37234555000LL, "3723.456"},
+        {QZTIMEFMT_SECONDS, 0, nullptr, -5000, "-0.001"},
+        // Drop-frame: the times of frames 17982 and 1800, and just before.
+        {QZTIMEFMT_SMPTE, 2, nullptr, 5999994000LL, "00:10:00;00"},
+        // The label's 5e-6 frame nudge is 1.67 ticks at 29.97.
+        {QZTIMEFMT_SMPTE, 2, nullptr, 5999993999LL, "00:10:00;00"},
+        {QZTIMEFMT_SMPTE, 2, nullptr, 5999993998LL, "00:09:59;29"},
+        {QZTIMEFMT_SMPTE, 2, nullptr, 600600000, "00:01:00;02"},
+        {QZTIMEFMT_SMPTE, 2, nullptr, -600600000, "-00:01:00;02"},
+        {QZTIMEFMT_SMPTE, 3, nullptr, 900000000000LL, "01:00:00:00"},  // wraps at 24 h
+        {QZTIMEFMT_SMPTE, 3, nullptr, -399999, "-00:00:00:01"},
+        {QZTIMEFMT_SMPTE, 3, nullptr, -399997, "00:00:00:00"},
+        {QZTIMEFMT_SMPTE, 6, nullptr, 36000000000LL, "00:59:56:09"},
+        {QZTIMEFMT_SMPTE, 7, nullptr, 600000000, "00:01:00:00"},  // unknown: 30 non-drop
+        // Whole days are dropped exactly, far beyond 2^32 frames too.
+        {QZTIMEFMT_SMPTE, 1, nullptr, INT64_MIN, "-02:48:05:14"},
+        {QZTIMEFMT_SMPTE, 2, nullptr, INT64_MIN, "-19:00:23;17"},
+        {QZTIMEFMT_FRAMES, 2, nullptr, 5999994000LL, "17982"},
+        {QZTIMEFMT_FRAMES, 0, nullptr, -10000000, "-30"},
+        {QZTIMEFMT_FRAMES, 6, nullptr, INT64_MIN, "-22113978909541"},
+        {QZTIMEFMT_SAMPLES, 44100, nullptr, 10000000, "44100"},
+        {QZTIMEFMT_SAMPLES, 2, nullptr, 2500000, "1"},  // half a sample rounds up
+        {QZTIMEFMT_SAMPLES, 2, nullptr, -2499999, "0"},
+        {QZTIMEFMT_SAMPLES, 0, nullptr, 10000000, "48000"},
+        {QZTIMEFMT_SAMPLES, 0xFFFFFFFF, nullptr, INT64_MIN, "-9223372036854775808"},
+        {QZTIMEFMT_MEASURES, 0, nullptr, 0, "1:1:000"},
+        {QZTIMEFMT_MEASURES, 0, nullptr, 4999999, "1:2:000"},  // 959.9998 ticks
+        {QZTIMEFMT_MEASURES, 0, nullptr, 2604, "1:1:000"},     // 0.49997 tick
+        {QZTIMEFMT_MEASURES, 0, nullptr, 2605, "1:1:001"},
+        {QZTIMEFMT_MEASURES, 0, nullptr, -5000000, "0:4:000"},
+        {QZTIMEFMT_MEASURES, 0, nullptr, -25000000, "-1:4:000"},
+        {QZTIMEFMT_MEASURES, 0, &six_eight, 17500000, "2:2:000"},
+        {QZTIMEFMT_MEASURES, 0, &fractional, 100000000, "6:1:200"},
+        {QZTIMEFMT_MEASURES, 0, &invalid, 25000000, "2:2:000"},
+        {QZTIMEFMT_MEASURES, 0, nullptr, INT64_MIN, "-461168601842:2:043"},
+        {QZTIMEFMT_MEASURES, 0, &fastest, INT64_MIN, "-245956587649460:1:3118"},
+        {QZTIMEFMT_MEASURES, 0, &fastest, INT64_MAX, "245956587649461:1:6881"},
+    };
+    for (const Case& c : cases) {
+        WCHAR text[QZ_NANOTIME_TEXT_MAX];
+        const UINT n = QzNanoTimeToTextEx(c.nanos, c.format, c.rate, c.tempo, text);
+        EXPECT_EQ(ascii(text), c.expected)
+            << "format " << c.format << " rate " << c.rate << " " << c.nanos;
+        EXPECT_EQ(n, std::string(c.expected).size()) << c.expected;
+    }
+    WCHAR text[QZ_NANOTIME_TEXT_MAX];
+    QzNanoTimeToText(-37234560000LL, text);
+    EXPECT_EQ(ascii(text), "-01:02:03.456");
+}
+
+TEST(NanoTimeText, FormatTextsNameTheDisplayAndItsParameters) {
+    struct Case {
+        const WCHAR* format;
+        LONGLONG nanos;
+        const char* expected;
+    };
+    const Case cases[] = {
+        {QZTEXT("SMPTE:2"), 5999994000LL, "00:10:00;00"},
+        {QZTEXT("smpte"), 5999994000LL, "00:09:59:29"},  // code 1
+        {QZTEXT("smpte:x"), 5999994000LL, "00:09:59:29"},
+        {QZTEXT("frames:3"), 10000000, "25"},
+        {QZTEXT("seconds:9"), 10000000, "1.000"},
+        {QZTEXT("samples:44100"), 10000000, "44100"},
+        {QZTEXT("samples:99999999999"), 1, "1"},  // clamped to one per tick
+        {QZTEXT("samples:4410x"), 10000000, "48000"},
+        {QZTEXT("measures:92.5:3/4:480:9"), 100000000, "6:1:200"},
+        {QZTEXT("measures:120:6/8"), 17500000, "2:2:000"},
+        {QZTEXT("measures:60"), 10000000, "1:2:000"},
+        {QZTEXT("measures::3"), 15000000, "2:1:000"},
+        {QZTEXT("measures:1.2.3:/:"), 5000000, "1:2:000"},
+        {QZTEXT("hms"), 9995000, "00:00:01.000"},
+        {QZTEXT("smpt"), 9995000, "00:00:01.000"},
+        {QZTEXT(""), 9995000, "00:00:01.000"},
+        {nullptr, 9995000, "00:00:01.000"},
+    };
+    for (const Case& c : cases) {
+        WCHAR text[QZ_NANOTIME_TEXT_MAX];
+        QzNanoTimeToTextFormat(c.nanos, c.format, text);
+        EXPECT_EQ(ascii(text), c.expected) << (c.format ? ascii(c.format) : "(null)");
+    }
+}
+
+TEST(NanoTimeText, CountedFormsCutTheTextAndWriteNothingPastTheCount) {
+    constexpr WCHAR kSentinel = 0xBEEF;
+    struct Case {
+        UINT count;
+        const char* expected;  // nullptr: nothing written
+    };
+    const Case cases[] = {{0, nullptr}, {1, ""}, {2, "-"}, {6, "-00:0"}, {14, "-00:00:01.000"}};
+    for (int form = 0; form < 3; ++form) {
+        for (const Case& c : cases) {
+            WCHAR text[20];
+            std::fill(std::begin(text), std::end(text), kSentinel);
+            const LONGLONG t = -9995000;
+            const UINT n = form == 0   ? QzNanoTimeToTextN(t, text, c.count)
+                           : form == 1 ? QzNanoTimeToTextExN(t, 0, 0, nullptr, text, c.count)
+                                       : QzNanoTimeToTextFormatN(t, QZTEXT("hms"), text, c.count);
+            if (!c.expected) {
+                EXPECT_EQ(n, 0u);
+                EXPECT_EQ(text[0], kSentinel);
+            } else {
+                EXPECT_EQ(ascii(text), c.expected) << "form " << form << " count " << c.count;
+                EXPECT_EQ(n, std::string(c.expected).size());
+            }
+            for (size_t i = c.count; i < 20; ++i)
+                EXPECT_EQ(text[i], kSentinel) << "form " << form << " count " << c.count;
+        }
+    }
+    EXPECT_EQ(QzNanoTimeToTextN(1, nullptr, 10), 0u);
+}
+
+// Frame counts and labels of the same time agree: the time of every label
+// shows that label and its frame count, at every rate code.
+TEST(NanoTimeText, FramesAndLabelsOfALabelsTimeAgree) {
+    for (DWORD rate = 1; rate <= 6; ++rate) {
+        DWORD failures = 0;
+        for (DWORD n = 0; n < kDayFrames[rate]; n += 997) {
+            _smpteval t = tc(rate, 0, 0, 0, 0);
+            QZSMPTE_FrameCountToSMPTE(&t, n);
+            const LONGLONG nanos = QZSMPTE_SMPTEToNanos(&t);
+            WCHAR frames[QZ_NANOTIME_TEXT_MAX], smpte[QZ_NANOTIME_TEXT_MAX];
+            QzNanoTimeToTextEx(nanos, QZTIMEFMT_FRAMES, rate, nullptr, frames);
+            QzNanoTimeToTextEx(nanos, QZTIMEFMT_SMPTE, rate, nullptr, smpte);
+            if ((ascii(frames) != std::to_string(n) || ascii(smpte) != label(t)) && ++failures < 5)
+                ADD_FAILURE() << "rate " << rate << " frame " << n << ": " << ascii(frames) << ", "
+                              << ascii(smpte);
+        }
+        EXPECT_EQ(failures, 0u) << "rate " << rate;
+    }
+}
+
+TEST(NanoTimeMeasures, PositionsRoundDownThroughZero) {
+    const _qztempo three_four = {90, 3, 4, 480, 0};
+    struct Case {
+        const _qztempo* tempo;
+        LONGLONG nanos;
+        _qzmbt expected;
+    };
+    const Case cases[] = {
+        {nullptr, 25000000, {1, 1, 0}},
+        {nullptr, -1, {0, 0, 0}},  // rounds to tick 0
+        {nullptr, -2605, {-1, 3, 959}},
+        {&three_four, 20000000 + 13889, {1, 0, 1}},  // 2 s is one 3/4 bar at 90
+    };
+    for (const Case& c : cases) {
+        _qzmbt p = {7, 7, 7};
+        QzNanoTimeToMeasures(c.nanos, c.tempo, &p);
+        EXPECT_EQ(p.measure, c.expected.measure) << c.nanos;
+        EXPECT_EQ(p.beat, c.expected.beat) << c.nanos;
+        EXPECT_EQ(p.tick, c.expected.tick) << c.nanos;
+    }
+    QzNanoTimeToMeasures(1, nullptr, nullptr);
 }
 
 TEST(SmpteNullRecords, AreIgnored) {

@@ -1,5 +1,6 @@
 // The qzk tool as a person runs it from a shell: on pipes, FIFOs and
-// damaged files it prints what it could read and says where it stopped.
+// damaged files it prints what it could read and says where it stopped;
+// times show in the displays a host's ruler offers.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -117,6 +118,31 @@ TEST_F(QzkInput, DamagedFilesPrintWhatWasReadAndFail) {
                             "\"a chunk runs past the end of the file\"}}"),
               std::string::npos)
         << json.out;
+}
+
+TEST(QzkTc, FormatShowsTheTimeInTheDisplayAskedFor) {
+    struct Case {
+        const char* args;
+        int status;
+        const char* out;
+    };
+    const Case cases[] = {
+        {"--nanos 5999994000 --format smpte --rate 2", 0, "00:10:00;00\n"},
+        {"--nanos 10000000 --format samples --sample-rate 44100 --rate 3", 0, "44100\n"},
+        {"--nanos 123456789 --format measures --tempo 120 --signature 6/8", 0, "9:2:367\n"},
+        // After an operation the time is that of the resulting timecode.
+        {"1:0:0:0 --step 1 --format hms", 0, "01:00:00.033\n"},
+        {"--json --rate 2 '00:10:00;00' --format frames", 0,
+         "{\"nanos\": 5999994000, \"format\": \"frames\", \"text\": \"17982\"}\n"},
+        {"--nanos 5 --format hmsms", 1, ""},
+        {"--nanos 5 --tempo 120", 1, ""},
+        {"--nanos 5 --format measures --signature 4/3", 1, ""},
+    };
+    for (const Case& c : cases) {
+        const Outcome r = run(kQzk + " tc " + c.args + " 2>/dev/null");
+        EXPECT_EQ(r.status, c.status) << c.args;
+        EXPECT_EQ(r.out, c.out) << c.args;
+    }
 }
 
 }  // namespace

@@ -57,11 +57,23 @@ bool parse_timecode(const std::string& text, DWORD rate, _smpteval* t) {
     return QZSMPTE_TextToSMPTE(utf16(text).c_str(), t) == S_OK;
 }
 
+// A time display asked for with --format: the format and its parameters.
+struct Display {
+    std::string name;  // empty: none asked for
+    DWORD format = QZTIMEFMT_HMSMS;
+    DWORD sample_rate = 0;
+    _qztempo tempo = {0, 0, 0, 0, 0};  // zero fields: the library's neutral tempo
+};
+
 struct Request {
     DWORD rate = QZSMPTE_RATE_30;
     bool json = false;
     bool have_start = false;
     _smpteval value = {};
+    // The nano time given with --nanos, while no operation has changed it.
+    bool have_nanos = false;
+    LONGLONG nanos = 0;
+    Display display;
 };
 
 int bad(const std::string& what) {
@@ -73,6 +85,7 @@ int bad(const std::string& what) {
 int apply(Request& r, const std::string& option, const std::string& argument) {
     long long n = 0;
     _smpteval other;
+    r.have_nanos = false;
     if (option == "--add" || option == "--sub") {
         if (!parse_timecode(argument, r.rate, &other))
             return bad("no digits in '" + argument + "'");
@@ -102,6 +115,8 @@ int start(Request& r, const std::string& option, const std::string& argument) {
         if (!parse_integer(argument, INT64_MIN, INT64_MAX, &n))
             return bad("--nanos takes a 64-bit count of 100-ns ticks");
         QZSMPTE_NanoToSMPTE(n, &r.value);
+        r.have_nanos = true;
+        r.nanos = n;
     } else if (!parse_timecode(argument, r.rate, &r.value)) {
         return bad("no digits in '" + argument + "'");
     }
@@ -125,6 +140,97 @@ void print(const Request& r) {
     std::printf("timecode  %s\n", label(r.value).c_str());
     std::printf("frames    %u\n", unsigned(count));
     std::printf("nanos     %lld (%.7f s)\n", static_cast<long long>(nanos), double(nanos) / 1e7);
+}
+
+struct DisplayName {
+    const char* name;
+    DWORD format;
+};
+
+constexpr DisplayName kDisplays[] = {
+    {"hms", QZTIMEFMT_HMSMS},     {"seconds", QZTIMEFMT_SECONDS}, {"smpte", QZTIMEFMT_SMPTE},
+    {"frames", QZTIMEFMT_FRAMES}, {"samples", QZTIMEFMT_SAMPLES}, {"measures", QZTIMEFMT_MEASURES},
+};
+
+// Removes `option` and its value from the arguments; "" when it is absent.
+int take_option(Args& args, const std::string& option, std::string* value) {
+    value->clear();
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (args[i] != option) continue;
+        if (i + 1 >= args.size() || args[i + 1].empty()) return bad(option + " needs a value");
+        *value = args[i + 1];
+        args.erase(args.begin() + i, args.begin() + i + 2);
+        return 0;
+    }
+    return 0;
+}
+
+// Reads --format and the parameters of its display.
+int take_display(Args& args, Display* d) {
+    std::string format, sample_rate, tempo, signature, ticks;
+    if (int rc = take_option(args, "--format", &format)) return rc;
+    if (int rc = take_option(args, "--sample-rate", &sample_rate)) return rc;
+    if (int rc = take_option(args, "--tempo", &tempo)) return rc;
+    if (int rc = take_option(args, "--signature", &signature)) return rc;
+    if (int rc = take_option(args, "--ticks", &ticks)) return rc;
+    if (format.empty()) {
+        if (!sample_rate.empty() || !tempo.empty() || !signature.empty() || !ticks.empty())
+            return bad("--sample-rate, --tempo, --signature and --ticks go with --format");
+        return 0;
+    }
+    bool known = false;
+    for (const DisplayName& n : kDisplays) {
+        if (format == n.name) {
+            d->format = n.format;
+            known = true;
+        }
+    }
+    if (!known) return bad("--format takes hms, seconds, smpte, frames, samples or measures");
+    d->name = format;
+    long long n = 0;
+    if (!sample_rate.empty()) {
+        if (!parse_integer(sample_rate, 1, QZ_NANOTIME_MAX_SAMPLE_RATE, &n))
+            return bad("--sample-rate takes a rate from 1 to 10000000 Hz");
+        d->sample_rate = DWORD(n);
+    }
+    if (!tempo.empty()) {
+        char* end = nullptr;
+        const double bpm = std::strtod(tempo.c_str(), &end);
+        if (*end != '\0' || !(bpm >= 1 && bpm <= 1000))
+            return bad("--tempo takes quarter notes per minute from 1 to 1000");
+        d->tempo.beats_per_minute = bpm;
+    }
+    if (!signature.empty()) {
+        const size_t slash = signature.find('/');
+        long long beats = 0, unit = 0;
+        if (slash == std::string::npos ||
+            !parse_integer(signature.substr(0, slash), 1, 99, &beats) ||
+            !parse_integer(signature.substr(slash + 1), 1, 64, &unit) || (unit & (unit - 1)) != 0)
+            return bad("--signature takes BEATS/UNIT, 1 to 99 beats of a unit 1, 2, 4 ... 64");
+        d->tempo.beats_per_measure = DWORD(beats);
+        d->tempo.beat_unit = DWORD(unit);
+    }
+    if (!ticks.empty()) {
+        if (!parse_integer(ticks, 1, 9999, &n))
+            return bad("--ticks takes 1 to 9999 ticks per beat");
+        d->tempo.ticks_per_beat = DWORD(n);
+    }
+    return 0;
+}
+
+void print_display(const Request& r) {
+    const LONGLONG nanos = r.have_nanos ? r.nanos : QZSMPTE_SMPTEToNanos(&r.value);
+    const Display& d = r.display;
+    const DWORD rate = d.format == QZTIMEFMT_SAMPLES ? d.sample_rate : r.rate;
+    WCHAR text[QZ_NANOTIME_TEXT_MAX];
+    QzNanoTimeToTextEx(nanos, d.format, rate, &d.tempo, text);
+    if (r.json) {
+        std::printf("{\"nanos\": %lld, \"format\": %s, \"text\": %s}\n",
+                    static_cast<long long>(nanos), json_quote(d.name).c_str(),
+                    json_quote(utf8(text)).c_str());
+    } else {
+        std::printf("%s\n", utf8(text).c_str());
+    }
 }
 
 // One line of the demo: `what` and the label it gave, checked against the
@@ -171,12 +277,28 @@ const char kTcUsage[] =
     "its nano time.\n"
     "\n"
     "rate codes: 1 30 fps (default), 2 29.97 drop-frame, 3 25 fps, 4 24 fps,\n"
-    "            5 29.97 non-drop, 6 23.976 fps";
+    "            5 29.97 non-drop, 6 23.976 fps\n"
+    "\n"
+    "qzk tc [--json] --nanos T --format NAME [--rate CODE] [--sample-rate HZ]\n"
+    "              [--tempo BPM] [--signature BEATS/UNIT] [--ticks N]\n"
+    "\n"
+    "Prints the time as a time ruler shows it instead (after any --add, --sub\n"
+    "or --step, the time of the resulting timecode):\n"
+    "  hms       01:02:03.456, to the nearest millisecond (the default display)\n"
+    "  seconds   3723.456\n"
+    "  smpte     the timecode at --rate, 00:10:00;00 (wraps at 24 hours)\n"
+    "  frames    the frame count at --rate, 17982\n"
+    "  samples   the sample count at --sample-rate (default 48000), 44100\n"
+    "  measures  measure:beat:tick from 1:1:000 at --tempo (quarter notes per\n"
+    "            minute, default 120), --signature (default 4/4) and --ticks\n"
+    "            per beat (default 960)\n"
+    "Times before zero show a leading '-'; measures count on through 0 and -1.";
 
 int run_tc(const Args& args) {
     Args rest = args;
     Request r;
     r.json = take_flag(rest, "--json");
+    if (int rc = take_display(rest, &r.display)) return rc;
     // The rate comes first so that every value is read at it.
     for (size_t i = 0; i + 1 < rest.size(); ++i) {
         if (rest[i] != "--rate") continue;
@@ -204,7 +326,10 @@ int run_tc(const Args& args) {
         }
     }
     if (!r.have_start) return bad("give a timecode, --frames or --nanos (see qzk tc --help)");
-    print(r);
+    if (!r.display.name.empty())
+        print_display(r);
+    else
+        print(r);
     return 0;
 }
 
