@@ -24,7 +24,7 @@ DWORD previous_hour(DWORD hours) {
 
 }  // namespace qz
 
-using namespace qz::detail;
+using namespace qz::smpte;
 
 QZ_EXTERN_C QZ_API void QZ_STDCALL QZSMPTE_AddSMPTE(_smpteval* a, const _smpteval* b) {
     if (!a || !b) return;

@@ -5,7 +5,7 @@ namespace qz {
 
 namespace {
 
-using namespace qz::detail;
+using namespace qz::smpte;
 
 struct LabelLayout {
     DWORD fps;
@@ -61,7 +61,7 @@ bool is_skipped_drop_label(const _smpteval* smpte) {
 
 }  // namespace qz
 
-using namespace qz::detail;
+using namespace qz::smpte;
 
 QZ_EXTERN_C QZ_API DWORD QZ_STDCALL QZSMPTE_SMPTEToFrameCount(const _smpteval* smpte) {
     if (!smpte || !smpte_known_rate(smpte->rate)) return 0;

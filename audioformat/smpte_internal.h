@@ -4,7 +4,7 @@
 
 #include "qz/qzsmpte.h"
 
-namespace qz::detail {
+namespace qz::smpte {
 
 // The 30-frame label layout, which drop-frame labels share.
 inline constexpr DWORD kFramesPerMinute30 = 1800;
@@ -71,6 +71,6 @@ inline bool smpte_minute_drops_labels(DWORD minutes) {
     return minutes % 10 != 0;
 }
 
-}  // namespace qz::detail
+}  // namespace qz::smpte
 
 #endif

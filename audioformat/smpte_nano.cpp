@@ -41,7 +41,7 @@ DWORD total_seconds(const _smpteval* smpte) {
 
 }  // namespace qz
 
-using namespace qz::detail;
+using namespace qz::smpte;
 
 QZ_EXTERN_C QZ_API void QZ_STDCALL QZSMPTE_NanoToSMPTE(LONGLONG nano_time, _smpteval* smpte) {
     if (!smpte) return;

@@ -12,7 +12,7 @@ namespace qz {
 
 namespace {
 
-using namespace qz::detail;
+using namespace qz::smpte;
 
 constexpr int kLabelFields = 4;
 constexpr WCHAR kSpace = QZTEXT(' ');
@@ -93,6 +93,6 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QZSMPTE_TextToSMPTE(LPCWSTR text, _smpteva
     for (size_t i = body_end; i < length && !filler.full(); ++i)
         if (text[i] != qz::kSpace) filler.push(0);
 
-    if (qz::detail::smpte_known_rate(smpte->rate)) qz::normalise(smpte);
+    if (qz::smpte::smpte_known_rate(smpte->rate)) qz::normalise(smpte);
     return body_end > 0 ? S_OK : S_FALSE;
 }

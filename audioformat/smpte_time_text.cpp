@@ -17,7 +17,7 @@ namespace qz::smpte {
 
 namespace {
 
-using namespace qz::detail;
+using namespace qz::smpte;
 
 constexpr ULONGLONG kTicksPerSecond = QZ_NANOTIME_PER_SECOND;
 constexpr ULONGLONG kTicksPerMillisecond = kTicksPerSecond / 1000;

@@ -4,7 +4,7 @@
 
 #include "audioformat/waveformat_internal.h"
 
-namespace qz::detail {
+namespace qz::wave {
 
 namespace {
 
@@ -75,11 +75,11 @@ void write_plain_wfx(WAVEFORMATEX* wfx, WORD tag, DWORD samplesPerSec, WORD bits
     wfx->cbSize = 0;
 }
 
-}  // namespace qz::detail
+}  // namespace qz::wave
 
 namespace {
 
-using namespace qz::detail;
+using namespace qz::wave;
 
 struct SampleTypeInfo {
     QZSAMPLETYPE type;

@@ -8,7 +8,7 @@
 #include "base/caller_memory.h"
 #include "platform/win32api.h"
 
-using namespace qz::detail;
+using namespace qz::wave;
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include "qz/qzwaveformat.h"
 
-namespace qz::detail {
+namespace qz::wave {
 
 constexpr WORD kTagPcm = WAVE_FORMAT_PCM;
 constexpr WORD kTagFloat = WAVE_FORMAT_IEEE_FLOAT;
@@ -78,6 +78,6 @@ inline WORD record_extra_size(const _qzwaveformat& rec) {
     return rec.extraSize < QZWAVEFORMAT_MAX_EXTRA ? rec.extraSize : WORD(QZWAVEFORMAT_MAX_EXTRA);
 }
 
-}  // namespace qz::detail
+}  // namespace qz::wave
 
 #endif

@@ -4,7 +4,7 @@
 
 #include "audioformat/waveformat_internal.h"
 
-using namespace qz::detail;
+using namespace qz::wave;
 
 namespace {
 

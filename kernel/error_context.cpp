@@ -2,7 +2,7 @@
 // was being done; "%s" takes the caller's extra text, usually a name.
 #include "kernel/error_internal.h"
 
-namespace qz::detail {
+namespace qz::errors {
 
 const ContextText kContextTexts[] = {
     {QZERRCTX_DEFAULT, english(QZTEXT("An error has occurred."))},
@@ -79,4 +79,4 @@ const ContextText kContextTexts[] = {
 };
 const size_t kContextTextCount = sizeof kContextTexts / sizeof kContextTexts[0];
 
-}  // namespace qz::detail
+}  // namespace qz::errors

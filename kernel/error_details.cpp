@@ -10,7 +10,7 @@
 #include "kernel/error_internal.h"
 #include "platform/win32api.h"
 
-namespace qz::detail {
+namespace qz::errors {
 
 namespace {
 
@@ -105,10 +105,10 @@ void append_details_for_box(std::basic_string<WCHAR>& box, DWORD flags) {
     }
 }
 
-}  // namespace qz::detail
+}  // namespace qz::errors
 
-using qz::detail::g_lock;
-using qz::detail::g_record;
+using qz::errors::g_lock;
+using qz::errors::g_record;
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzErrorHandler_GetLastError(void) {
     std::lock_guard<qz::base::SpinLock> guard(g_lock);
@@ -134,7 +134,7 @@ QZ_EXTERN_C QZ_API HRESULT QZ_CDECL QzErrorHandler_DetailsAddString(HRESULT code
                                                                     ...) {
     va_list args;
     va_start(args, format);
-    const HRESULT hr = qz::detail::add_line(code, format, args);
+    const HRESULT hr = qz::errors::add_line(code, format, args);
     va_end(args);
     return hr;
 }
@@ -143,7 +143,7 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzErrorHandler_DetailsSetHyperlink(LPCWSTR
                                                                          LPCWSTR text) {
     if (!target || !text) return E_POINTER;
     std::lock_guard<qz::base::SpinLock> guard(g_lock);
-    qz::detail::copy_cut(g_record.link_target, qz::detail::kLinkTargetChars, target);
-    qz::detail::copy_cut(g_record.link_text, qz::detail::kLinkTextChars, text);
+    qz::errors::copy_cut(g_record.link_target, qz::errors::kLinkTargetChars, target);
+    qz::errors::copy_cut(g_record.link_text, qz::errors::kLinkTextChars, text);
     return S_OK;
 }

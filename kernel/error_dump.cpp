@@ -16,7 +16,7 @@
 #include "platform/win32api.h"
 #include "qz/qzkernel.h"
 
-namespace qz::detail {
+namespace qz::errors {
 
 namespace {
 
@@ -284,21 +284,21 @@ StackSummary dump_stack_lines(char* buffer, int size, const void* sp, size_t res
     return stack_lines(out, reinterpret_cast<uintptr_t>(sp), reserve);
 }
 
-}  // namespace qz::detail
+}  // namespace qz::errors
 
-using qz::detail::Out;
+using qz::errors::Out;
 
 QZ_EXTERN_C QZ_API int QZ_STDCALL QzErrorHandler_DumpHex(LPSTR buffer, int size, LPCVOID address,
                                                          int count) {
     Out out(buffer, size);
-    qz::detail::hex_lines(out, reinterpret_cast<uintptr_t>(address), count);
+    qz::errors::hex_lines(out, reinterpret_cast<uintptr_t>(address), count);
     return out.length();
 }
 
 QZ_EXTERN_C QZ_API int QZ_STDCALL QzErrorHandler_DumpHexDWords(LPSTR buffer, int size,
                                                                LPCVOID address, int count) {
     Out out(buffer, size);
-    qz::detail::word_lines(out, reinterpret_cast<uintptr_t>(address), count);
+    qz::errors::word_lines(out, reinterpret_cast<uintptr_t>(address), count);
     return out.length();
 }
 
@@ -306,7 +306,7 @@ QZ_EXTERN_C QZ_API int QZ_STDCALL QzErrorHandler_DumpExceptionRecord(LPSTR buffe
                                                                      LPCWSTR caption,
                                                                      EXCEPTION_POINTERS* pointers,
                                                                      DWORD mask) {
-    using namespace qz::detail;
+    using namespace qz::errors;
     Out out(buffer, size);
     if (mask == 0) mask = QZDUMP_ALL;
     const EXCEPTION_RECORD* record = pointers ? pointers->ExceptionRecord : nullptr;
@@ -330,7 +330,7 @@ QZ_EXTERN_C QZ_API int QZ_STDCALL QzErrorHandler_DumpExceptionRecord(LPSTR buffe
 
 QZ_EXTERN_C QZ_API LONG QZ_STDCALL QzErrorHandler_ExceptionFilter(EXCEPTION_POINTERS* pointers,
                                                                   LPCWSTR caption) {
-    using namespace qz::detail;
+    using namespace qz::errors;
     // Misaligned accesses are fixed up by whoever handles them further on.
     if (pointers && pointers->ExceptionRecord &&
         pointers->ExceptionRecord->ExceptionCode == EXCEPTION_DATATYPE_MISALIGNMENT)

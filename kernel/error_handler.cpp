@@ -9,7 +9,7 @@
 #include "base/spin_lock.h"
 #include "qz/qzkernel.h"
 
-namespace qz::detail {
+namespace qz::errors {
 
 namespace {
 
@@ -122,25 +122,25 @@ void compose_error_text(DWORD_PTR context, HRESULT code, LPCWSTR extra, WCHAR* o
     QzLang_ExpandText(work, out, QZERROR_MESSAGE_CHARS);
 }
 
-}  // namespace qz::detail
+}  // namespace qz::errors
 
-using qz::detail::Registration;
+using qz::errors::Registration;
 
 QZ_API HRESULT QZ_STDCALL QzErrorHandler_AddErrorTable(const QZERROR_TABLE* table, int count) {
     if (!table) return E_POINTER;
     if (count < 1) return E_INVALIDARG;
-    return qz::detail::add_registration(Registration{table, nullptr, count, nullptr});
+    return qz::errors::add_registration(Registration{table, nullptr, count, nullptr});
 }
 
 QZ_API HRESULT QZ_STDCALL QzErrorHandler_AddErrorTable(HQZLANG lang,
                                                        const QZERROR_TABLE_RCID* table, int count) {
     if (!table) return E_POINTER;
     if (count < 1) return E_INVALIDARG;
-    return qz::detail::add_registration(Registration{nullptr, table, count, lang});
+    return qz::errors::add_registration(Registration{nullptr, table, count, lang});
 }
 
 QZ_EXTERN_C QZ_API LPCWSTR QZ_STDCALL QzErrorHandler_GetHresultString(HRESULT code) {
-    using namespace qz::detail;
+    using namespace qz::errors;
     const int n = g_table_count.load(std::memory_order_acquire);
     for (int i = 0; i < n; ++i)
         if (const LPCWSTR text = lookup_in(g_tables[i], code)) return text;
@@ -149,7 +149,7 @@ QZ_EXTERN_C QZ_API LPCWSTR QZ_STDCALL QzErrorHandler_GetHresultString(HRESULT co
 }
 
 QZ_EXTERN_C QZ_API LPCWSTR QZ_STDCALL QzErrorHandler_GetContextString(DWORD_PTR context) {
-    using namespace qz::detail;
+    using namespace qz::errors;
     if (context > kLargestContextId) return reinterpret_cast<LPCWSTR>(context);
     const ContextText* found = &kContextTexts[0];
     for (size_t i = 0; i < kContextTextCount; ++i) {
@@ -164,7 +164,7 @@ QZ_EXTERN_C QZ_API LPCWSTR QZ_STDCALL QzErrorHandler_GetContextString(DWORD_PTR 
 QZ_EXTERN_C QZ_API LPCWSTR QZ_STDCALL QzErrorHandler_GetErrorMessage(DWORD_PTR context,
                                                                      HRESULT code, LPCWSTR extra) {
     thread_local WCHAR message[QZERROR_MESSAGE_CHARS];
-    qz::detail::compose_error_text(context, code, extra, message);
+    qz::errors::compose_error_text(context, code, extra, message);
     return message;
 }
 
@@ -172,7 +172,7 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzErrorHandler_ComposeErrorText(DWORD_PTR 
                                                                       LPCWSTR extra,
                                                                       LPWSTR buffer) {
     if (!buffer) return E_POINTER;
-    qz::detail::compose_error_text(context, QzErrorHandler_GetLastError(), extra, buffer);
+    qz::errors::compose_error_text(context, QzErrorHandler_GetLastError(), extra, buffer);
     return S_OK;
 }
 
@@ -182,8 +182,8 @@ QZ_EXTERN_C QZ_API int QZ_STDCALL QzErrorHandler_MsgBoxText(HWND owner, UINT sty
     WCHAR caption[MAX_PATH];
     QzLang_ExpandText(QZTEXT("$(AppName)"), caption, MAX_PATH);
     try {
-        qz::detail::WString box = text;
-        qz::detail::append_details_for_box(box, flags);
+        qz::errors::WString box = text;
+        qz::errors::append_details_for_box(box, flags);
         return QzMessageBox(owner, box.c_str(), caption, style);
     } catch (const std::bad_alloc&) {
         // Without memory for the details, the message alone still goes out.

@@ -10,7 +10,7 @@
 
 #include "qz/qzerror.h"
 
-namespace qz::detail {
+namespace qz::errors {
 
 /* A kernel text in English, the one language the kernel's records carry. */
 constexpr QzLocalText<1> english(LPCWSTR text) {
@@ -77,6 +77,6 @@ struct StackSummary {
  */
 StackSummary dump_stack_lines(char* buffer, int size, const void* sp, size_t reserve);
 
-}  // namespace qz::detail
+}  // namespace qz::errors
 
 #endif

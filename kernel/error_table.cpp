@@ -7,7 +7,7 @@
 // still says which one it was.
 #include "kernel/error_internal.h"
 
-namespace qz::detail {
+namespace qz::errors {
 
 const BuiltInMessage kBuiltInMessages[] = {
     // The codes that carry a fixed text, in their table order.
@@ -340,4 +340,4 @@ const QZLOCALTEXT* builtin_message(HRESULT code) {
     return nullptr;
 }
 
-}  // namespace qz::detail
+}  // namespace qz::errors

@@ -1,7 +1,7 @@
 // Translation of Win32 and common-dialog error numbers into result codes.
 #include "kernel/error_internal.h"
 
-namespace qz::detail {
+namespace qz::errors {
 
 namespace {
 
@@ -232,16 +232,16 @@ constexpr DWORD kCdErrDialogFailure = 0xFFFF;
 
 }  // namespace
 
-}  // namespace qz::detail
+}  // namespace qz::errors
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzErrorHandler_TranslateWin32Error(DWORD error) {
-    for (const auto& pair : qz::detail::kWin32Errors)
+    for (const auto& pair : qz::errors::kWin32Errors)
         if (pair.error == error) return pair.result;
     return E_FAIL;
 }
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzErrorHandler_TranslateCommDlgError(DWORD error) {
-    using namespace qz::detail;
+    using namespace qz::errors;
     switch (error) {
         case kCdErrGeneralCodes:
             return S_OK;

@@ -190,8 +190,8 @@ TEST(StackDump, WordsNameTheirModuleAndUnreadableWordsAreDotted) {
     words[1] = function;
     const ModuleOf module = module_of(kFunction);
     std::vector<char> buffer(4096, kCanary);
-    const qz::detail::StackSummary summary =
-        qz::detail::dump_stack_lines(buffer.data(), 1000, words, 0);
+    const qz::errors::StackSummary summary =
+        qz::errors::dump_stack_lines(buffer.data(), 1000, words, 0);
     const std::string dots(2 * sizeof(void*), '.');
     char offset[20];
     std::snprintf(offset, sizeof offset, "%X", unsigned(function - module.base));
@@ -218,7 +218,7 @@ TEST(StackDump, WalkEndsAtTheTopOfTheThreadsStack) {
     ASSERT_LT(sp, reinterpret_cast<uintptr_t>(high));
     const size_t words = (reinterpret_cast<uintptr_t>(high) - sp) / sizeof(void*);
     std::vector<char> buffer(words * 400 + 4096);
-    const qz::detail::StackSummary summary = qz::detail::dump_stack_lines(
+    const qz::errors::StackSummary summary = qz::errors::dump_stack_lines(
         buffer.data(), int(buffer.size()), reinterpret_cast<const void*>(sp), 0);
     EXPECT_EQ(size_t(summary.lines), words);
 }

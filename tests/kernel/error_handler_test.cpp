@@ -126,7 +126,7 @@ TEST(ErrorMessages, EveryOtherListedCodeHasItsOwnParagraph) {
     // Each code reads differently, so a report names the one it was; with
     // the 39 fixed texts they make up the whole table.
     EXPECT_EQ(texts.size(), codes.size());
-    EXPECT_EQ(codes.size() + 39, qz::detail::kBuiltInMessageCount);
+    EXPECT_EQ(codes.size() + 39, qz::errors::kBuiltInMessageCount);
 }
 
 TEST(ErrorMessages, LicensingAndUnlistedCodesHaveNoText) {
@@ -246,10 +246,10 @@ TEST(ErrorBox, BoxShowsMessageDetailsAndHyperlink) {
 }
 
 // Registration tests last: the registry lives for the process.
-const QzLocalText<1> kAppNotFound = qz::detail::english(QZTEXT("Not in the app's library."));
-const QzLocalText<1> kSecondNotFound = qz::detail::english(QZTEXT("Second table's text."));
-const QzLocalText<1> kAppOwnCode = qz::detail::english(QZTEXT("Loop has no tempo."));
-const QzLocalText<1> kRecorderFull = qz::detail::english(QZTEXT("The recorder's card is full."));
+const QzLocalText<1> kAppNotFound = qz::errors::english(QZTEXT("Not in the app's library."));
+const QzLocalText<1> kSecondNotFound = qz::errors::english(QZTEXT("Second table's text."));
+const QzLocalText<1> kAppOwnCode = qz::errors::english(QZTEXT("Loop has no tempo."));
+const QzLocalText<1> kRecorderFull = qz::errors::english(QZTEXT("The recorder's card is full."));
 constexpr HRESULT kAppCode = HRESULT(0xA0041001);
 constexpr HRESULT kBrokenCode = HRESULT(0xA0041002);
 
@@ -286,16 +286,16 @@ TEST(ErrorTables, ResourceIdTablesResolveThroughTheirLanguage) {
 
 TEST(ErrorTables, BadTablesAreRefusedWithoutRegistering) {
     static const QZERROR_TABLE table[] = {{kAppCode, kAppOwnCode.record()}};
-    const int before = qz::detail::registered_table_count();
+    const int before = qz::errors::registered_table_count();
     EXPECT_EQ(QzErrorHandler_AddErrorTable(static_cast<const QZERROR_TABLE*>(nullptr), 1),
               E_POINTER);
     EXPECT_EQ(QzErrorHandler_AddErrorTable(table, 0), E_INVALIDARG);
-    EXPECT_EQ(qz::detail::registered_table_count(), before);
+    EXPECT_EQ(qz::errors::registered_table_count(), before);
 }
 
 TEST(ErrorTables, RegistrationStopsAt32WithResultOne) {
     static QZERROR_TABLE tables[QZERROR_MAX_TABLES + 2][1];
-    const int before = qz::detail::registered_table_count();
+    const int before = qz::errors::registered_table_count();
     int accepted = 0;
     for (int i = 0; i < QZERROR_MAX_TABLES + 2; ++i) {
         tables[i][0] = {HRESULT(0xA0042000 + i), kAppOwnCode.record()};
@@ -303,7 +303,7 @@ TEST(ErrorTables, RegistrationStopsAt32WithResultOne) {
         EXPECT_EQ(QzErrorHandler_AddErrorTable(tables[i], 1), fits ? S_OK : 1) << i;
         accepted += fits;
     }
-    EXPECT_EQ(qz::detail::registered_table_count(), QZERROR_MAX_TABLES);
+    EXPECT_EQ(qz::errors::registered_table_count(), QZERROR_MAX_TABLES);
     EXPECT_NE(QzErrorHandler_GetHresultString(HRESULT(0xA0042000 + accepted - 1)), nullptr);
     EXPECT_EQ(QzErrorHandler_GetHresultString(HRESULT(0xA0042000 + accepted)), nullptr);
 }
