@@ -93,12 +93,16 @@ TEST(Event, ASetReleasesOneAutoResetWaiterOrEveryManualResetWaiter) {
         Sleep(50);
         EXPECT_EQ(woken.load(), 0);  // they block until the set
         SetEvent(event.handle);
-        Sleep(100);
-        EXPECT_EQ(woken.load(), manual ? 4 : 1);
+        // Waited for generously, so that a loaded machine cannot fail it;
+        // an auto-reset event must then stay at one release.
+        const int expected = manual ? 4 : 1;
+        for (int ms = 0; ms < 5000 && woken.load() < expected; ms += 5) Sleep(5);
+        Sleep(50);
+        EXPECT_EQ(woken.load(), expected);
         EXPECT_EQ(WaitForSingleObject(event.handle, 0), manual ? WAIT_OBJECT_0 : WAIT_TIMEOUT);
         for (int i = woken.load(); i < 4; ++i) {
             SetEvent(event.handle);
-            Sleep(20);
+            for (int ms = 0; ms < 5000 && woken.load() <= i; ms += 5) Sleep(5);
         }
         for (auto& t : waiters) t.join();
         EXPECT_EQ(woken.load(), 4);
