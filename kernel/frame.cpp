@@ -8,6 +8,7 @@
 #include <new>
 #include <string>
 
+#include "base/guard.h"
 #include "kernel/lang.h"
 #include "platform/win32api.h"
 #include "qz/qzerror.h"
@@ -171,7 +172,8 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzKernel_CheckVersion(HWND owner, LPCSTR c
                                                             DWORD required_version, DWORD agreement,
                                                             DWORD, BOOL quiet) {
     using namespace qz::frame;
-    try {
+    // Without memory for the message the answer is still E_FAIL.
+    return qz::base::guarded<HRESULT>(E_FAIL, E_FAIL, [&] {
         const Text name = client_name(client);
         bool (*too_old)() = g_too_old.load();
         Text message;
@@ -186,9 +188,8 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzKernel_CheckVersion(HWND owner, LPCSTR c
         if (!quiet)
             QzMessageBox(owner, message.c_str(), QzGetString(nullptr, kCaption.record()),
                          MB_ICONINFORMATION);
-    } catch (const std::bad_alloc&) {
-    }
-    return E_FAIL;
+        return E_FAIL;
+    });
 }
 
 QZ_EXTERN_C QZ_API HMODULE QZ_STDCALL QzKernel_GetAppKernel(void) {

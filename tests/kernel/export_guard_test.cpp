@@ -60,6 +60,10 @@ TEST(ExportGuard, FailedAllocationsBecomeResultsNotExceptions) {
              return long(QzErrorHandler_MsgBoxText(nullptr, 0, kText, 0));
          }, long(IDOK)},
         {"QzMessageBox", [] { return long(QzMessageBox(nullptr, kText, kText, 0)); }, long(IDOK)},
+        {"QzKernel_CheckVersion", [] {
+             return long(QzKernel_CheckVersion(nullptr, "a client with a long name", QZKERNEL_VERSION + 1,
+                                               QZKERNEL_AGREEMENT, 0, FALSE));
+         }, long(E_FAIL)},
     };
     for (const Export& e : exports) {
         for (int n = 0;; ++n) {
