@@ -16,7 +16,7 @@ WINDOWS := build/windows
 BENCH := build/bench
 FUZZ := build/fuzz
 
-.PHONY: all demo test release asan windows bench fuzz install-check clean
+.PHONY: all demo test release asan windows bench fuzz fuzz-run install-check clean
 
 all: $(RELEASE)/CMakeCache.txt
 	cmake --build $(RELEASE) -j $(JOBS)
@@ -76,6 +76,22 @@ $(FUZZ)/CMakeCache.txt:
 
 fuzz: $(FUZZ)/CMakeCache.txt
 	cmake --build $(FUZZ) -j $(JOBS)
+
+# Every fuzz target for FUZZ_SECONDS from its seeds (fuzz/corpus/<target>/,
+# copied so the grown corpus stays out of the tree). A finding fails the run.
+FUZZ_SECONDS ?= 45
+fuzz-run: fuzz
+	@for t in $(FUZZ)/fuzz/*_fuzz; do \
+	    name=$$(basename $$t); work=$$(mktemp -d); \
+	    if [ -d fuzz/corpus/$$name ]; then cp -r fuzz/corpus/$$name/. $$work/; fi; \
+	    echo "== $$name ($(FUZZ_SECONDS) s)"; \
+	    $$t -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 \
+	        -artifact_prefix=$(CURDIR)/$(FUZZ)/$$name- $$work > $$work.log 2>&1; \
+	    status=$$?; grep -E 'stat::number_of_executed_units|ERROR|SUMMARY' $$work.log; \
+	    if [ $$status -ne 0 ]; then tail -n 60 $$work.log; fi; \
+	    rm -rf $$work $$work.log; \
+	    if [ $$status -ne 0 ]; then echo "$$name found a fault"; exit 1; fi; \
+	done
 
 clean:
 	rm -rf build
