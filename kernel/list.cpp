@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <functional>
 #include <limits>
+#include <utility>
 
 #include "kernel/list_internal.h"
 #include "kernel_platform.h"
@@ -89,6 +91,39 @@ Entry::Entry(tQZLIST* list) : list_(list) {
 
 Entry::~Entry() {
     if (locked_) LeaveCriticalSection(&list_->lock);
+}
+
+namespace {
+
+// The entry rule's verdict on a list, without taking its lock.
+HRESULT admission(const tQZLIST* list) {
+    if (!is_live(list)) return E_INVALIDARG;
+    if (!has(list, QZLIST_THREADSAFE) && !has(list, QZLIST_ANYTHREAD) &&
+        GetCurrentThreadId() != list->thread_owner)
+        return E_FAIL;
+    return S_OK;
+}
+
+}  // namespace
+
+PairEntry::PairEntry(tQZLIST* first, tQZLIST* second) {
+    refusal_ = admission(first);
+    if (refusal_ == S_OK) refusal_ = admission(second);
+    if (refusal_ != S_OK) return;
+    // std::less orders any two pointers, related or not.
+    tQZLIST* order[2] = {first, second};
+    if (std::less<tQZLIST*>()(second, first)) std::swap(order[0], order[1]);
+    for (int i = 0; i < 2; ++i) {
+        if (i == 1 && order[1] == order[0]) break;
+        if (!has(order[i], QZLIST_THREADSAFE)) continue;
+        EnterCriticalSection(&order[i]->lock);
+        locked_[i] = order[i];
+    }
+}
+
+PairEntry::~PairEntry() {
+    for (int i = 1; i >= 0; --i)
+        if (locked_[i]) LeaveCriticalSection(&locked_[i]->lock);
 }
 
 std::int64_t block_slots(std::int64_t allocated) {

@@ -156,10 +156,8 @@ QZ_EXTERN_C QZ_API LONG_PTR QZ_STDCALL QzList_AllocSize(tQZLIST* list, int index
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzList_MoveItemsBetweenHeapLists(
     tQZLIST* destination, int destination_index, tQZLIST* source, int source_start, int count) {
     if (destination == source) return E_INVALIDARG;
-    Entry destination_entry(destination);
-    if (!destination_entry.ok()) return destination_entry.refusal();
-    Entry source_entry(source);
-    if (!source_entry.ok()) return source_entry.refusal();
+    PairEntry entry(destination, source);
+    if (!entry.ok()) return entry.refusal();
     if (!owns_items(destination) || !owns_items(source) || destination->pending_item) return E_FAIL;
     // A block must be freed by the allocator it came from.
     if (destination->item_heap != source->item_heap) return E_FAIL;
