@@ -126,6 +126,14 @@ PairEntry::~PairEntry() {
         if (locked_[i]) LeaveCriticalSection(&locked_[i]->lock);
 }
 
+void remove_slots(tQZLIST* list, std::int64_t index, std::int64_t n) {
+    const SIZE_T size = list->item_size;
+    BYTE* at = slot_address(list, index);
+    std::memmove(at, at + n * size, SIZE_T(list->count - index - n) * size);
+    std::memset(slot_address(list, list->count - n), 0, SIZE_T(n) * size);
+    list->count -= LONG(n);
+}
+
 std::int64_t block_slots(std::int64_t allocated) {
     if (allocated <= kExactBlockSlots) return allocated;
     std::int64_t slots = kExactBlockSlots;
@@ -387,11 +395,7 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzList_DeleteList(tQZLIST* list, int index
         void** slots = static_cast<void**>(list->items);
         for (std::int64_t i = index; i < index + n; ++i) free_block(list, slots[i]);
     }
-    const SIZE_T size = list->item_size;
-    BYTE* at = slot_address(list, index);
-    std::memmove(at, at + n * size, SIZE_T(list->count - index - n) * size);
-    std::memset(slot_address(list, list->count - n), 0, SIZE_T(n) * size);
-    list->count -= LONG(n);
+    remove_slots(list, index, n);
     // A failed shrink leaves a valid, larger block: the deletion stands.
     if (shrink && list->allocated - list->count > list->grow_step) shrink_slots(list, -1);
     return S_OK;

@@ -96,6 +96,10 @@ inline constexpr std::int64_t kExactBlockSlots = 256;
 std::int64_t block_slots(std::int64_t allocated);
 bool slot_block_bytes(const tQZLIST* list, std::int64_t slots, SIZE_T* bytes);
 
+// Takes slots index .. index+n-1 (all in use) out of the list, closing the
+// gap and zeroing the vacated slots at the end; owned blocks are not freed.
+void remove_slots(tQZLIST* list, std::int64_t index, std::int64_t n);
+
 // Grows the slot block by `extra` slots (below 1: one grow step), rounded up
 // to the grow step. E_OUTOFMEMORY leaves the list unchanged.
 HRESULT grow_slots(tQZLIST* list, std::int64_t extra);

@@ -109,7 +109,7 @@ void run_both_or_die(const char* what, const std::function<void()>& one,
 }
 
 TEST(ListThreads, SortToBetweenTwoListsBothWaysDoesNotDeadlock) {
-    constexpr int kRounds = 30000;
+    constexpr int kRounds = 10000;
     constexpr uint32_t kKeep = 4;
     TestList a(4, QZLIST_VALUES | QZLIST_THREADSAFE);
     TestList b(4, QZLIST_VALUES | QZLIST_THREADSAFE);
