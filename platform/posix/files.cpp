@@ -440,9 +440,8 @@ QZ_EXTERN_C BOOL WriteFile(HANDLE handle, LPCVOID buffer, DWORD to_write, LPDWOR
     const bool append = (file->access & kAccessAppend) != 0;
     DWORD done = 0;
     int error = transfer(*file, to_write, &done, [&](DWORD offset, LONGLONG at) {
-        return file->seekable && !append
-                   ? ::pwrite(file->fd, bytes + offset, to_write - offset, at)
-                   : ::write(file->fd, bytes + offset, to_write - offset);
+        return file->seekable && !append ? ::pwrite(file->fd, bytes + offset, to_write - offset, at)
+                                         : ::write(file->fd, bytes + offset, to_write - offset);
     });
     if (append && file->seekable) {
         // The pointer follows the data, wherever the end was.

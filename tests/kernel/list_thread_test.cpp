@@ -126,7 +126,8 @@ TEST(ListThreads, SortToBetweenTwoListsBothWaysDoesNotDeadlock) {
             }
         };
     };
-    run_both_or_die("QzList_SortTo", sort_into(b.get(), a.get(), 2), sort_into(a.get(), b.get(), 3));
+    run_both_or_die("QzList_SortTo", sort_into(b.get(), a.get(), 2),
+                    sort_into(a.get(), b.get(), 3));
     EXPECT_EQ(failures.load(), 0);
     for (tQZLIST* list : {a.get(), b.get()}) {
         const std::vector<uint32_t> got = qz::test::values(list);
