@@ -11,12 +11,13 @@ WARNINGS := -DQZ_WERROR=ON
 RELEASE := build/release
 OPTIMISED := build/optimised
 ASAN := build/asan
+TSAN := build/tsan
 HOST := build/host
 WINDOWS := build/windows
 BENCH := build/bench
 FUZZ := build/fuzz
 
-.PHONY: all demo test release asan windows bench fuzz fuzz-run install-check clean
+.PHONY: all demo test release asan tsan windows bench fuzz fuzz-run install-check clean
 
 all: $(RELEASE)/CMakeCache.txt
 	cmake --build $(RELEASE) -j $(JOBS)
@@ -46,6 +47,16 @@ asan: $(ASAN)/CMakeCache.txt
 	cmake --build $(ASAN) -j $(JOBS)
 	cd $(ASAN) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
 	    UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+	    ctest --output-on-failure -j $(JOBS)
+
+# The suite under ThreadSanitizer. Every test runs under it; a lock-order
+# inversion counts as a failure even when the run happens not to hang.
+$(TSAN)/CMakeCache.txt:
+	cmake -S . -B $(TSAN) $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQZ_TSAN=ON $(CMAKE_ARGS)
+
+tsan: $(TSAN)/CMakeCache.txt
+	cmake --build $(TSAN) -j $(JOBS)
+	cd $(TSAN) && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
 	    ctest --output-on-failure -j $(JOBS)
 
 # The 32-bit Windows DLL. The export generator runs on the host, so it is

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <functional>
 #include <limits>
+#include <utility>
 
 #include "kernel/list_internal.h"
 #include "platform/platform.h"
@@ -89,6 +91,47 @@ Entry::Entry(tQZLIST* list) : list_(list) {
 
 Entry::~Entry() {
     if (locked_) LeaveCriticalSection(&list_->lock);
+}
+
+namespace {
+
+// The entry rule's verdict on a list, without taking its lock.
+HRESULT admission(const tQZLIST* list) {
+    if (!is_live(list)) return E_INVALIDARG;
+    if (!has(list, QZLIST_THREADSAFE) && !has(list, QZLIST_ANYTHREAD) &&
+        GetCurrentThreadId() != list->thread_owner)
+        return E_FAIL;
+    return S_OK;
+}
+
+}  // namespace
+
+PairEntry::PairEntry(tQZLIST* first, tQZLIST* second) {
+    refusal_ = admission(first);
+    if (refusal_ == S_OK) refusal_ = admission(second);
+    if (refusal_ != S_OK) return;
+    // std::less orders any two pointers, related or not.
+    tQZLIST* order[2] = {first, second};
+    if (std::less<tQZLIST*>()(second, first)) std::swap(order[0], order[1]);
+    for (int i = 0; i < 2; ++i) {
+        if (i == 1 && order[1] == order[0]) break;
+        if (!has(order[i], QZLIST_THREADSAFE)) continue;
+        EnterCriticalSection(&order[i]->lock);
+        locked_[i] = order[i];
+    }
+}
+
+PairEntry::~PairEntry() {
+    for (int i = 1; i >= 0; --i)
+        if (locked_[i]) LeaveCriticalSection(&locked_[i]->lock);
+}
+
+void remove_slots(tQZLIST* list, std::int64_t index, std::int64_t n) {
+    const SIZE_T size = list->item_size;
+    BYTE* at = slot_address(list, index);
+    std::memmove(at, at + n * size, SIZE_T(list->count - index - n) * size);
+    std::memset(slot_address(list, list->count - n), 0, SIZE_T(n) * size);
+    list->count -= LONG(n);
 }
 
 std::int64_t block_slots(std::int64_t allocated) {
@@ -355,11 +398,7 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzList_DeleteList(tQZLIST* list, int index
         void** slots = static_cast<void**>(list->items);
         for (std::int64_t i = index; i < index + n; ++i) free_block(list, slots[i]);
     }
-    const SIZE_T size = list->item_size;
-    BYTE* at = slot_address(list, index);
-    std::memmove(at, at + n * size, SIZE_T(list->count - index - n) * size);
-    std::memset(slot_address(list, list->count - n), 0, SIZE_T(n) * size);
-    list->count -= LONG(n);
+    remove_slots(list, index, n);
     // A failed shrink leaves a valid, larger block: the deletion stands.
     if (shrink && list->allocated - list->count > list->grow_step) shrink_slots(list, -1);
     return S_OK;

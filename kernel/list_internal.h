@@ -46,6 +46,27 @@ private:
     State state_ = State::Entered;
 };
 
+// The entry rule for a call on two lists, `first` being the one whose
+// refusal is reported when both are refused. Both lists are admitted
+// before either is locked; two thread-safe lists are then locked in one
+// order for every caller, the lower address first, so two threads moving
+// items between the same lists in opposite directions cannot each hold one
+// lock while waiting for the other. Both stay locked for the whole call.
+class PairEntry {
+public:
+    PairEntry(tQZLIST* first, tQZLIST* second);
+    ~PairEntry();
+    PairEntry(const PairEntry&) = delete;
+    PairEntry& operator=(const PairEntry&) = delete;
+
+    bool ok() const { return refusal_ == S_OK; }
+    HRESULT refusal() const { return refusal_; }
+
+private:
+    tQZLIST* locked_[2] = {nullptr, nullptr};
+    HRESULT refusal_ = S_OK;
+};
+
 // Byte address of slot i.
 inline BYTE* slot_address(const tQZLIST* list, std::int64_t i) {
     return static_cast<BYTE*>(list->items) + i * std::int64_t(list->item_size);
@@ -74,6 +95,10 @@ inline std::int64_t round_up(std::int64_t n, std::int64_t step) {
 inline constexpr std::int64_t kExactBlockSlots = 256;
 std::int64_t block_slots(std::int64_t allocated);
 bool slot_block_bytes(const tQZLIST* list, std::int64_t slots, SIZE_T* bytes);
+
+// Takes slots index .. index+n-1 (all in use) out of the list, closing the
+// gap and zeroing the vacated slots at the end; owned blocks are not freed.
+void remove_slots(tQZLIST* list, std::int64_t index, std::int64_t n);
 
 // Grows the slot block by `extra` slots (below 1: one grow step), rounded up
 // to the grow step. E_OUTOFMEMORY leaves the list unchanged.

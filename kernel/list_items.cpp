@@ -123,10 +123,8 @@ QZ_EXTERN_C QZ_API LONG_PTR QZ_STDCALL QzList_AllocSize(tQZLIST* list, int index
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzList_MoveItemsBetweenHeapLists(
     tQZLIST* destination, int destination_index, tQZLIST* source, int source_start, int count) {
     if (destination == source) return E_INVALIDARG;
-    Entry destination_entry(destination);
-    if (!destination_entry.ok()) return destination_entry.refusal();
-    Entry source_entry(source);
-    if (!source_entry.ok()) return source_entry.refusal();
+    PairEntry entry(destination, source);
+    if (!entry.ok()) return entry.refusal();
     if (!owns_items(destination) || !owns_items(source) || destination->pending_item) return E_FAIL;
     // A block must be freed by the allocator it came from.
     if (destination->item_heap != source->item_heap) return E_FAIL;
@@ -138,16 +136,15 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzList_MoveItemsBetweenHeapLists(
     if (destination_index < 0 || destination_index > destination->count)
         destination_index = destination->count;
 
-    // Without its heap-item bit the source's deletions leave the blocks alone.
-    source->create_options &= ~QZLIST_HEAPITEMS;
+    // Each block leaves the source without being freed. The source's options
+    // stay as they are: other threads read them before taking its lock.
     HRESULT hr = S_OK;
     void** slots = static_cast<void**>(source->items);
     for (int i = source_start + count - 1; i >= source_start && SUCCEEDED(hr); --i) {
         destination->pending_item = slots[i];
         hr = QzList_InsertList(destination, destination_index, nullptr, -1);
-        if (SUCCEEDED(hr)) hr = QzList_DeleteList(source, i, 1, FALSE);
+        if (SUCCEEDED(hr)) remove_slots(source, i, 1);
     }
-    source->create_options |= QZLIST_HEAPITEMS;
     destination->pending_item = nullptr;
     return hr;
 }

@@ -178,9 +178,11 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzList_HeapSort(tQZLIST* list, LONG_PTR cr
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzList_SortTo(tQZLIST* destination, tQZLIST* source,
                                                     LONG_PTR criteria, QZLISTCOMPARE compare) {
-    Entry entry(source);
+    // Both lists stay locked throughout: the destination takes its criteria
+    // and every item with no other writer in between.
+    PairEntry entry(source, destination);
     if (!entry.ok()) return entry.refusal();
-    if (!is_live(destination) || destination == source) return E_INVALIDARG;
+    if (destination == source) return E_INVALIDARG;
     destination->sort_criteria = criteria;
     if (!compare) return S_OK;
     // Items are copied as they are: both lists must hold the same kind and

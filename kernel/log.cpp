@@ -2,6 +2,7 @@
 #include "qz/qzlog.h"
 
 #include <cstdarg>
+#include <mutex>
 #include <string>
 
 #include "base/format.h"
@@ -30,7 +31,9 @@ DWORD share_flags(int share_mode) {
         case QZLOG_SH_DENYRD:
             return FILE_SHARE_WRITE;
         case QZLOG_SH_DENYNO:
-            return FILE_SHARE_READ | FILE_SHARE_WRITE;
+            // Sharing deletion lets any of several logs on the file rename
+            // it away when it rotates.
+            return FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
         default:
             return 0;
     }
@@ -59,6 +62,19 @@ const WCHAR* file_name_part(const WCHAR* path) {
     for (const WCHAR* p = path; *p; ++p)
         if (*p == WCHAR('\\') || *p == WCHAR('/')) name = p + 1;
     return name;
+}
+
+// Rotations of every log in the process take turns, so that of several
+// logs on one file only the first to find it full moves it away.
+std::mutex& rotation_lock() {
+    static std::mutex lock;
+    return lock;
+}
+
+// The size of the open file, or -1 when it cannot be told.
+LONGLONG file_size(HANDLE file) {
+    LARGE_INTEGER size;
+    return GetFileSizeEx(file, &size) ? size.QuadPart : -1;
 }
 
 class Locked {
@@ -161,17 +177,13 @@ HRESULT QZ_CDECL CLog::Write(LOGFLAGS level, LPCWSTR source, int line, LPCWSTR f
     if ((m_mask & level & kLevelBits) == 0) return S_OK;
     if (!format) return E_POINTER;
 
-    LONG high = 0;
-    const DWORD low = SetFilePointer(m_file, 0, &high, FILE_END);
-    const LONGLONG position = (LONGLONG(high) << 32) | low;
-    if (m_size_limit > 0 && position >= m_size_limit) {
+    // The file is open for appending, so its size is where the line goes.
+    if (m_size_limit > 0 && file_size(m_file) >= m_size_limit) {
         const HRESULT hr = rotate();
         if (FAILED(hr)) {
             m_enabled = FALSE;
             return hr;
         }
-        // A file that could not be moved away is reopened with its lines.
-        SetFilePointer(m_file, 0, nullptr, FILE_END);
     }
 
     WCHAR message[kMessageChars];
@@ -216,8 +228,10 @@ void CLog::set_names(LPCWSTR file_name) {
                                   qz::detail::kSuffixChars + 1);
 }
 
+// The file is opened for appending only: every line then goes to the end
+// of the file in one write, even when other handles write to it as well.
 HRESULT CLog::open_file() {
-    const HANDLE file = CreateFileW(m_file_name, GENERIC_READ | GENERIC_WRITE,
+    const HANDLE file = CreateFileW(m_file_name, GENERIC_READ | FILE_APPEND_DATA,
                                     qz::detail::share_flags(m_share_mode), nullptr, OPEN_ALWAYS,
                                     FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) return QZE_FILE_OPEN;
@@ -234,7 +248,15 @@ void CLog::close_file() {
 // The current file becomes the previous one, replacing it. Whether the
 // deletion and the renaming worked shows in the reopening: if the file
 // could not be moved away, the log goes on in it.
+//
+// Another log on the same file may have rotated it already, and this log
+// then holds the old file under its new name. So the name is opened again
+// first, and the file found there is moved away only if it is full too.
 HRESULT CLog::rotate() {
+    std::lock_guard<std::mutex> rotating(qz::detail::rotation_lock());
+    close_file();
+    HRESULT hr = open_file();
+    if (FAILED(hr) || qz::detail::file_size(m_file) < m_size_limit) return hr;
     close_file();
     DeleteFileW(m_previous_name);
     MoveFileW(m_file_name, m_previous_name);

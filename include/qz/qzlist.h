@@ -220,7 +220,9 @@ QZ_API HRESULT QZ_STDCALL QzList_HeapSort(tQZLIST* list, LONG_PTR criteria, QZLI
  * Inserts every source item, in order, into `destination` at its sorted
  * place; stores the criteria in the destination. The lists must hold the
  * same kind and size of item, and the destination must not own its blocks
- * (E_FAIL).
+ * (E_FAIL). Thread-safe lists are both locked for the whole call, in an
+ * order shared by every call on two lists, so calls between the same two
+ * lists in opposite directions cannot deadlock.
  */
 QZ_API HRESULT QZ_STDCALL QzList_SortTo(tQZLIST* destination, tQZLIST* source, LONG_PTR criteria,
                                         QZLISTCOMPARE compare);
@@ -229,7 +231,8 @@ QZ_API HRESULT QZ_STDCALL QzList_SortTo(tQZLIST* destination, tQZLIST* source, L
  * heap-item list to `destination_index` of another (below 0 or past the
  * end: appended), keeping their order. Both lists must allocate alike (the
  * standard allocator, or the same heap) and the destination must have no
- * pending item (E_FAIL). Locks the destination, then the source.
+ * pending item (E_FAIL). Both lists are locked as by QzList_SortTo; a
+ * refusal of the destination is reported before one of the source.
  */
 QZ_API HRESULT QZ_STDCALL QzList_MoveItemsBetweenHeapLists(tQZLIST* destination,
                                                            int destination_index, tQZLIST* source,

@@ -7,6 +7,17 @@
  * (replacing an older one) and a new file starts. Lines are 8-bit text in
  * the ANSI code page with the platform's text-file line ends.
  *
+ * Several logs may write one file: copies of a log, or logs given the same
+ * name with QZLOG_SH_DENYNO. The file is open for appending, so every line,
+ * through whichever log, lands whole at the end of the file. Any of them
+ * rotates the file when it finds it full; rotations within the process take
+ * turns, and a log whose file another log has just rotated goes on in the
+ * new file instead of rotating it again. A line that such a log writes
+ * while the other rotates lands, whole, at the end of the previous file;
+ * no line is lost until the previous file itself is replaced. Logs in other
+ * processes are not coordinated: a rotation there can come on top of one
+ * here, dropping the newest previous file early.
+ *
  * A line with both decorations reads
  *   "ERR  2024-03-01 09:05:07        main.cpp(  42): the message"
  * that is: the level's tag, the local time " %04d-%02d-%02d %02d:%02d:%02d ",
@@ -36,7 +47,7 @@ typedef DWORD LOGFLAGS;
 #define QZLOG_SH_DENYRW 0x10 /* as exclusive */
 #define QZLOG_SH_DENYWR 0x20 /* others may read */
 #define QZLOG_SH_DENYRD 0x30 /* others may write */
-#define QZLOG_SH_DENYNO 0x40 /* others may read and write */
+#define QZLOG_SH_DENYNO 0x40 /* others may read, write, rename and delete */
 
 #ifdef __cplusplus
 

@@ -79,6 +79,11 @@
 #define GENERIC_WRITE 0x40000000u
 #define GENERIC_EXECUTE 0x20000000u
 #define GENERIC_ALL 0x10000000u
+/* Specific rights: FILE_APPEND_DATA without FILE_WRITE_DATA (or a generic
+   write right) makes every write land at the end of the file. */
+#define FILE_READ_DATA 0x00000001u
+#define FILE_WRITE_DATA 0x00000002u
+#define FILE_APPEND_DATA 0x00000004u
 
 #define FILE_SHARE_READ 0x00000001u
 #define FILE_SHARE_WRITE 0x00000002u
@@ -146,8 +151,12 @@ QZ_API DWORD GetLastError(void);
 QZ_API void SetLastError(DWORD error);
 
 /*
- * Opens or creates a file. Access is GENERIC_READ and/or GENERIC_WRITE;
- * share modes are honoured between handles of this process (a conflicting
+ * Opens or creates a file. Access is GENERIC_READ and/or GENERIC_WRITE,
+ * or the specific FILE_READ_DATA, FILE_WRITE_DATA and FILE_APPEND_DATA; a
+ * handle with FILE_APPEND_DATA but no other write right writes only at the
+ * end of the file, each WriteFile whole and at once even against other
+ * handles and processes, and cannot cut the file (SetEndOfFile is
+ * ERROR_ACCESS_DENIED); share modes are honoured between handles of this process (a conflicting
  * open fails with ERROR_SHARING_VIOLATION); dispositions CREATE_NEW,
  * CREATE_ALWAYS, OPEN_EXISTING, OPEN_ALWAYS and TRUNCATE_EXISTING behave as
  * on Windows, including ERROR_ALREADY_EXISTS as the last error after

@@ -102,6 +102,12 @@ DWORD access_rights(DWORD access, DWORD flags) {
     DWORD rights = 0;
     if (access & (GENERIC_READ | GENERIC_EXECUTE | GENERIC_ALL)) rights |= kAccessRead;
     if (access & (GENERIC_WRITE | GENERIC_ALL)) rights |= kAccessWrite;
+    if (access & FILE_READ_DATA) rights |= kAccessRead;
+    if (access & FILE_WRITE_DATA) rights |= kAccessWrite;
+    // The right to append alone: Windows ignores the file pointer of such a
+    // handle's writes and puts each at the end of the file.
+    if ((access & FILE_APPEND_DATA) && !(rights & kAccessWrite))
+        rights |= kAccessWrite | kAccessAppend;
     if (flags & FILE_FLAG_DELETE_ON_CLOSE) rights |= kAccessDelete;
     return rights;
 }
@@ -114,6 +120,7 @@ int open_flags(DWORD rights, DWORD flags) {
     const bool write = rights & kAccessWrite;
     oflags |= read && write ? O_RDWR : write ? O_WRONLY : O_RDONLY;
     if (flags & FILE_FLAG_WRITE_THROUGH) oflags |= O_DSYNC;
+    if (rights & kAccessAppend) oflags |= O_APPEND;
     return oflags;
 }
 
@@ -438,11 +445,20 @@ QZ_EXTERN_C BOOL WriteFile(HANDLE handle, LPCVOID buffer, DWORD to_write, LPDWOR
         return FALSE;
     }
     const auto* bytes = static_cast<const unsigned char*>(buffer);
+    // An appending handle writes through O_APPEND: the system finds the end
+    // and writes there in one step, so writes through other handles (or
+    // other processes) can neither overwrite nor split this one.
+    const bool append = (file->access & kAccessAppend) != 0;
     DWORD done = 0;
     int error = transfer(*file, to_write, &done, [&](DWORD offset, LONGLONG at) {
-        return file->seekable ? ::pwrite(file->fd, bytes + offset, to_write - offset, at)
-                              : ::write(file->fd, bytes + offset, to_write - offset);
+        return file->seekable && !append ? ::pwrite(file->fd, bytes + offset, to_write - offset, at)
+                                         : ::write(file->fd, bytes + offset, to_write - offset);
     });
+    if (append && file->seekable) {
+        // The pointer follows the data, wherever the end was.
+        const off_t end = ::lseek(file->fd, 0, SEEK_CUR);
+        if (end >= 0) file->position.store(end, std::memory_order_relaxed);
+    }
     // A device that takes nothing and reports no error is as full as one that says so.
     if (error == 0 && done < to_write) error = ENOSPC;
     if (written != nullptr) *written = done;
@@ -498,7 +514,7 @@ QZ_EXTERN_C BOOL SetEndOfFile(HANDLE handle) {
     if (injected(FaultOp::Truncate)) return FALSE;
     HandleRef<FileObject> file = lookup_file(handle);
     if (!file) return FALSE;
-    if (!(file->access & kAccessWrite)) {
+    if (!(file->access & kAccessWrite) || (file->access & kAccessAppend)) {
         SetLastError(ERROR_ACCESS_DENIED);
         return FALSE;
     }

@@ -33,6 +33,7 @@ enum FileAccess : DWORD {
     kAccessRead = 1,
     kAccessWrite = 2,
     kAccessDelete = 4, /* opened with FILE_FLAG_DELETE_ON_CLOSE */
+    kAccessAppend = 8, /* writes only at the end (with kAccessWrite) */
 };
 
 class FileObject : public HandleObject {

@@ -294,4 +294,61 @@ TEST_F(LogFile, ConcurrentWritersLoseOnlyRotatedLinesAndNeverTearOne) {
     }
 }
 
+// A log and its copy share one file, four writer threads each. Without a
+// limit every line stays in the file; with a limit that the lines pass once,
+// they end up split between the previous file and the new one. Either way
+// each line is there exactly once and whole.
+TEST_F(LogFile, TwoLogsOnOneFileKeepEveryLineOnceAndWhole) {
+    constexpr int kLogs = 2, kThreads = 4, kLines = 2000;
+    // About 560 KB of lines in all: a limit of 320 KB rotates exactly once.
+    for (int limit : {-1, 320 * 1024}) {
+        fs::remove(path_);
+        fs::remove(path_.string() + ".previous");
+        CLog original;
+        ASSERT_EQ(original.Init(name_.c_str(), QZLOG_ALL_LEVELS, limit, QZLOG_SH_DENYNO), S_OK);
+        CLog copy(original);
+        CLog* logs[kLogs] = {&original, &copy};
+        std::atomic<int> failures{0};
+        std::vector<std::thread> writers;
+        for (int h = 0; h < kLogs; ++h)
+            for (int t = 0; t < kThreads; ++t)
+                writers.emplace_back([&, h, t] {
+                    for (int i = 0; i < kLines; ++i)
+                        if (logs[h]->Write(QZLOG_INFO, nullptr, 0, QZTEXT("h%d t%d n%05d %.*s|"), h,
+                                           t, i, 5 + (i + t) % 23,
+                                           QZTEXT("xxxxxxxxxxxxxxxxxxxxxxxxxxxxxx")) != S_OK)
+                            ++failures;
+                });
+        for (auto& w : writers) w.join();
+        original.Shutdown();
+        copy.Shutdown();
+        EXPECT_EQ(failures.load(), 0);
+
+        const std::string newer = contents();
+        const bool rotated = fs::exists(path_.string() + ".previous");
+        EXPECT_EQ(rotated, limit > 0) << limit;
+        const std::string older = rotated ? previous() : std::string();
+        if (rotated) {
+            EXPECT_GE(older.size(), size_t(limit));
+            EXPECT_LT(newer.size(), size_t(limit));
+        }
+        std::map<std::string, int> seen;
+        std::istringstream lines(older + newer);
+        std::string line;
+        while (std::getline(lines, line)) {
+            int h = -1, t = -1, i = -1;
+            ASSERT_EQ(std::sscanf(line.c_str(), "INFOh%d t%d n%d ", &h, &t, &i), 3)
+                << "torn line: " << line;
+            const std::string expected = "INFOh" + std::to_string(h) + " t" + std::to_string(t) +
+                                         " n" + std::string(5 - std::to_string(i).size(), '0') +
+                                         std::to_string(i) + " " +
+                                         std::string(5 + (i + t) % 23, 'x') + "|";
+            ASSERT_EQ(line, expected) << "torn line";
+            ++seen[line];
+        }
+        EXPECT_EQ(seen.size(), size_t(kLogs * kThreads * kLines)) << "lines lost, limit " << limit;
+        for (const auto& [text, times] : seen) ASSERT_EQ(times, 1) << text;
+    }
+}
+
 }  // namespace

@@ -257,6 +257,36 @@ TEST(WriteFile, WritingPastTheEndFillsTheGapWithZeros) {
     EXPECT_EQ(position_of(h.get()), 9);
 }
 
+TEST(WriteFile, AppendOnlyHandlesWriteAtTheEndWhateverTheirPointer) {
+    ScratchDir dir;
+    native_write(dir.native("f"), "abc");
+    Handle append(open_file(dir.wide("f"), FILE_APPEND_DATA, OPEN_EXISTING));
+    Handle reader(open_file(dir.wide("f"), GENERIC_READ | FILE_APPEND_DATA, OPEN_EXISTING));
+    Handle writer(open_file(dir.wide("f"), FILE_WRITE_DATA | FILE_APPEND_DATA, OPEN_EXISTING));
+    ASSERT_TRUE(append.valid() && reader.valid() && writer.valid());
+    ASSERT_EQ(SetFilePointer(append.get(), 1, nullptr, FILE_BEGIN), 1u);
+    ASSERT_TRUE(write_bytes(append.get(), "12"));
+    EXPECT_EQ(position_of(append.get()), 5);
+    ASSERT_TRUE(write_bytes(reader.get(), "34"));
+    // With the right to write anywhere, the pointer counts again.
+    ASSERT_TRUE(write_bytes(writer.get(), "Z"));
+    EXPECT_EQ(native_read(dir.native("f")), "Zbc1234");
+
+    char byte;
+    DWORD got = 0;
+    EXPECT_FALSE(ReadFile(append.get(), &byte, 1, &got, nullptr));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    ASSERT_EQ(SetFilePointer(reader.get(), 0, nullptr, FILE_BEGIN), 0u);
+    EXPECT_TRUE(ReadFile(reader.get(), &byte, 1, &got, nullptr) && byte == 'Z');
+    EXPECT_FALSE(SetEndOfFile(append.get()));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    // Appending is writing as far as share modes go.
+    Handle denies_writers(open_file(dir.wide("f"), GENERIC_READ, OPEN_EXISTING, FILE_SHARE_READ));
+    EXPECT_FALSE(denies_writers.valid());
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SHARING_VIOLATION));
+    EXPECT_EQ(native_read(dir.native("f")), "Zbc1234");
+}
+
 TEST(WriteFile, FullDeviceIsDiskFull) {
     HANDLE h =
         CreateFileW(u"/dev/full", GENERIC_WRITE, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
