@@ -11,6 +11,7 @@
 #include "qz/qzkernel.h"
 #include "qz/qzlang.h"
 #include "qz/qzlist.h"
+#include "qz/qzqueue.h"
 #include "qz/qzwaveformat.h"
 #include "qz/riff.h"
 #include "qz/qzerror.h"

@@ -117,6 +117,12 @@ void release_colour_objects(ColourObjects* objects);
 void set_arrow_cursor();
 void destroy_cursor(HCURSOR cursor);
 
+/*
+ * Serves the messages other threads sent to the calling thread, removing
+ * nothing else from its message queue. POSIX threads have no message queue.
+ */
+void serve_sent_messages();
+
 /* ---- the settings store's backend ------------------------------------------------ */
 
 struct SettingValue {

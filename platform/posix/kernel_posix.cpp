@@ -59,6 +59,7 @@ void release_colour_objects(ColourObjects* objects) {
 }
 void set_arrow_cursor() {}
 void destroy_cursor(HCURSOR) {}
+void serve_sent_messages() {}
 
 // Neither the Windows 95 line nor a system older than it.
 bool is_old_platform() {

@@ -211,6 +211,17 @@ QZ_EXTERN_C DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOO
     return wait_for_events(count, handles, wait_all != FALSE, milliseconds);
 }
 
+QZ_EXTERN_C DWORD MsgWaitForMultipleObjectsEx(DWORD count, const HANDLE* handles,
+                                              DWORD milliseconds, DWORD /*wake_mask*/,
+                                              DWORD flags) {
+    if (count > MAXIMUM_WAIT_OBJECTS - 1) return wait_failed(ERROR_INVALID_PARAMETER);
+    if (count == 0) {
+        Sleep(milliseconds);
+        return WAIT_TIMEOUT;
+    }
+    return wait_for_events(count, handles, (flags & MWMO_WAITALL) != 0, milliseconds);
+}
+
 // ---- interlocked operations (sequentially consistent) ----------------------------------------
 
 QZ_EXTERN_C LONG InterlockedExchange(LONG volatile* target, LONG value) {

@@ -23,6 +23,13 @@
 #define SEM_FAILCRITICALERRORS 0x0001u
 #define SEM_NOOPENFILEERRORBOX 0x8000u
 
+/* ---- message waits ------------------------------------------------------------- */
+
+#define QS_SENDMESSAGE 0x0040u
+#define MWMO_WAITALL 0x0001u
+#define MWMO_ALERTABLE 0x0002u
+#define MWMO_INPUTAVAILABLE 0x0004u
+
 /* ---- code pages ------------------------------------------------------------------ */
 
 #define CP_ACP 0u
@@ -66,6 +73,17 @@ QZ_INTERNAL void Sleep(DWORD milliseconds);
    queued call; this layer queues none, so it sleeps the full time. */
 QZ_INTERNAL DWORD SleepEx(DWORD milliseconds, BOOL alertable);
 QZ_INTERNAL DWORD WaitForSingleObjectEx(HANDLE handle, DWORD milliseconds, BOOL alertable);
+/*
+ * Waits for up to MAXIMUM_WAIT_OBJECTS - 1 events (more: WAIT_FAILED with
+ * ERROR_INVALID_PARAMETER). Threads here have no message queue and nothing
+ * queues calls to them, so the wake mask and MWMO_INPUTAVAILABLE never end
+ * the wait, MWMO_ALERTABLE never gives WAIT_IO_COMPLETION, and
+ * MWMO_WAITALL waits until every event is signalled at once (the input
+ * Windows would require as well cannot arrive, so it is not required).
+ * With no events the wait can only time out.
+ */
+QZ_INTERNAL DWORD MsgWaitForMultipleObjectsEx(DWORD count, const HANDLE* handles,
+                                              DWORD milliseconds, DWORD wake_mask, DWORD flags);
 QZ_INTERNAL UINT SetErrorMode(UINT mode);
 
 /*

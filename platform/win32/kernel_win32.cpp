@@ -95,4 +95,10 @@ void destroy_cursor(HCURSOR cursor) {
     DestroyCursor(cursor);
 }
 
+// A peek that removes nothing still delivers the sent messages it passes.
+void serve_sent_messages() {
+    MSG message;
+    PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE | PM_QS_SENDMESSAGE);
+}
+
 }  // namespace qz::platform
