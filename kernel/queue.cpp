@@ -10,9 +10,9 @@
 #include <atomic>
 #include <cstddef>
 
-#include "kernel_platform.h"
+#include "platform/platform.h"
+#include "platform/win32api.h"
 #include "qz/qzqueue.h"
-#include "win32api.h"
 
 namespace qz::queue {
 

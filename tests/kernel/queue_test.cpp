@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "qz/qzqueue.h"
-#include "win32api.h"
+#include "platform/win32api.h"
 
 namespace {
 
