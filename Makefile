@@ -15,8 +15,9 @@ HOST := build/host
 WINDOWS := build/windows
 BENCH := build/bench
 FUZZ := build/fuzz
+COVERAGE := build/coverage
 
-.PHONY: all demo test release asan windows bench fuzz install-check clean
+.PHONY: all demo test release asan coverage windows bench fuzz install-check clean
 
 all: $(RELEASE)/CMakeCache.txt
 	cmake --build $(RELEASE) -j $(JOBS)
@@ -47,6 +48,21 @@ asan: $(ASAN)/CMakeCache.txt
 	cd $(ASAN) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
 	    UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	    ctest --output-on-failure -j $(JOBS)
+
+# How much of the library the suite runs: a Debug build with gcov counters,
+# the suite, then gcovr's line and branch figures per source folder.
+$(COVERAGE)/CMakeCache.txt:
+	cmake -S . -B $(COVERAGE) $(GENERATOR) $(WARNINGS) -DCMAKE_BUILD_TYPE=Debug -DQZ_COVERAGE=ON $(CMAKE_ARGS)
+
+coverage: $(COVERAGE)/CMakeCache.txt
+	cmake --build $(COVERAGE) -j $(JOBS)
+	find $(COVERAGE) -name '*.gcda' -delete
+	cd $(COVERAGE) && ctest --output-on-failure -j $(JOBS)
+	gcovr -r . --object-directory $(COVERAGE) -j $(JOBS) \
+	    -e 'tests/' -e 'bench/' -e 'fuzz/' -e '/usr/' -e '$(COVERAGE)/' \
+	    --json-summary $(COVERAGE)/summary.json --txt $(COVERAGE)/coverage.txt
+	python3 cmake/coverage_summary.py $(COVERAGE)/summary.json \
+	    include base kernel chunkfiles audioformat platform -- tools
 
 # The 32-bit Windows DLL. The export generator runs on the host, so it is
 # built natively first.
