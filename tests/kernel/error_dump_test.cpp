@@ -20,9 +20,9 @@
 
 namespace {
 
-using qz::test::hex_address;
-using qz::test::MessageBoxCapture;
-using qz::test::narrow;
+using qz::testing::hex_address;
+using qz::testing::MessageBoxCapture;
+using qz::testing::narrow;
 
 constexpr size_t kExtra = 2 * sizeof(void*) - 8;
 constexpr size_t kLineRoom = 50 + kExtra;

@@ -11,11 +11,11 @@
 
 namespace {
 
-using qz::test::expanded;
-using qz::test::MessageBoxCapture;
-using qz::test::narrow;
-using qz::test::wide;
-using qz::test::WString;
+using qz::testing::expanded;
+using qz::testing::MessageBoxCapture;
+using qz::testing::narrow;
+using qz::testing::wide;
+using qz::testing::WString;
 
 WString text_of(HRESULT code) {
     const LPCWSTR text = QzErrorHandler_GetHresultString(code);

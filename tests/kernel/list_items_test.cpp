@@ -12,7 +12,7 @@
 
 namespace {
 
-using qz::test::TestList;
+using qz::testing::TestList;
 using qz::testing::FaultOp;
 using qz::testing::FaultPlan;
 
@@ -99,7 +99,7 @@ TEST(ListReAllocItem, KeepsTheBytesAndZeroesTheRest) {
         EXPECT_EQ(QzList_ReAllocItem(list.get(), 1, 8), E_FAIL);
     }
     TestList values(4, QZLIST_VALUES);
-    qz::test::fill(values.get(), 0, 2);
+    qz::testing::fill(values.get(), 0, 2);
     EXPECT_EQ(QzList_ReAllocItem(values.get(), 0, 8), E_FAIL);
 }
 

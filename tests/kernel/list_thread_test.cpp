@@ -10,7 +10,7 @@
 
 namespace {
 
-using qz::test::TestList;
+using qz::testing::TestList;
 
 constexpr uint32_t kThreads = 4;
 constexpr uint32_t kItemsPerThread = 1500;
@@ -44,13 +44,13 @@ TEST(ListThreads, InsertsAndDeletesFromSeveralThreadsLoseNothing) {
     for (uint32_t t = 0; t < kThreads; ++t) threads.emplace_back(work, list.get(), t);
     for (auto& thread : threads) thread.join();
 
-    std::vector<uint32_t> got = qz::test::values(list.get());
+    std::vector<uint32_t> got = qz::testing::values(list.get());
     std::vector<uint32_t> expected;
     for (uint32_t t = 0; t < kThreads; ++t)
         for (uint32_t i = 1; i < kItemsPerThread; i += 2) expected.push_back(tag(t, i));
     std::sort(got.begin(), got.end());
     EXPECT_EQ(got, expected);
-    EXPECT_TRUE(qz::test::tail_is_zero(list.get()));
+    EXPECT_TRUE(qz::testing::tail_is_zero(list.get()));
 }
 
 TEST(ListThreads, OwnedBlocksSurviveConcurrentAllocationAndDeletion) {
