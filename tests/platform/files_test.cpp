@@ -179,39 +179,6 @@ TEST(ShareModes, DeleteAndMoveNeedFileShareDelete) {
     EXPECT_TRUE(DeleteFileW(dir.wide("b").c_str()));
 }
 
-TEST(DeleteOnClose, TheLastHandleRemovesTheFile) {
-    TempDir dir;
-    HANDLE temp = open_file(dir.wide("t"), GENERIC_READ | GENERIC_WRITE, CREATE_NEW, kShareAll,
-                            FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE);
-    ASSERT_NE(temp, INVALID_HANDLE_VALUE);
-    // Later opens must share deletion with the delete-on-close handle.
-    EXPECT_EQ(open_file(dir.wide("t"), GENERIC_READ, OPEN_EXISTING, FILE_SHARE_READ),
-              INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SHARING_VIOLATION));
-    HANDLE other = open_file(dir.wide("t"), GENERIC_READ, OPEN_EXISTING, kShareAll);
-    ASSERT_NE(other, INVALID_HANDLE_VALUE);
-
-    ASSERT_TRUE(CloseHandle(temp));
-    EXPECT_TRUE(native_exists(dir.file("t")));
-    // Deletion is pending: the name is there but cannot be opened again.
-    EXPECT_EQ(open_file(dir.wide("t"), GENERIC_READ, OPEN_EXISTING), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-    ASSERT_TRUE(CloseHandle(other));
-    EXPECT_FALSE(native_exists(dir.file("t")));
-}
-
-TEST(DeleteOnClose, ARenamedFileIsNotChasedAndAnotherFileIsNotRemoved) {
-    TempDir dir;
-    HANDLE temp =
-        open_file(dir.wide("t"), GENERIC_WRITE, CREATE_NEW, kShareAll, FILE_FLAG_DELETE_ON_CLOSE);
-    ASSERT_NE(temp, INVALID_HANDLE_VALUE);
-    ASSERT_EQ(::rename(dir.file("t").c_str(), dir.file("moved").c_str()), 0);
-    native_write(dir.file("t"), "a new file under the old name");
-    ASSERT_TRUE(CloseHandle(temp));
-    EXPECT_EQ(native_read(dir.file("t")), "a new file under the old name");
-    EXPECT_TRUE(native_exists(dir.file("moved")));
-}
-
 TEST(ReadFile, ShortReadAtTheEndIsSuccessWithASmallerCount) {
     TempDir dir;
     native_write(dir.file("f"), "0123456789");
@@ -557,32 +524,6 @@ TEST(FileSystem, AttributesDeleteMoveAndFoldersSucceed) {
     EXPECT_EQ(native_read(dir.file("g/c")), "A");
     EXPECT_TRUE(DeleteFileW(dir.wide("g/c").c_str()));
     EXPECT_TRUE(RemoveDirectoryW(dir.wide("g").c_str()));
-}
-
-TEST(MoveFile, CopiesFilesToAnotherFileSystem) {
-    TempDir dir;
-    struct stat here, there;
-    if (::stat(dir.file("").c_str(), &here) != 0 || ::stat("/dev/shm", &there) != 0 ||
-        here.st_dev == there.st_dev) {
-        GTEST_SKIP() << "needs /dev/shm on another file system than the temporary folder";
-    }
-    const std::string target = "/dev/shm/qz-move-" + std::to_string(::getpid());
-    native_write(dir.file("a"), std::string(100000, 'm'));
-    ASSERT_EQ(::chmod(dir.file("a").c_str(), 0640), 0);
-    const BOOL moved = MoveFileW(dir.wide("a").c_str(), qz::testing::wide(target).c_str());
-    const std::string copied = native_read(target);
-    struct stat st {};
-    ::stat(target.c_str(), &st);
-    ::unlink(target.c_str());
-    EXPECT_TRUE(moved);
-    EXPECT_FALSE(native_exists(dir.file("a")));
-    EXPECT_EQ(copied, std::string(100000, 'm'));
-    EXPECT_EQ(st.st_mode & 0777, 0640u);
-    // A folder does not move there.
-    ASSERT_EQ(::mkdir(dir.file("d").c_str(), 0777), 0);
-    EXPECT_FALSE(MoveFileW(dir.wide("d").c_str(), qz::testing::wide(target).c_str()));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_SAME_DEVICE));
-    EXPECT_TRUE(native_exists(dir.file("d")));
 }
 
 }  // namespace
