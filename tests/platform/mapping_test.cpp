@@ -212,21 +212,4 @@ TEST(FileMapping, AMappedFileKeepsItsSizeUntilTheLastViewGoes) {
     CloseHandle(file);
 }
 
-TEST(FileMapping, DeleteOnCloseWaitsForTheLastView) {
-    TempDir dir;
-    HANDLE file = open_file(dir.wide("t"), kReadWrite, CREATE_NEW, FILE_FLAG_DELETE_ON_CLOSE);
-    ASSERT_NE(file, INVALID_HANDLE_VALUE);
-    DWORD written = 0;
-    ASSERT_TRUE(WriteFile(file, "temp", 4, &written, nullptr));
-    HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READONLY, 0, 0, nullptr);
-    const auto* view = static_cast<const char*>(MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 0));
-    ASSERT_NE(view, nullptr);
-    CloseHandle(mapping);
-    CloseHandle(file);
-    EXPECT_TRUE(native_exists(dir.file("t")));
-    EXPECT_EQ(std::string(view, 4), "temp");
-    UnmapViewOfFile(view);
-    EXPECT_FALSE(native_exists(dir.file("t")));
-}
-
 }  // namespace
