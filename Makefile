@@ -16,8 +16,9 @@ HOST := build/host
 WINDOWS := build/windows
 BENCH := build/bench
 FUZZ := build/fuzz
+COVERAGE := build/coverage
 
-.PHONY: all demo test release asan tsan windows bench fuzz fuzz-run install-check clean
+.PHONY: all demo test release asan tsan coverage windows bench fuzz fuzz-run install-check clean
 
 all: $(RELEASE)/CMakeCache.txt
 	cmake --build $(RELEASE) -j $(JOBS)
@@ -58,6 +59,21 @@ tsan: $(TSAN)/CMakeCache.txt
 	cmake --build $(TSAN) -j $(JOBS)
 	cd $(TSAN) && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
 	    ctest --output-on-failure -j $(JOBS)
+
+# How much of the library the suite runs: a Debug build with gcov counters,
+# the suite, then gcovr's line and branch figures per source folder.
+$(COVERAGE)/CMakeCache.txt:
+	cmake -S . -B $(COVERAGE) $(GENERATOR) $(WARNINGS) -DCMAKE_BUILD_TYPE=Debug -DQZ_COVERAGE=ON $(CMAKE_ARGS)
+
+coverage: $(COVERAGE)/CMakeCache.txt
+	cmake --build $(COVERAGE) -j $(JOBS)
+	find $(COVERAGE) -name '*.gcda' -delete
+	cd $(COVERAGE) && ctest --output-on-failure -j $(JOBS)
+	gcovr -r . --object-directory $(COVERAGE) -j $(JOBS) \
+	    -e 'tests/' -e 'bench/' -e 'fuzz/' -e '/usr/' -e '$(COVERAGE)/' \
+	    --json-summary $(COVERAGE)/summary.json --txt $(COVERAGE)/coverage.txt
+	python3 cmake/coverage_summary.py $(COVERAGE)/summary.json \
+	    include base kernel chunkfiles audioformat platform -- tools
 
 # The 32-bit Windows DLL. The export generator runs on the host, so it is
 # built natively first.

@@ -18,9 +18,9 @@
 namespace {
 
 namespace fs = std::filesystem;
-using riff_test::Bytes;
-using riff_test::read_file;
-using riff_test::write_file;
+using qz::testing::Bytes;
+using qz::testing::read_file;
+using qz::testing::write_file;
 
 // Exit status and output (with standard error unless redirected).
 int run(const std::string& cmd, std::string* out = nullptr) {
@@ -70,10 +70,10 @@ protected:
     void SetUp() override {
         if (run("command -v sox sndfile-info sndfile-convert >/dev/null") != 0)
             GTEST_SKIP() << "needs sox, sndfile-info and sndfile-convert";
-        temp_ = std::make_unique<riff_test::TempDir>();
+        temp_ = std::make_unique<qz::testing::TempDir>();
         dir_ = temp_->path();
     }
-    std::unique_ptr<riff_test::TempDir> temp_;
+    std::unique_ptr<qz::testing::TempDir> temp_;
     fs::path dir_;
 };
 
@@ -158,7 +158,7 @@ TEST_F(MriffInterop, FilesFromSoxAndLibsndfileReadAsTheToolsReportThem) {
                              DWORD(image.size())),
                   S_OK);
         DWORD fmt_size = 0;
-        ASSERT_EQ(mriff_FindChunkHeaderInRIFF(&m, riff_test::cc("fmt "), &fmt_size, nullptr), S_OK);
+        ASSERT_EQ(mriff_FindChunkHeaderInRIFF(&m, qz::testing::cc("fmt "), &fmt_size, nullptr), S_OK);
         ASSERT_EQ(mriff_ReadData(&m, fmt.data(), fmt_size), S_OK);
         _qzwaveformat direct;
         direct.Init(QZWAVEFORMAT_TEMP_SIZE, *reinterpret_cast<const WAVEFORMATEX*>(fmt.data()));

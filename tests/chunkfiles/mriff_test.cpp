@@ -14,7 +14,7 @@
 
 namespace {
 
-using namespace riff_test;
+using namespace qz::testing;
 
 // An image followed by guard bytes that no call may touch.
 struct Image {

@@ -8,7 +8,7 @@
 #include "platform/posix/fault_plan.h"
 #include "tests/support/riff_files.h"
 
-using namespace riff_test;
+using namespace qz::testing;
 using qz::testing::FaultOp;
 using qz::testing::FaultPlan;
 

@@ -10,7 +10,7 @@
 
 #include "tests/support/riff_files.h"
 
-using namespace riff_test;
+using namespace qz::testing;
 
 namespace {
 

@@ -9,10 +9,10 @@
 
 namespace {
 
-using qz::test::expanded;
-using qz::test::MessageBoxCapture;
-using qz::test::narrow;
-using qz::test::WString;
+using qz::testing::expanded;
+using qz::testing::MessageBoxCapture;
+using qz::testing::narrow;
+using qz::testing::WString;
 
 constexpr size_t kLimitChars = QZERROR_DETAILS_BYTES / sizeof(WCHAR);
 
@@ -102,8 +102,8 @@ TEST_F(Details, HyperlinkNeedsBothPartsIsCutAndInitClearsAll) {
     EXPECT_EQ(QzErrorHandler_DetailsSetHyperlink(QZTEXT("https://x"), nullptr), E_POINTER);
     const std::string target = "https://" + std::string(3000, 't');
     const std::string label(3000, 'l');
-    ASSERT_EQ(QzErrorHandler_DetailsSetHyperlink(qz::test::wide(target).c_str(),
-                                                 qz::test::wide(label).c_str()),
+    ASSERT_EQ(QzErrorHandler_DetailsSetHyperlink(qz::testing::wide(target).c_str(),
+                                                 qz::testing::wide(label).c_str()),
               S_OK);
     EXPECT_EQ(box_text(), "msg\n\n" + label.substr(0, 2047) + ": " + target.substr(0, 2082));
     QzErrorHandler_DetailsAddString(QZE_NOT_FOUND, QZTEXT("line"));

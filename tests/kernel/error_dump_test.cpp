@@ -20,9 +20,9 @@
 
 namespace {
 
-using qz::test::hex_address;
-using qz::test::MessageBoxCapture;
-using qz::test::narrow;
+using qz::testing::hex_address;
+using qz::testing::MessageBoxCapture;
+using qz::testing::narrow;
 
 constexpr size_t kExtra = 2 * sizeof(void*) - 8;
 constexpr size_t kLineRoom = 50 + kExtra;
@@ -31,15 +31,6 @@ constexpr char kCanary = 0x5A;
 
 std::string addr(uintptr_t p) {
     return hex_address(reinterpret_cast<const void*>(p));
-}
-std::string addr(const void* p) {
-    return hex_address(p);
-}
-// The start of a dump row: a space, then the address.
-template <typename Address>
-std::string row(Address p) {
-    std::string text(1, ' ');
-    return text.append(addr(p));
 }
 
 // Runs a dump into a buffer with guard bytes past `size` and checks them.
@@ -58,19 +49,24 @@ std::string word_dump(const void* address, int count, int size = 4096) {
     return dump_with(QzErrorHandler_DumpHexDWords, address, count, size);
 }
 
-// Two pages: the first readable and writable, the second PROT_NONE.
+// A readable page that ends at 0x5A5A0000, followed by a PROT_NONE page, so
+// that dumps of it print the same addresses on every run. The rows the
+// tests pin are those of 64-bit builds.
 class GuardedPage {
 public:
+    static constexpr uintptr_t kBoundary = 0x5A5A0000;
     GuardedPage() : size_(size_t(sysconf(_SC_PAGESIZE))) {
-        void* p =
-            mmap(nullptr, 2 * size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        base_ = p == MAP_FAILED ? nullptr : static_cast<unsigned char*>(p);
+        void* const want = reinterpret_cast<void*>(kBoundary - size_);
+        void* p = mmap(want, 2 * size_, PROT_READ | PROT_WRITE,
+                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
+        if (p != MAP_FAILED && p != want) munmap(p, 2 * size_);
+        base_ = p == want ? static_cast<unsigned char*>(p) : nullptr;
         if (base_) mprotect(base_ + size_, size_, PROT_NONE);
     }
     ~GuardedPage() {
         if (base_) munmap(base_, 2 * size_);
     }
-    bool ok() const { return base_ != nullptr; }
+    bool ok() const { return base_ != nullptr && sizeof(void*) == 8; }
     // The first byte that cannot be read.
     unsigned char* boundary() const { return base_ + size_; }
 
@@ -79,11 +75,18 @@ private:
     unsigned char* base_;
 };
 
+#define NEED_PAGE(page) \
+    if (!(page).ok()) GTEST_SKIP() << "no 64-bit page below 0x5A5A0000 for the literal rows"
+
 TEST(DumpHex, EightBytesALinePaddedColumnsAndPrintableRange) {
+    GuardedPage page;
+    NEED_PAGE(page);
     const unsigned char data[] = {31, 32, 126, 127, 0x80, 0xFF, '%', '\\', 'A', 0x01, 'z'};
-    EXPECT_EQ(hex_dump(data, 11), row(data) + ": 1F 20 7E 7F 80 FF 25 5C . ~...%\\\r\n" +
-                                      row(data + 8) + ": 41 01 7A " + std::string(15, ' ') +
-                                      "A.z\r\n");
+    unsigned char* p = page.boundary() - 16;
+    std::memcpy(p, data, sizeof data);
+    EXPECT_EQ(hex_dump(p, 11),
+              " 000000005A59FFF0: 1F 20 7E 7F 80 FF 25 5C . ~...%\\\r\n"
+              " 000000005A59FFF8: 41 01 7A                A.z\r\n");
 }
 
 TEST(DumpHex, NothingToDumpGivesTheEmptyString) {
@@ -110,35 +113,34 @@ TEST(DumpHex, LinesNeedFiftyCharactersOfRoomPlusExtraDigits) {
 
 TEST(DumpHex, UnreadableBytesAreMarkedWithoutTouchingThem) {
     GuardedPage page;
-    ASSERT_TRUE(page.ok());
+    NEED_PAGE(page);
     unsigned char* p = page.boundary() - 4;
     std::memcpy(p, "AB\tD", 4);
-    EXPECT_EQ(hex_dump(p, 8), row(p) + ": 41 42 09 44 .. .. .. .. AB.D....\r\n");
+    EXPECT_EQ(hex_dump(p, 8), " 000000005A59FFFC: 41 42 09 44 .. .. .. .. AB.D....\r\n");
     EXPECT_EQ(hex_dump(page.boundary(), 3),
-              row(page.boundary()) + ": .. .. .. " + std::string(15, ' ') + "...\r\n");
+              " 000000005A5A0000: .. .. ..                ...\r\n");
 }
 
 TEST(DumpHexDWords, FourWordsALineAndUnreadableWords) {
-    const DWORD words[] = {0x12345678, 0xDEADBEEF, 0, 1, 0xFFFFFFFF};
-    const std::string line = row(words) + ": 12345678 DEADBEEF 00000000 00000001 \r\n";
-    EXPECT_EQ(word_dump(words, 5), line + row(words + 4) + ": FFFFFFFF \r\n");
-    EXPECT_EQ(word_dump(words, 5, int(kLineRoom)), line);
-
     GuardedPage page;
-    ASSERT_TRUE(page.ok());
-    unsigned char* p = page.boundary() - 6;
+    NEED_PAGE(page);
+    const DWORD words[] = {0x12345678, 0xDEADBEEF, 0, 1, 0xFFFFFFFF};
+    unsigned char* p = page.boundary() - 26;
+    std::memcpy(p, words, sizeof words);
+    const std::string line = " 000000005A59FFE6: 12345678 DEADBEEF 00000000 00000001 \r\n";
+    EXPECT_EQ(word_dump(p, 5), line + " 000000005A59FFF6: FFFFFFFF \r\n");
+    EXPECT_EQ(word_dump(p, 5, int(kLineRoom)), line);
+    // A word half readable is unreadable as a word.
     const DWORD first = 0xA1B2C3D4;
-    std::memcpy(p, &first, 4);
-    p[4] = 0x11;
-    p[5] = 0x22;
-    // The second word is half readable: it is unreadable as a word.
-    EXPECT_EQ(word_dump(p, 3), row(p) + ": A1B2C3D4 ........ ........ \r\n");
+    std::memcpy(page.boundary() - 6, &first, 4);
+    EXPECT_EQ(word_dump(page.boundary() - 6, 3),
+              " 000000005A59FFFA: A1B2C3D4 ........ ........ \r\n");
 }
 
 TEST(MemoryProbe, BothProbesRefuseAProtNonePageAndReadOthers) {
     using qz::platform::detail::ProbeResult;
     GuardedPage page;
-    ASSERT_TRUE(page.ok());
+    NEED_PAGE(page);
     std::memset(page.boundary() - 16, 0x6B, 16);
     for (auto probe : {&qz::platform::detail::read_by_vm, &qz::platform::detail::read_by_pipe}) {
         unsigned char out[32] = {};
@@ -183,7 +185,7 @@ ModuleOf module_of(const void* address) {
 
 TEST(StackDump, WordsNameTheirModuleAndUnreadableWordsAreDotted) {
     GuardedPage page;
-    ASSERT_TRUE(page.ok());
+    NEED_PAGE(page);
     auto* words = reinterpret_cast<DWORD_PTR*>(page.boundary()) - 2;
     const auto function = reinterpret_cast<DWORD_PTR>(&module_function);
     words[0] = 0x1234;
@@ -192,13 +194,13 @@ TEST(StackDump, WordsNameTheirModuleAndUnreadableWordsAreDotted) {
     std::vector<char> buffer(4096, kCanary);
     const qz::errors::StackSummary summary =
         qz::errors::dump_stack_lines(buffer.data(), 1000, words, 0);
-    const std::string dots(2 * sizeof(void*), '.');
     char offset[20];
     std::snprintf(offset, sizeof offset, "%X", unsigned(function - module.base));
     const std::string expected_start =
-        row(&words[0]) + ": " + addr(0x1234) + " \r\n" + row(&words[1]) + ": " +
-        addr(function) + "  " + addr(module.base) + " + " + offset + " (" + module.name + ")\r\n" +
-        row(page.boundary()) + ": " + dots + " \r\n";
+        " 000000005A59FFF0: 0000000000001234 \r\n"
+        " 000000005A59FFF8: " + addr(function) + "  " + addr(module.base) + " + " + offset +
+        " (" + module.name + ")\r\n"
+        " 000000005A5A0000: ................ \r\n";
     const std::string dump = buffer.data();
     EXPECT_EQ(dump.substr(0, expected_start.size()), expected_start);
     EXPECT_EQ(summary.code_references, module.base <= 0x10000000 ? 1 : 0);
@@ -229,12 +231,14 @@ struct FakeException {
     EXCEPTION_POINTERS pointers{&record, &context};
 };
 
-// An access violation writing 0xDEAD at module_function, with registers
-// that tell each field apart and a stack at the end of a readable page.
+// An access violation writing 0xDEAD at 0x5A59FF00 of the guarded page,
+// with registers that tell each field apart and a stack at the page's end.
 FakeException access_violation(const GuardedPage& page) {
     FakeException e;
+    unsigned char* code = page.boundary() - 0x100;
+    for (int i = 0; i < 16; ++i) code[i] = static_cast<unsigned char>(0x41 + i);
     e.record.ExceptionCode = EXCEPTION_ACCESS_VIOLATION;
-    e.record.ExceptionAddress = reinterpret_cast<PVOID>(&module_function);
+    e.record.ExceptionAddress = code;
     e.record.NumberParameters = 2;
     e.record.ExceptionInformation[0] = 1;
     e.record.ExceptionInformation[1] = 0xDEAD;
@@ -246,7 +250,7 @@ FakeException access_violation(const GuardedPage& page) {
     c.Esi = 0x51;
     c.Edi = 0xD1;
     c.Ebp = 0xBB;
-    c.Eip = reinterpret_cast<DWORD_PTR>(&module_function);
+    c.Eip = reinterpret_cast<DWORD_PTR>(code);
     c.EFlags = 0x246;
     c.SegCs = 0x33;
     c.SegSs = 0x2B;
@@ -260,25 +264,6 @@ FakeException access_violation(const GuardedPage& page) {
     std::memcpy(reinterpret_cast<char*>(stack) - 16, below, 16);
     c.Esp = reinterpret_cast<DWORD_PTR>(stack);
     return e;
-}
-
-std::string registers_text(const CONTEXT& c) {
-    const char r = sizeof(void*) == 8 ? 'R' : 'E';
-    const int w = int(2 * sizeof(void*));
-    char text[512];
-    std::snprintf(text, sizeof text,
-                  "Registers:\r\n"
-                  " %cAX=%0*llx CS=%04x %cIP=%0*llx EFLGS=%08x\r\n"
-                  " %cBX=%0*llx SS=%04x %cSP=%0*llx %cBP=%0*llx\r\n"
-                  " %cCX=%0*llx DS=%04x %cSI=%0*llx FS=%04x\r\n"
-                  " %cDX=%0*llx ES=%04x %cDI=%0*llx GS=%04x\r\n",
-                  r, w, (unsigned long long)c.Eax, unsigned(c.SegCs), r, w,
-                  (unsigned long long)c.Eip, unsigned(c.EFlags), r, w, (unsigned long long)c.Ebx,
-                  unsigned(c.SegSs), r, w, (unsigned long long)c.Esp, r, w,
-                  (unsigned long long)c.Ebp, r, w, (unsigned long long)c.Ecx, unsigned(c.SegDs), r,
-                  w, (unsigned long long)c.Esi, unsigned(c.SegFs), r, w, (unsigned long long)c.Edx,
-                  unsigned(c.SegEs), r, w, (unsigned long long)c.Edi, unsigned(c.SegGs));
-    return text;
 }
 
 std::string exception_dump(EXCEPTION_POINTERS* pointers, DWORD mask, LPCWSTR caption,
@@ -301,36 +286,44 @@ std::string thread_text(const char* caption) {
     qz::platform::current_thread_stack(&low, &high);
     char id[16];
     std::snprintf(id, sizeof id, "%X", unsigned(GetCurrentThreadId()));
-    return std::string("Thread: ") + caption + " ID=0x" + id + " Stack=0x" + addr(low) + "-0x" +
-           addr(high) + "\r\n";
+    return std::string("Thread: ") + caption + " ID=0x" + id + " Stack=0x" + hex_address(low) + "-0x" +
+           hex_address(high) + "\r\n";
 }
 
 TEST(ExceptionDump, EachSectionInItsExactFormat) {
     GuardedPage page;
-    ASSERT_TRUE(page.ok());
+    NEED_PAGE(page);
     FakeException e = access_violation(page);
-    const auto ip = reinterpret_cast<uintptr_t>(&module_function);
-    const ModuleOf module = module_of(kFunction);
-    const auto stack = uintptr_t(e.context.Esp);
 
     EXPECT_EQ(exception_dump(&e.pointers, QZDUMP_EXCEPTION, nullptr),
-              "Exception 0xC0000005 (access violation) WRITE:0x" + addr(0xDEAD) + " IP:0x" +
-                  addr(ip) + "\r\n");
+              "Exception 0xC0000005 (access violation) WRITE:0x000000000000DEAD"
+              " IP:0x000000005A59FF00\r\n");
+    // Anonymous memory belongs to no module.
     EXPECT_EQ(exception_dump(&e.pointers, QZDUMP_MODULE, nullptr),
-              "In Module '" + module.name + "' at Address 0x" + addr(module.base) + " + 0x" +
-                  addr(ip - module.base) + "\r\n");
+              "In Module '?' at Address 0x0000000000000000 + 0x000000005A59FF00\r\n");
     EXPECT_EQ(exception_dump(&e.pointers, QZDUMP_THREAD, nullptr), thread_text(""));
-    EXPECT_EQ(exception_dump(&e.pointers, QZDUMP_REGISTERS, nullptr), registers_text(e.context));
+    EXPECT_EQ(exception_dump(&e.pointers, QZDUMP_REGISTERS, nullptr),
+              "Registers:\r\n"
+              " RAX=00000000000000a1 CS=0033 RIP=000000005a59ff00 EFLGS=00000246\r\n"
+              " RBX=00000000000000b2 SS=002b RSP=000000005a59ffe0 RBP=00000000000000bb\r\n"
+              " RCX=00000000000000c3 DS=001d RSI=0000000000000051 FS=00f5\r\n"
+              " RDX=00000000000000d4 ES=00e5 RDI=00000000000000d1 GS=0065\r\n");
     EXPECT_EQ(exception_dump(&e.pointers, QZDUMP_CODE, nullptr),
-              "Bytes at CS:EIP:\r\n" + hex_dump(kFunction, 16));
+              "Bytes at CS:EIP:\r\n"
+              " 000000005A59FF00: 41 42 43 44 45 46 47 48 ABCDEFGH\r\n"
+              " 000000005A59FF08: 49 4A 4B 4C 4D 4E 4F 50 IJKLMNOP\r\n");
 
     const std::string dump = exception_dump(&e.pointers, QZDUMP_STACK, nullptr);
-    std::string lines;
-    for (int i = 0; i < 4; ++i)
-        lines += row(stack + i * sizeof(void*)) + ": " + addr(0x5000 + i) + " \r\n";
-    EXPECT_EQ(dump.substr(0, 13 + lines.size()), "Stack Dump:\r\n" + lines);
+    const std::string head =
+        "Stack Dump:\r\n"
+        " 000000005A59FFE0: 0000000000005000 \r\n"
+        " 000000005A59FFE8: 0000000000005001 \r\n"
+        " 000000005A59FFF0: 0000000000005002 \r\n"
+        " 000000005A59FFF8: 0000000000005003 \r\n"
+        " 000000005A5A0000: ................ \r\n";
+    EXPECT_EQ(dump.substr(0, head.size()), head);
     const std::string tail =
-        "- - -\r\n " + addr(stack - 16) + ": 0B0B0B01 0B0B0B02 0B0B0B03 0B0B0B04 \r\n";
+        "- - -\r\n 000000005A59FFD0: 0B0B0B01 0B0B0B02 0B0B0B03 0B0B0B04 \r\n";
     ASSERT_GE(dump.size(), tail.size());
     EXPECT_EQ(dump.substr(dump.size() - tail.size()), tail);
 
@@ -343,44 +336,51 @@ TEST(ExceptionDump, EachSectionInItsExactFormat) {
     EXPECT_EQ(all.substr(0, expected.size() + 13), expected + "Stack Dump:\r\n");
 }
 
+TEST(ExceptionDump, TheModuleLineNamesTheModuleAndTheOffset) {
+    EXCEPTION_RECORD record{};
+    record.ExceptionAddress = const_cast<void*>(kFunction);
+    EXCEPTION_POINTERS pointers{&record, nullptr};
+    const ModuleOf module = module_of(kFunction);
+    const auto ip = reinterpret_cast<uintptr_t>(kFunction);
+    EXPECT_EQ(exception_dump(&pointers, QZDUMP_MODULE, nullptr),
+              "In Module '" + module.name + "' at Address 0x" + addr(module.base) + " + 0x" +
+                  addr(ip - module.base) + "\r\n");
+}
+
 TEST(ExceptionDump, NamesReadAndPartialRecords) {
+    if (sizeof(void*) != 8) GTEST_SKIP() << "the literal lines are those of 64-bit builds";
     EXCEPTION_RECORD record{};
     EXCEPTION_POINTERS pointers{&record, nullptr};
     record.ExceptionAddress = reinterpret_cast<PVOID>(0x1000);
     const struct {
         DWORD code;
-        const char* text;
-    } cases[] = {{0xC0000094, "(integer divide by zero)"},
-                 {0xE0000042, "(Unknown Type)"},
-                 // An access violation without its parameters names no access.
-                 {0xC0000005, "(access violation)"}};
+        DWORD parameters;
+        const char* line;
+    } cases[] = {
+        {0xC0000094, 0, "Exception 0xC0000094 (integer divide by zero) IP:0x0000000000001000\r\n"},
+        {0xE0000042, 0, "Exception 0xE0000042 (Unknown Type) IP:0x0000000000001000\r\n"},
+        // An access violation without its parameters names no access.
+        {0xC0000005, 0, "Exception 0xC0000005 (access violation) IP:0x0000000000001000\r\n"},
+        {0xC0000005, 2,
+         "Exception 0xC0000005 (access violation) READ:0x0000000000000044"
+         " IP:0x0000000000001000\r\n"}};
+    record.ExceptionInformation[1] = 0x44;
     for (const auto& c : cases) {
         record.ExceptionCode = c.code;
-        char code[16];
-        std::snprintf(code, sizeof code, "%X", unsigned(c.code));
-        EXPECT_EQ(
-            exception_dump(&pointers, QZDUMP_EXCEPTION, nullptr),
-            "Exception 0x" + std::string(code) + " " + c.text + " IP:0x" + addr(0x1000) + "\r\n");
+        record.NumberParameters = c.parameters;
+        EXPECT_EQ(exception_dump(&pointers, QZDUMP_EXCEPTION, nullptr), c.line);
     }
-    record.ExceptionCode = EXCEPTION_ACCESS_VIOLATION;
-    record.NumberParameters = 2;
-    record.ExceptionInformation[1] = 0x44;
-    EXPECT_NE(exception_dump(&pointers, QZDUMP_EXCEPTION, nullptr).find(" READ:0x" + addr(0x44)),
-              std::string::npos);
     // Without a context there are no registers and no stack; without
     // pointers only the thread.
     const std::string partial = exception_dump(&pointers, 0, nullptr);
     EXPECT_EQ(partial.find("Registers:"), std::string::npos);
     EXPECT_EQ(partial.find("Stack Dump:"), std::string::npos);
-    EXPECT_NE(
-        partial.find("In Module '?' at Address 0x" + addr(uintptr_t(0)) + " + 0x" + addr(0x1000)),
-        std::string::npos);
     EXPECT_EQ(exception_dump(nullptr, 0, QZTEXT("only")), thread_text("only"));
 }
 
 TEST(ExceptionDump, NeverWritesPastTheBufferAtAnySize) {
     GuardedPage page;
-    ASSERT_TRUE(page.ok());
+    NEED_PAGE(page);
     FakeException e = access_violation(page);
     for (int size = 0; size <= 1200; ++size) {
         const std::string dump = exception_dump(&e.pointers, 0, QZTEXT("caption"), size);
@@ -402,7 +402,7 @@ TEST(ExceptionFilter, MisalignmentIsPassedOnWithoutABox) {
 TEST(ExceptionFilter, ReportsTheDumpInTheDetailsAndHandlesTheException) {
     if (qz::platform::debugger_present()) GTEST_SKIP() << "a debugger takes the exception";
     GuardedPage page;
-    ASSERT_TRUE(page.ok());
+    NEED_PAGE(page);
     FakeException e = access_violation(page);
     QzErrorHandler_DetailsAddString(QZE_FILE_OPEN, QZTEXT("stale line"));
     MessageBoxCapture capture;

@@ -12,7 +12,7 @@
 
 namespace {
 
-using qz::test::TestList;
+using qz::testing::TestList;
 using qz::testing::FaultOp;
 using qz::testing::FaultPlan;
 
@@ -109,7 +109,7 @@ TEST(ListReAllocItem, KeepsTheBytesAndZeroesTheRest) {
         EXPECT_EQ(*reinterpret_cast<const uint32_t*>(bytes), 0xCAFEu);
     }
     TestList values(4, QZLIST_VALUES);
-    qz::test::fill(values.get(), 0, 2);
+    qz::testing::fill(values.get(), 0, 2);
     EXPECT_EQ(QzList_ReAllocItem(values.get(), 0, 8), E_FAIL);
 }
 

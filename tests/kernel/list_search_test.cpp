@@ -9,9 +9,9 @@
 
 namespace {
 
-using qz::test::append;
-using qz::test::compare_u32;
-using qz::test::TestList;
+using qz::testing::append;
+using qz::testing::compare_u32;
+using qz::testing::TestList;
 using V = std::vector<uint32_t>;
 
 TEST(ListFindSpecificItem, ComparesBytesOrPointersOverTheRange) {
@@ -101,7 +101,7 @@ TEST(ListFindSortedItem, UsesTheCriteriaOfTheLastSort) {
     TestList list(4, QZLIST_VALUES);
     append(list.get(), {3, 9, 1, 7, 5});
     ASSERT_EQ(QzList_HeapSort(list.get(), 1, compare_u32), S_OK);  // descending
-    EXPECT_EQ(qz::test::values(list.get()), (V{9, 7, 5, 3, 1}));
+    EXPECT_EQ(qz::testing::values(list.get()), (V{9, 7, 5, 3, 1}));
     const uint32_t present = 3, absent = 4;
     EXPECT_EQ(QzList_FindSortedItemRange(list.get(), &present, 0, -1, compare_u32), 3);
     EXPECT_EQ(QzList_FindSortedItemRange(list.get(), &absent, 0, -1, compare_u32), -1);

@@ -10,10 +10,10 @@
 
 namespace {
 
-using qz::test::append;
-using qz::test::compare_u32;
-using qz::test::TestList;
-using qz::test::values;
+using qz::testing::append;
+using qz::testing::compare_u32;
+using qz::testing::TestList;
+using qz::testing::values;
 using V = std::vector<uint32_t>;
 
 // Records whose first word is the key; the rest tells equal keys apart.

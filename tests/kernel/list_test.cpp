@@ -12,11 +12,11 @@
 
 namespace {
 
-using qz::test::append;
-using qz::test::fill;
-using qz::test::tail_is_zero;
-using qz::test::TestList;
-using qz::test::values;
+using qz::testing::append;
+using qz::testing::fill;
+using qz::testing::tail_is_zero;
+using qz::testing::TestList;
+using qz::testing::values;
 using qz::testing::FaultOp;
 using qz::testing::FaultPlan;
 using V = std::vector<uint32_t>;

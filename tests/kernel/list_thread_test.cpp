@@ -16,7 +16,7 @@
 
 namespace {
 
-using qz::test::TestList;
+using qz::testing::TestList;
 
 constexpr uint32_t kThreads = 4;
 constexpr uint32_t kItemsPerThread = 1500;
@@ -50,13 +50,13 @@ TEST(ListThreads, InsertsAndDeletesFromSeveralThreadsLoseNothing) {
     for (uint32_t t = 0; t < kThreads; ++t) threads.emplace_back(work, list.get(), t);
     for (auto& thread : threads) thread.join();
 
-    std::vector<uint32_t> got = qz::test::values(list.get());
+    std::vector<uint32_t> got = qz::testing::values(list.get());
     std::vector<uint32_t> expected;
     for (uint32_t t = 0; t < kThreads; ++t)
         for (uint32_t i = 1; i < kItemsPerThread; i += 2) expected.push_back(tag(t, i));
     std::sort(got.begin(), got.end());
     EXPECT_EQ(got, expected);
-    EXPECT_TRUE(qz::test::tail_is_zero(list.get()));
+    EXPECT_TRUE(qz::testing::tail_is_zero(list.get()));
 }
 
 TEST(ListThreads, OwnedBlocksSurviveConcurrentAllocationAndDeletion) {
@@ -113,15 +113,15 @@ TEST(ListThreads, SortToBetweenTwoListsBothWaysDoesNotDeadlock) {
     constexpr uint32_t kKeep = 4;
     TestList a(4, QZLIST_VALUES | QZLIST_THREADSAFE);
     TestList b(4, QZLIST_VALUES | QZLIST_THREADSAFE);
-    qz::test::fill(a.get(), 0, kKeep);
-    qz::test::fill(b.get(), 100, kKeep);
+    qz::testing::fill(a.get(), 0, kKeep);
+    qz::testing::fill(b.get(), 100, kKeep);
     std::atomic<int> failures{0};
     // Each thread sorts one list into the other and cuts it back to kKeep
     // items, so the lists stay small; both keep their order throughout.
     auto sort_into = [&](tQZLIST* to, tQZLIST* from, LONG_PTR criteria) {
         return [&failures, to, from, criteria] {
             for (int i = 0; i < kRounds; ++i) {
-                if (QzList_SortTo(to, from, criteria, qz::test::compare_u32) != S_OK) ++failures;
+                if (QzList_SortTo(to, from, criteria, qz::testing::compare_u32) != S_OK) ++failures;
                 if (QzList_DeleteList(to, kKeep, -1, FALSE) != S_OK) ++failures;
             }
         };
@@ -130,7 +130,7 @@ TEST(ListThreads, SortToBetweenTwoListsBothWaysDoesNotDeadlock) {
                     sort_into(a.get(), b.get(), 3));
     EXPECT_EQ(failures.load(), 0);
     for (tQZLIST* list : {a.get(), b.get()}) {
-        const std::vector<uint32_t> got = qz::test::values(list);
+        const std::vector<uint32_t> got = qz::testing::values(list);
         EXPECT_EQ(got.size(), kKeep);
         EXPECT_TRUE(std::is_sorted(got.begin(), got.end()));
     }

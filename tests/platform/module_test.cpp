@@ -14,7 +14,7 @@
 
 namespace {
 
-using qz::testing::widen;
+using qz::testing::wide;
 
 std::string self_exe() {
     char path[PATH_MAX];
@@ -34,7 +34,7 @@ HMODULE module_containing(const void* address) {
 }
 
 TEST(ModuleFileName, NullModuleIsTheExecutable) {
-    const std::u16string expected = widen(self_exe());
+    const std::u16string expected = wide(self_exe());
     ASSERT_FALSE(expected.empty());
     EXPECT_EQ(module_file_name(nullptr), expected);
     const HMODULE executable = GetModuleHandleW(nullptr);
@@ -60,8 +60,8 @@ TEST(ModuleFileName, TheSharedLibraryReportsItsOwnPath) {
     std::string exe = self_exe();
     const std::string library = exe.substr(0, exe.rfind('/')) + "/../libqzkernel.so";
     if (access(library.c_str(), R_OK) != 0) GTEST_SKIP() << "no shared library at " << library;
-    qz::testing::ScratchDir dir;
-    const std::string link = dir.native(
+    qz::testing::TempDir dir;
+    const std::string link = dir.file(
         "qz-m\xC3\xB3"
         "dulo.so");
     ASSERT_EQ(symlink(library.c_str(), link.c_str()), 0);

@@ -2,13 +2,7 @@
 
 #include <cstdio>
 
-namespace qz::test {
-
-WString wide(const std::string& text) {
-    WString out;
-    for (char c : text) out += WCHAR(static_cast<unsigned char>(c));
-    return out;
-}
+namespace qz::testing {
 
 std::string narrow(const WCHAR* text) {
     std::string out;
@@ -54,4 +48,4 @@ std::string hex_address(const void* address) {
     return buf;
 }
 
-}  // namespace qz::test
+}  // namespace qz::testing

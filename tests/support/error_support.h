@@ -6,13 +6,10 @@
 #include <vector>
 
 #include "qzkernel.h"
+#include "support/platform_testing.h"
 
-namespace qz::test {
+namespace qz::testing {
 
-using WString = std::basic_string<WCHAR>;
-
-// ASCII text as UTF-16 (the tests' own literals and paths).
-WString wide(const std::string& text);
 // UTF-16 text as UTF-8, for messages of failed expectations.
 std::string narrow(const WCHAR* text);
 inline std::string narrow(const WString& text) {
@@ -47,6 +44,6 @@ private:
 // "%0*llX" of an address: what the dumps print for %p.
 std::string hex_address(const void* address);
 
-}  // namespace qz::test
+}  // namespace qz::testing
 
 #endif

@@ -11,7 +11,7 @@
 
 #include "qz/qzlist.h"
 
-namespace qz::test {
+namespace qz::testing {
 
 // Creates a list on construction (failing the test when it cannot) and
 // destroys it afterwards.
@@ -71,6 +71,6 @@ inline int QZ_STDCALL compare_u32(LONG_PTR criteria, const void* a, const void* 
     return criteria == 1 ? -order : order;
 }
 
-}  // namespace qz::test
+}  // namespace qz::testing
 
 #endif

@@ -1,7 +1,7 @@
 #include "tests/support/platform_testing.h"
 
+#include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -11,44 +11,36 @@
 
 namespace qz::testing {
 
-ScratchDir::ScratchDir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "qzk-test-XXXXXX").string();
+TempDir::TempDir() {
+    std::string pattern = ::testing::TempDir() + "qzk-test-XXXXXX";
     if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-    root_ = pattern;
+    path_ = pattern;
 }
 
-ScratchDir::~ScratchDir() {
+TempDir::~TempDir() {
     std::error_code ignored;
     // Tests may leave read-only entries behind; make them removable first.
-    for (auto it = std::filesystem::recursive_directory_iterator(root_, ignored);
+    for (auto it = std::filesystem::recursive_directory_iterator(path_, ignored);
          it != std::filesystem::recursive_directory_iterator(); it.increment(ignored)) {
         std::filesystem::permissions(it->path(), std::filesystem::perms::owner_all,
                                      std::filesystem::perm_options::add, ignored);
     }
-    std::filesystem::remove_all(root_, ignored);
+    std::filesystem::remove_all(path_, ignored);
 }
 
-std::string ScratchDir::native(const std::string& name) const {
-    return root_ + "/" + name;
-}
-
-std::u16string ScratchDir::wide(const std::string& name) const {
-    return widen(native(name));
-}
-
-std::u16string widen(const std::string& utf8) {
-    std::u16string out;
+WString wide(const std::string& utf8) {
+    WString out;
     for (size_t i = 0; i < utf8.size();) {
         const auto b = static_cast<unsigned char>(utf8[i]);
         if (b < 0x80) {
             out.push_back(b);
             i += 1;
         } else if ((b & 0xE0) == 0xC0) {
-            out.push_back(static_cast<char16_t>(((b & 0x1F) << 6) | (utf8[i + 1] & 0x3F)));
+            out.push_back(static_cast<WCHAR>(((b & 0x1F) << 6) | (utf8[i + 1] & 0x3F)));
             i += 2;
         } else {
-            out.push_back(static_cast<char16_t>(((b & 0x0F) << 12) | ((utf8[i + 1] & 0x3F) << 6) |
-                                                (utf8[i + 2] & 0x3F)));
+            out.push_back(static_cast<WCHAR>(((b & 0x0F) << 12) | ((utf8[i + 1] & 0x3F) << 6) |
+                                             (utf8[i + 2] & 0x3F)));
             i += 3;
         }
     }

@@ -1,35 +1,39 @@
-// Helpers for the platform layer's tests: a scratch folder and small file
-// utilities that go straight to the operating system, so that what the
-// layer did can be checked independently of it.
+// Helpers every suite may use: a scratch folder, UTF-16 paths and small
+// file utilities that go straight to the operating system, so that what
+// the library did can be checked independently of it.
 #ifndef QZ_TESTS_SUPPORT_PLATFORM_TESTING_H
 #define QZ_TESTS_SUPPORT_PLATFORM_TESTING_H
 
 #include <string>
 
-#include "platform/win32api.h"
+#include "qz/qzdefs.h"
 
 namespace qz::testing {
 
-/* A fresh folder under the system's temporary folder, removed with its contents. */
-class ScratchDir {
-public:
-    ScratchDir();
-    ~ScratchDir();
-    ScratchDir(const ScratchDir&) = delete;
-    ScratchDir& operator=(const ScratchDir&) = delete;
+using WString = std::basic_string<WCHAR>;
 
+/* UTF-8 to UTF-16 without the library's own conversion (the tests use
+   ASCII and a few literal characters, all in the Basic Multilingual Plane). */
+WString wide(const std::string& utf8);
+
+/* A fresh folder under the test temporary folder, removed with everything
+   in it (read-only entries included) when the object goes. */
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+
+    const std::string& path() const { return path_; }
     /* The UTF-8 path of `name` inside the folder. */
-    std::string native(const std::string& name) const;
+    std::string file(const std::string& name) const { return path_ + "/" + name; }
     /* The same path as UTF-16, for the Win32 functions. */
-    std::u16string wide(const std::string& name) const;
+    WString wide(const std::string& name) const { return testing::wide(file(name)); }
 
 private:
-    std::string root_;
+    std::string path_;
 };
-
-/* UTF-8 to UTF-16 without the layer under test (the tests use ASCII and
-   a few literal characters, all in the Basic Multilingual Plane). */
-std::u16string widen(const std::string& utf8);
 
 bool native_exists(const std::string& path);
 /* The file's bytes, or "<missing>" when it cannot be read. */

@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-namespace riff_test {
+namespace qz::testing {
 
 uint32_t cc(const char* code) {
     return uint32_t(uint8_t(code[0])) | (uint32_t(uint8_t(code[1])) << 8) |
@@ -60,21 +60,6 @@ Bytes riff(const char (&form)[5], const Bytes& body) {
     return header("RIFF", uint32_t(body.size() + 4)) + le32(cc(form)) + body;
 }
 
-TempDir::TempDir() {
-    std::string pattern_path = ::testing::TempDir() + "qzriffXXXXXX";
-    if (!mkdtemp(pattern_path.data())) throw std::runtime_error("mkdtemp failed");
-    path_ = pattern_path;
-}
-
-TempDir::~TempDir() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-}
-
-std::u16string wide(const std::string& ascii) {
-    return std::u16string(ascii.begin(), ascii.end());
-}
-
 Bytes read_file(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
@@ -113,4 +98,4 @@ uint64_t TempFile::size() const {
     return std::filesystem::file_size(path_);
 }
 
-}  // namespace riff_test
+}  // namespace qz::testing

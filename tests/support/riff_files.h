@@ -8,8 +8,9 @@
 #include <vector>
 
 #include "qzkernel.h"
+#include "support/platform_testing.h"
 
-namespace riff_test {
+namespace qz::testing {
 
 using Bytes = std::vector<uint8_t>;
 
@@ -33,22 +34,6 @@ Bytes list(const char (&type)[5], const Bytes& body);
 // "RIFF", size (form + body), form type, body.
 Bytes riff(const char (&form)[5], const Bytes& body);
 
-// A folder of its own under the test temporary directory, removed with
-// everything in it when the object goes.
-class TempDir {
-public:
-    TempDir();
-    ~TempDir();
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
-    const std::string& path() const { return path_; }
-    std::string file(const std::string& name) const { return path_ + "/" + name; }
-
-private:
-    std::string path_;
-};
-
-std::u16string wide(const std::string& ascii);
 Bytes read_file(const std::string& path);
 void write_file(const std::string& path, const Bytes& bytes);
 
@@ -73,6 +58,6 @@ private:
     HANDLE handle_ = INVALID_HANDLE_VALUE;
 };
 
-}  // namespace riff_test
+}  // namespace qz::testing
 
 #endif

@@ -12,13 +12,13 @@
 
 namespace {
 
-using riff_test::Bytes;
-using riff_test::chunk;
-using riff_test::header;
-using riff_test::le32;
-using riff_test::riff;
-using riff_test::text;
-using riff_test::operator+;
+using qz::testing::Bytes;
+using qz::testing::chunk;
+using qz::testing::header;
+using qz::testing::le32;
+using qz::testing::riff;
+using qz::testing::text;
+using qz::testing::operator+;
 
 struct Outcome {
     int status = -1;
@@ -46,10 +46,10 @@ class QzkInput : public ::testing::Test {
 protected:
     std::string write(const std::string& name, const Bytes& bytes) {
         const std::string path = dir_.file(name);
-        riff_test::write_file(path, bytes);
+        qz::testing::write_file(path, bytes);
         return path;
     }
-    riff_test::TempDir dir_;
+    qz::testing::TempDir dir_;
 };
 
 TEST_F(QzkInput, PipeGivesTheSameTreeAsTheFile) {
