@@ -311,8 +311,8 @@ constexpr NamedFormat kFormatNames[] = {
     {"frames", QZTIMEFMT_FRAMES}, {"samples", QZTIMEFMT_SAMPLES}, {"measures", QZTIMEFMT_MEASURES},
 };
 
-UINT format_text(LONGLONG t, LPCWSTR spec, Output out) {
-    Fields fields(spec);
+UINT format_text(LONGLONG t, LPCWSTR format, Output out) {
+    Fields fields(format);
     LPCWSTR begin = nullptr, end = nullptr;
     DWORD fmt = QZTIMEFMT_HMSMS;
     if (fields.take(&begin, &end)) {

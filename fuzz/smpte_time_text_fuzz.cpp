@@ -52,15 +52,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     tempo.beat_unit = take<DWORD>(p);
     tempo.ticks_per_beat = take<DWORD>(p);
     const UINT count = *p++ % (QZ_NANOTIME_TEXT_MAX + 2);
-    std::vector<WCHAR> spec;
-    for (; p + 1 < data + size; p += 2) spec.push_back(WCHAR(p[0] | (p[1] << 8)));
-    spec.push_back(0);
+    std::vector<WCHAR> name_text;
+    for (; p + 1 < data + size; p += 2) name_text.push_back(WCHAR(p[0] | (p[1] << 8)));
+    name_text.push_back(0);
 
     WCHAR text[kBuffer];
     for (WCHAR& c : text) c = kSentinel;
     check(text, count, QzNanoTimeToTextExN(t, format, rate, &tempo, text, count));
     for (WCHAR& c : text) c = kSentinel;
-    check(text, count, QzNanoTimeToTextFormatN(t, spec.data(), text, count));
+    check(text, count, QzNanoTimeToTextFormatN(t, name_text.data(), text, count));
     for (WCHAR& c : text) c = kSentinel;
     check(text, QZ_NANOTIME_TEXT_MAX, QzNanoTimeToTextEx(t, format, rate, &tempo, text));
 
