@@ -184,7 +184,7 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzList_CreateExZ(tQZLIST** out, UINT item_
     }
     if ((options & QZLIST_VALUES) && (options & QZLIST_HEAPITEMS)) return E_FAIL;
     if (!in_place) {
-        list = static_cast<tQZLIST*>(qz::detail::std_calloc(sizeof(tQZLIST)));
+        list = static_cast<tQZLIST*>(std_calloc(sizeof(tQZLIST)));
         if (!list) return E_OUTOFMEMORY;
     }
 
@@ -201,7 +201,7 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzList_CreateExZ(tQZLIST** out, UINT item_
         items = GlobalAlloc(kSlotBlockFlags, bytes);
     if (!items) {
         list->signature = 0;
-        if (!in_place) qz::detail::std_free(list);
+        if (!in_place) std_free(list);
         return E_OUTOFMEMORY;
     }
     list->items = items;
@@ -241,7 +241,7 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzList_Destroy(tQZLIST* list) {
         LeaveCriticalSection(&list->lock);
         DeleteCriticalSection(&list->lock);
     }
-    if (!has(list, QZLIST_INPLACE)) qz::detail::std_free(list);
+    if (!has(list, QZLIST_INPLACE)) std_free(list);
     return S_OK;
 }
 

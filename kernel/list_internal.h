@@ -106,16 +106,13 @@ HRESULT grow_slots(tQZLIST* list, std::int64_t extra);
 // Releases up to `release` free slots (below 0: all) in whole grow steps.
 HRESULT shrink_slots(tQZLIST* list, std::int64_t release);
 
-// Owned blocks: from the list's private heap, or from the standard
-// allocator. Allocation zeroes; reallocation zeroes what it adds.
+// Owned blocks (kernel/list_memory.cpp): from the list's private heap, or
+// from the standard allocator. Allocation zeroes; reallocation zeroes what
+// it adds.
 void* alloc_block(const tQZLIST* list, SIZE_T size);
 void* realloc_block(const tQZLIST* list, void* block, SIZE_T size);
 void free_block(const tQZLIST* list, void* block);
 SIZE_T block_size(const tQZLIST* list, const void* block);
-
-}  // namespace qz::list
-
-namespace qz::detail {
 
 // The standard allocator of list headers and owned blocks: the process
 // heap (GetProcessHeap), zeroing. std_block_size answers exactly the size
@@ -126,6 +123,6 @@ void* std_realloc(void* block, SIZE_T size);
 void std_free(void* block);
 SIZE_T std_block_size(const void* block);
 
-}  // namespace qz::detail
+}  // namespace qz::list
 
 #endif

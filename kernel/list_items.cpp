@@ -1,59 +1,8 @@
 // tQZLIST: owned item blocks (the pending item, reallocation, sizes), their
-// transfer between lists, moving a header into caller storage, and the
-// standard allocator behind headers and owned blocks.
+// transfer between lists and moving a header into caller storage.
 #include <cstring>
 
 #include "kernel/list_internal.h"
-
-namespace qz::detail {
-
-void* std_calloc(SIZE_T size) {
-    return HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, size);
-}
-
-void* std_realloc(void* block, SIZE_T size) {
-    if (!block) return std_calloc(size);
-    return HeapReAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, block, size);
-}
-
-void std_free(void* block) {
-    if (block) HeapFree(GetProcessHeap(), 0, block);
-}
-
-SIZE_T std_block_size(const void* block) {
-    return block ? HeapSize(GetProcessHeap(), 0, block) : 0;
-}
-
-}  // namespace qz::detail
-
-namespace qz::list {
-
-void* alloc_block(const tQZLIST* list, SIZE_T size) {
-    if (list->item_heap) return HeapAlloc(list->item_heap, list->heap_alloc_flags, size);
-    return qz::detail::std_calloc(size);
-}
-
-void* realloc_block(const tQZLIST* list, void* block, SIZE_T size) {
-    if (!block) return alloc_block(list, size);
-    if (list->item_heap) return HeapReAlloc(list->item_heap, list->heap_alloc_flags, block, size);
-    return qz::detail::std_realloc(block, size);
-}
-
-void free_block(const tQZLIST* list, void* block) {
-    if (!block) return;
-    if (list->item_heap)
-        HeapFree(list->item_heap, list->heap_flags, block);
-    else
-        qz::detail::std_free(block);
-}
-
-SIZE_T block_size(const tQZLIST* list, const void* block) {
-    if (!block) return 0;
-    if (list->item_heap) return HeapSize(list->item_heap, list->heap_flags, block);
-    return qz::detail::std_block_size(block);
-}
-
-}  // namespace qz::list
 
 using namespace qz::list;
 
@@ -164,7 +113,7 @@ QZ_API HRESULT QZ_STDCALL QzList_ConvertToInPlace(tQZLIST** list, tQZLIST* stora
         DeleteCriticalSection(&heap_header->lock);
     }
     heap_header->signature = 0;
-    qz::detail::std_free(heap_header);
+    std_free(heap_header);
     *list = nullptr;
     return S_OK;
 }

@@ -9,7 +9,7 @@
 #include "platform/platform.h"
 #include "platform/win32api.h"
 
-namespace qz::detail {
+namespace qz::log {
 
 namespace {
 
@@ -100,9 +100,9 @@ size_t append(char* line, size_t used, const char* format, ...) {
 
 }  // namespace
 
-}  // namespace qz::detail
+}  // namespace qz::log
 
-using qz::detail::Locked;
+using qz::log::Locked;
 
 CLog::CLog()
     : m_enabled(FALSE),
@@ -158,7 +158,7 @@ CLog::~CLog() {
 HRESULT CLog::Init(LPCWSTR file_name, LOGFLAGS mask, int size_limit, int share_mode) {
     Locked guard(m_lock);
     if (!file_name || !file_name[0] || mask == 0) return E_INVALIDARG;
-    if (std::char_traits<WCHAR>::length(file_name) > qz::detail::kLongestName) return E_INVALIDARG;
+    if (std::char_traits<WCHAR>::length(file_name) > qz::log::kLongestName) return E_INVALIDARG;
     close_file();
     m_enabled = FALSE;
     set_names(file_name);
@@ -171,7 +171,7 @@ HRESULT CLog::Init(LPCWSTR file_name, LOGFLAGS mask, int size_limit, int share_m
 }
 
 HRESULT QZ_CDECL CLog::Write(LOGFLAGS level, LPCWSTR source, int line, LPCWSTR format, ...) {
-    using namespace qz::detail;
+    using namespace qz::log;
     Locked guard(m_lock);
     if (!m_enabled) return QZE_INIT_FAILED;
     if ((m_mask & level & kLevelBits) == 0) return S_OK;
@@ -224,15 +224,15 @@ void CLog::set_names(LPCWSTR file_name) {
     const size_t n = std::char_traits<WCHAR>::length(file_name);
     std::char_traits<WCHAR>::copy(m_file_name, file_name, n + 1);
     std::char_traits<WCHAR>::copy(m_previous_name, file_name, n);
-    std::char_traits<WCHAR>::copy(m_previous_name + n, qz::detail::kPreviousSuffix,
-                                  qz::detail::kSuffixChars + 1);
+    std::char_traits<WCHAR>::copy(m_previous_name + n, qz::log::kPreviousSuffix,
+                                  qz::log::kSuffixChars + 1);
 }
 
 // The file is opened for appending only: every line then goes to the end
 // of the file in one write, even when other handles write to it as well.
 HRESULT CLog::open_file() {
     const HANDLE file = CreateFileW(m_file_name, GENERIC_READ | FILE_APPEND_DATA,
-                                    qz::detail::share_flags(m_share_mode), nullptr, OPEN_ALWAYS,
+                                    qz::log::share_flags(m_share_mode), nullptr, OPEN_ALWAYS,
                                     FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) return QZE_FILE_OPEN;
     m_file = file;
@@ -253,10 +253,10 @@ void CLog::close_file() {
 // then holds the old file under its new name. So the name is opened again
 // first, and the file found there is moved away only if it is full too.
 HRESULT CLog::rotate() {
-    std::lock_guard<std::mutex> rotating(qz::detail::rotation_lock());
+    std::lock_guard<std::mutex> rotating(qz::log::rotation_lock());
     close_file();
     HRESULT hr = open_file();
-    if (FAILED(hr) || qz::detail::file_size(m_file) < m_size_limit) return hr;
+    if (FAILED(hr) || qz::log::file_size(m_file) < m_size_limit) return hr;
     close_file();
     DeleteFileW(m_previous_name);
     MoveFileW(m_file_name, m_previous_name);
