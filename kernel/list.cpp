@@ -34,12 +34,25 @@ std::int64_t initial_slots(int initial, int step) {
     return round_up(slots, step);
 }
 
+// True when one more item fits: the slots allocated have room, or one grow
+// step more still fits the block under them, which is then counted as
+// allocated exactly as the general path's growth would count it.
+inline bool has_room_for_one(tQZLIST* list) {
+    if (list->count < list->allocated) return true;
+    const std::int64_t next = std::int64_t(list->allocated) + list->grow_step;
+    if (next > kMaxSlots || block_slots(next) != block_slots(list->allocated)) return false;
+    list->allocated = LONG(next);
+    return true;
+}
+
 // Copies n items; single items of the usual sizes are plain moves.
 inline void copy_items(BYTE* target, const void* source, SIZE_T n, SIZE_T size) {
     if (n == 1 && size == 4)
         std::memcpy(target, source, 4);
     else if (n == 1 && size == 8)
         std::memcpy(target, source, 8);
+    else if (n == 1 && size == 16)
+        std::memcpy(target, source, 16);
     else
         std::memcpy(target, source, n * size);
 }
@@ -132,13 +145,6 @@ void remove_slots(tQZLIST* list, std::int64_t index, std::int64_t n) {
     std::memmove(at, at + n * size, SIZE_T(list->count - index - n) * size);
     std::memset(slot_address(list, list->count - n), 0, SIZE_T(n) * size);
     list->count -= LONG(n);
-}
-
-std::int64_t block_slots(std::int64_t allocated) {
-    if (allocated <= kExactBlockSlots) return allocated;
-    std::int64_t slots = kExactBlockSlots;
-    while (slots < allocated) slots *= 2;
-    return slots;
 }
 
 bool slot_block_bytes(const tQZLIST* list, std::int64_t slots, SIZE_T* bytes) {
@@ -358,15 +364,16 @@ namespace {
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzList_InsertList(tQZLIST* list, int index,
                                                         const void* source, int count) {
-    // The common case, one item appended to an unguarded list with room,
-    // skips the general path: appending item by item is how most callers
-    // fill a list.
-    // (Only heap-item lists, which take the general path, hold a pending item.)
+    // The common case, one item appended to an unguarded list with room by
+    // its owner thread, skips the general path: appending item by item is
+    // how most callers fill a list. (Only heap-item lists, which take the
+    // general path, hold a pending item.)
     if (count == 1 && source && is_live(list) &&
-        (list->create_options & (QZLIST_THREADSAFE | QZLIST_HEAPITEMS | QZLIST_ANYTHREAD)) ==
-            QZLIST_ANYTHREAD) {
+        !(list->create_options & (QZLIST_THREADSAFE | QZLIST_HEAPITEMS))) {
         const LONG n = list->count;
-        if (unsigned(index) >= unsigned(n) && n < list->allocated) {
+        if (unsigned(index) >= unsigned(n) && has_room_for_one(list) &&
+            ((list->create_options & QZLIST_ANYTHREAD) ||
+             GetCurrentThreadId() == list->thread_owner)) {
             copy_items(slot_address(list, n), source, 1, list->item_size);
             list->count = n + 1;
             return S_OK;

@@ -3,6 +3,7 @@
 #ifndef QZ_KERNEL_LIST_INTERNAL_H
 #define QZ_KERNEL_LIST_INTERNAL_H
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 
@@ -93,7 +94,12 @@ inline std::int64_t round_up(std::int64_t n, std::int64_t step) {
  * stays linear without wasting room in the many small lists.
  */
 inline constexpr std::int64_t kExactBlockSlots = 256;
-std::int64_t block_slots(std::int64_t allocated);
+// The slots the block under `allocated` slots holds: exactly that many up
+// to kExactBlockSlots (a power of two), then the next power of two.
+inline std::int64_t block_slots(std::int64_t allocated) {
+    if (allocated <= kExactBlockSlots) return allocated;
+    return std::int64_t(std::bit_ceil(std::uint64_t(allocated)));
+}
 bool slot_block_bytes(const tQZLIST* list, std::int64_t slots, SIZE_T* bytes);
 
 // Takes slots index .. index+n-1 (all in use) out of the list, closing the
