@@ -38,10 +38,12 @@ std::string attributes_text(const QZXML_ELEMENT* e, bool json) {
     for (LONG i = 0; i < e->attributes->count; ++i) {
         auto* a = static_cast<QZXML_ATTRIBUTE*>(QZLIST_ITEMPTR(e->attributes, i));
         if (json) {
-            out += std::string(i ? ", " : "") + "{\"name\": " + json_quote(utf8(a->name)) +
-                   ", \"value\": " + json_quote(utf8(a->value)) + "}";
+            if (i) out.append(", ");
+            out.append("{\"name\": ").append(json_quote(utf8(a->name)));
+            out.append(", \"value\": ").append(json_quote(utf8(a->value))).append("}");
         } else {
-            out += " " + utf8(a->name) + "=\"" + utf8(a->value) + "\"";
+            out.append(" ").append(utf8(a->name)).append("=\"");
+            out.append(utf8(a->value)).append("\"");
         }
     }
     return out;
