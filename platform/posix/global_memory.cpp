@@ -15,6 +15,7 @@
 // is built for that: slots live in one array with a free list, and
 // addresses are found through an open-addressing hash of address to slot.
 // Each block costs a slot, a hash entry and the allocator's own block.
+#include <algorithm>
 #include <cstdint>
 #include <mutex>
 #include <new>
@@ -153,7 +154,10 @@ struct GlobalTable {
             return slot;
         }
         if (slots.size() > kSlotMask) throw std::bad_alloc();
-        free_slots.reserve(slots.size() + 1);  // so release never throws
+        // Room for every slot on the free list, so release never throws;
+        // grown geometrically like the slots themselves.
+        if (free_slots.capacity() < slots.size() + 1)
+            free_slots.reserve(std::max<size_t>(1024, 2 * (slots.size() + 1)));
         slots.emplace_back();
         return uint32_t(slots.size() - 1);
     }
