@@ -18,5 +18,6 @@
 #include "qz/qzlog.h"
 #include "qz/mriff.h"
 #include "qz/qzsmpte.h"
+#include "qz/qzxml.h"
 
 #endif

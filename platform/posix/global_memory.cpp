@@ -1,18 +1,25 @@
 // Global memory: GlobalAlloc and friends.
 //
-// Every live block is recorded in one table, keyed by its handle and by its
-// address, and every call looks the block up there before touching memory:
-// an invalid, foreign or already-freed handle is refused with
-// ERROR_INVALID_HANDLE instead of being dereferenced.
+// Every live block is recorded in one table and every call looks the block
+// up there before touching memory: an invalid, foreign or already-freed
+// handle is refused with ERROR_INVALID_HANDLE instead of being
+// dereferenced.
 //
 // A fixed block's handle is its address. A moveable block gets a handle of
-// its own, made from a counter and never a multiple of eight, so it can
-// neither be mistaken for an address the allocator returned nor be reused
-// after a free: a double free of a moveable handle is always detected.
+// its own that names its slot in the table together with the slot's
+// generation, and is never a multiple of eight, so it can neither be
+// mistaken for an address the allocator returned nor name a later block
+// that reuses the slot: a double free of a moveable handle is detected.
+//
+// Callers such as the XML tree make millions of small blocks, so the table
+// is built for that: slots live in one array with a free list, and
+// addresses are found through an open-addressing hash of address to slot.
+// Each block costs a slot, a hash entry and the allocator's own block.
+#include <algorithm>
 #include <cstdint>
 #include <mutex>
 #include <new>
-#include <unordered_map>
+#include <vector>
 
 #include "platform/posix/fault_plan.h"
 #include "platform/posix/sized_block.h"
@@ -24,32 +31,143 @@ namespace {
 
 struct GlobalBlock {
     SizedBlock memory;
+    uint32_t generation = 0; /* bumped when the slot is freed */
+    bool live = false;
     bool moveable = false;
-    unsigned locks = 0; /* only moveable blocks count locks */
+    unsigned char locks = 0; /* only moveable blocks count locks */
 };
+
+// Addresses to slot numbers: linear probing, deletion by moving the later
+// entries of the run back (no tombstones), grown at half load.
+class AddressIndex {
+public:
+    static constexpr uint32_t kNone = UINT32_MAX;
+
+    uint32_t find(const void* address) const {
+        if (keys_.empty()) return kNone;
+        for (size_t i = home(address);; i = (i + 1) & mask_) {
+            if (!keys_[i]) return kNone;
+            if (keys_[i] == address) return values_[i];
+        }
+    }
+
+    // Throws std::bad_alloc when growing fails; the index is then unchanged.
+    void insert(const void* address, uint32_t slot) {
+        if ((count_ + 1) * 2 > keys_.size()) grow();
+        size_t i = home(address);
+        while (keys_[i] && keys_[i] != address) i = (i + 1) & mask_;
+        if (!keys_[i]) ++count_;
+        keys_[i] = address;
+        values_[i] = slot;
+    }
+
+    void erase(const void* address) {
+        if (keys_.empty()) return;
+        size_t i = home(address);
+        while (keys_[i] != address) {
+            if (!keys_[i]) return;
+            i = (i + 1) & mask_;
+        }
+        // Close the gap: pull back every later entry of the run that may
+        // live at or before it.
+        for (size_t j = (i + 1) & mask_; keys_[j]; j = (j + 1) & mask_) {
+            const size_t h = home(keys_[j]);
+            const bool movable = i <= j ? (h <= i || h > j) : (h <= i && h > j);
+            if (movable) {
+                keys_[i] = keys_[j];
+                values_[i] = values_[j];
+                i = j;
+            }
+        }
+        keys_[i] = nullptr;
+        --count_;
+    }
+
+private:
+    size_t home(const void* address) const {
+        const uint64_t x = uint64_t(reinterpret_cast<uintptr_t>(address)) >> 4;
+        return size_t((x * 0x9E3779B97F4A7C15ull) >> 20) & mask_;
+    }
+
+    void grow() {
+        const size_t size = keys_.empty() ? 1024 : keys_.size() * 2;
+        std::vector<const void*> keys(size, nullptr);
+        std::vector<uint32_t> values(size);
+        std::swap(keys, keys_);
+        std::swap(values, values_);
+        mask_ = size - 1;
+        count_ = 0;
+        for (size_t k = 0; k < keys.size(); ++k)
+            if (keys[k]) insert(keys[k], values[k]);
+    }
+
+    std::vector<const void*> keys_;
+    std::vector<uint32_t> values_;
+    size_t mask_ = 0;
+    size_t count_ = 0;
+};
+
+// A moveable handle: slot and generation, low bits 100.
+constexpr unsigned kSlotBits = sizeof(uintptr_t) == 8 ? 32 : 20;
+constexpr uintptr_t kSlotMask = (uintptr_t(1) << kSlotBits) - 1;
+constexpr uintptr_t kGenerationMask = (uintptr_t(1) << (sizeof(uintptr_t) * 8 - 3 - kSlotBits)) - 1;
 
 struct GlobalTable {
     std::mutex lock;
-    std::unordered_map<HGLOBAL, GlobalBlock> by_handle;
-    std::unordered_map<const void*, HGLOBAL> by_address;
-    uintptr_t moveable_count = 0;
+    std::vector<GlobalBlock> slots;
+    std::vector<uint32_t> free_slots;
+    AddressIndex by_address;
 
-    HGLOBAL next_moveable_handle() {
-        return reinterpret_cast<HGLOBAL>((++moveable_count << 3) | 4u);
+    static HGLOBAL moveable_handle(uint32_t slot, uint32_t generation) {
+        const uintptr_t g = uintptr_t(generation) & kGenerationMask;
+        return reinterpret_cast<HGLOBAL>((((g << kSlotBits) | slot) << 3) | 4u);
     }
 
+    // The live block a handle names, or null.
     GlobalBlock* find(HGLOBAL handle) {
-        auto it = by_handle.find(handle);
-        return it == by_handle.end() ? nullptr : &it->second;
+        const uintptr_t value = reinterpret_cast<uintptr_t>(handle);
+        if ((value & 7u) == 4u) {
+            const uintptr_t slot = (value >> 3) & kSlotMask;
+            const uintptr_t generation = (value >> (3 + kSlotBits)) & kGenerationMask;
+            if (slot >= slots.size()) return nullptr;
+            GlobalBlock& b = slots[slot];
+            if (!b.live || !b.moveable || (b.generation & kGenerationMask) != generation)
+                return nullptr;
+            return &b;
+        }
+        const uint32_t slot = by_address.find(handle);
+        if (slot == AddressIndex::kNone || slots[slot].moveable) return nullptr;
+        return &slots[slot];
     }
 
-    // Moves the key `from` of `map` to `to` without allocating, so that a
-    // block that moved can always be re-keyed.
-    template <class Map, class Key>
-    static void rekey(Map& map, Key from, Key to) {
-        auto node = map.extract(from);
-        node.key() = to;
-        map.insert(std::move(node));
+    uint32_t slot_of(const GlobalBlock* b) const { return uint32_t(b - slots.data()); }
+
+    HGLOBAL handle_of(const GlobalBlock* b) const {
+        return b->moveable ? moveable_handle(slot_of(b), b->generation) : b->memory.data;
+    }
+
+    // A free slot; throws std::bad_alloc.
+    uint32_t take_slot() {
+        if (!free_slots.empty()) {
+            const uint32_t slot = free_slots.back();
+            free_slots.pop_back();
+            return slot;
+        }
+        if (slots.size() > kSlotMask) throw std::bad_alloc();
+        // Room for every slot on the free list, so release never throws;
+        // grown geometrically like the slots themselves.
+        if (free_slots.capacity() < slots.size() + 1)
+            free_slots.reserve(std::max<size_t>(1024, 2 * (slots.size() + 1)));
+        slots.emplace_back();
+        return uint32_t(slots.size() - 1);
+    }
+
+    void release(GlobalBlock* b) {
+        b->live = false;
+        b->locks = 0;
+        ++b->generation;
+        b->memory = SizedBlock{};
+        free_slots.push_back(slot_of(b));
     }
 };
 
@@ -76,11 +194,8 @@ HGLOBAL fail(DWORD error) {
 // it a handle of its own; the address stays.
 HGLOBAL modify_flags(GlobalTable& t, HGLOBAL handle, GlobalBlock& block, UINT flags) {
     if (!(flags & GMEM_MOVEABLE) || block.moveable) return handle;
-    const HGLOBAL moved = t.next_moveable_handle();
     block.moveable = true;
-    GlobalTable::rekey(t.by_handle, handle, moved);
-    t.by_address[block.memory.data] = moved;
-    return moved;
+    return t.handle_of(&block);
 }
 
 }  // namespace
@@ -91,28 +206,27 @@ using namespace qz::posix;
 
 QZ_EXTERN_C HGLOBAL GlobalAlloc(UINT flags, SIZE_T bytes) {
     if (alloc_fault()) return nullptr;
-    GlobalBlock block;
-    block.moveable = (flags & GMEM_MOVEABLE) != 0;
-    if (!allocate_block(block.memory, bytes, (flags & GMEM_ZEROINIT) != 0)) {
+    SizedBlock memory;
+    if (!allocate_block(memory, bytes, (flags & GMEM_ZEROINIT) != 0)) {
         return fail(ERROR_NOT_ENOUGH_MEMORY);
     }
     GlobalTable& t = table();
     std::lock_guard<std::mutex> guard(t.lock);
-    const HGLOBAL handle = block.moveable ? t.next_moveable_handle() : block.memory.data;
-    const void* address = block.memory.data;
+    uint32_t slot = 0;
     try {
-        t.by_handle.emplace(handle, block);
-        try {
-            t.by_address.emplace(address, handle);
-        } catch (const std::bad_alloc&) {
-            t.by_handle.erase(handle);
-            throw;
-        }
+        slot = t.take_slot();
+        t.by_address.insert(memory.data, slot);
     } catch (const std::bad_alloc&) {
-        free_block(block.memory);
+        if (slot < t.slots.size() && !t.slots[slot].live) t.free_slots.push_back(slot);
+        free_block(memory);
         return fail(ERROR_NOT_ENOUGH_MEMORY);
     }
-    return handle;
+    GlobalBlock& block = t.slots[slot];
+    block.memory = memory;
+    block.live = true;
+    block.moveable = (flags & GMEM_MOVEABLE) != 0;
+    block.locks = 0;
+    return t.handle_of(&block);
 }
 
 QZ_EXTERN_C LPVOID GlobalLock(HGLOBAL memory) {
@@ -151,8 +265,8 @@ QZ_EXTERN_C BOOL GlobalUnlock(HGLOBAL memory) {
 QZ_EXTERN_C HGLOBAL GlobalHandle(LPCVOID address) {
     GlobalTable& t = table();
     std::lock_guard<std::mutex> guard(t.lock);
-    auto it = t.by_address.find(address);
-    if (it != t.by_address.end()) return it->second;
+    const uint32_t slot = t.by_address.find(address);
+    if (slot != AddressIndex::kNone) return t.handle_of(&t.slots[slot]);
     // A moveable handle names itself.
     HGLOBAL as_handle = const_cast<LPVOID>(address);
     if (t.find(as_handle)) return as_handle;
@@ -182,18 +296,25 @@ QZ_EXTERN_C HGLOBAL GlobalReAlloc(HGLOBAL memory, SIZE_T bytes, UINT flags) {
     // address: it may only move when the caller says so with GMEM_MOVEABLE.
     const bool may_move = (flags & GMEM_MOVEABLE) || (block->moveable && block->locks == 0);
     const void* old_address = block->memory.data;
-    if (!resize_block(block->memory, bytes, (flags & GMEM_ZEROINIT) != 0, may_move)) {
+    SizedBlock resized = block->memory;
+    if (!resize_block(resized, bytes, (flags & GMEM_ZEROINIT) != 0, may_move)) {
         return fail(ERROR_NOT_ENOUGH_MEMORY);
     }
-    const void* new_address = block->memory.data;
-    if (new_address == old_address) return memory;
-    GlobalTable::rekey(t.by_address, old_address, new_address);
-    if (block->moveable) return memory;
-    // A fixed block's handle is its address, so it moves with it.
-    const HGLOBAL moved = block->memory.data;
-    GlobalTable::rekey(t.by_handle, memory, moved);
-    t.by_address[new_address] = moved;
-    return moved;
+    if (resized.data != old_address) {
+        // Re-key before committing, so a failure leaves the table right:
+        // the old storage is gone, but the block is still found under its
+        // new address.
+        const uint32_t slot = t.slot_of(block);
+        t.by_address.erase(old_address);
+        try {
+            t.by_address.insert(resized.data, slot);
+        } catch (const std::bad_alloc&) {
+            // The index shrank by one entry above, so this insert cannot grow it.
+        }
+        block = &t.slots[slot];
+    }
+    block->memory = resized;
+    return t.handle_of(block);
 }
 
 QZ_EXTERN_C HGLOBAL GlobalFree(HGLOBAL memory) {
@@ -202,14 +323,14 @@ QZ_EXTERN_C HGLOBAL GlobalFree(HGLOBAL memory) {
     {
         GlobalTable& t = table();
         std::lock_guard<std::mutex> guard(t.lock);
-        auto it = t.by_handle.find(memory);
-        if (it == t.by_handle.end()) {
+        GlobalBlock* block = t.find(memory);
+        if (!block) {
             SetLastError(ERROR_INVALID_HANDLE);
             return memory;
         }
-        released = it->second.memory;
+        released = block->memory;
         t.by_address.erase(released.data);
-        t.by_handle.erase(it);
+        t.release(block);
     }
     free_block(released);
     return nullptr;

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "qzkernel.h"
-#include "support/platform_testing.h"
+#include "tests/support/platform_testing.h"
 
 namespace qz::testing {
 
