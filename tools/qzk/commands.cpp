@@ -13,6 +13,7 @@ const Command kCommands[] = {
     {"chunks", "print the chunk tree of a RIFF file", "qzk chunks FILE [--json]", run_chunks},
     {"cda", "print the fields of a CD-audio track file (.cda)", "qzk cda FILE [--json]", run_cda},
     {"tc", "convert SMPTE timecodes, frame counts and nano time", kTcUsage, run_tc},
+    {"zip", "create, list and extract zip archives", kZipUsage, run_zip},
     {nullptr, nullptr, nullptr, nullptr},
 };
 

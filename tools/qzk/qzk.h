@@ -41,6 +41,8 @@ int run_error(const Args& args);
 int demo_errors();
 int run_tc(const Args& args);
 extern const char kTcUsage[];
+int run_zip(const Args& args);
+extern const char kZipUsage[];
 int demo_kernel();
 int demo_smpte();
 
