@@ -36,7 +36,7 @@ std::unique_ptr<Source> make_memory_source(const void* data, DWORD size);
 std::unique_ptr<Source> make_file_source(LPCWSTR path, DWORD share, HRESULT* hr);
 
 struct Entry {
-    Text name;          /* as stored, decoded */
+    Text name; /* as stored, decoded */
     uint16_t flags = 0;
     uint16_t method = 0;
     uint16_t dos_time = 0;
@@ -65,9 +65,9 @@ struct Archive {
 /* What an enumerator handle points to. */
 struct Enumerator {
     Archive* archive;
-    LONG index;      /* -1 before the first entry */
-    DWORD reserved;  /* 0 */
-    uint32_t stamp;  /* the archive's stamp when the enumerator was made */
+    LONG index;     /* -1 before the first entry */
+    DWORD reserved; /* 0 */
+    uint32_t stamp; /* the archive's stamp when the enumerator was made */
 };
 
 /* The live enumerator behind a handle, or null. */

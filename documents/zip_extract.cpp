@@ -93,8 +93,8 @@ public:
 private:
     HRESULT flush() {
         DWORD written = 0;
-        if (used_ && (!WriteFile(file_, buffer_.get(), DWORD(used_), &written, nullptr) ||
-                      written != used_))
+        if (used_ &&
+            (!WriteFile(file_, buffer_.get(), DWORD(used_), &written, nullptr) || written != used_))
             return QZE_FILE_WRITE;
         used_ = 0;
         return S_OK;
@@ -122,7 +122,8 @@ HRESULT check_entry(Archive& archive, const Entry& e, uint64_t* data_offset) {
     const uint64_t size = archive.source->size();
     if (start > size || e.compressed > size - start) return QZE_CORRUPT_OR_UNKNOWN;
     if (e.method == kMethodStored && e.compressed != e.uncompressed) return QZE_CORRUPT_OR_UNKNOWN;
-    if (e.method == kMethodDeflate && e.uncompressed / kMaxDeflateRatio > e.compressed + kRatioSlack)
+    if (e.method == kMethodDeflate &&
+        e.uncompressed / kMaxDeflateRatio > e.compressed + kRatioSlack)
         return QZE_CORRUPT_OR_UNKNOWN;
     *data_offset = start;
     return S_OK;
@@ -196,7 +197,8 @@ HRESULT inflate_data(Source& source, uint64_t at, const Entry& e, Sink& sink, ui
         const size_t made = offered - z.avail_out;
         if (probing && made) return QZE_CORRUPT_OR_UNKNOWN;
         if (code == Z_MEM_ERROR) return E_OUTOFMEMORY;
-        if (code != Z_OK && code != Z_STREAM_END && code != Z_BUF_ERROR) return QZE_CORRUPT_OR_UNKNOWN;
+        if (code != Z_OK && code != Z_STREAM_END && code != Z_BUF_ERROR)
+            return QZE_CORRUPT_OR_UNKNOWN;
         if (made) {
             *crc = uint32_t(crc32(*crc, out, uInt(made)));
             HRESULT hr = sink.commit(made);
@@ -368,9 +370,9 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzZip_ExtractAll(HQZZIP zip, LPCWSTR folde
         HRESULT first = S_OK;
         ULONGLONG done = 0;
         for (const Entry& e : archive->entries) {
-            HRESULT hr = is_safe_name(e.name)
-                             ? extract_to_path(*archive, e, join(root, e.name), flags, progress, done)
-                             : QZE_BAD_FILE_NAME;
+            HRESULT hr = is_safe_name(e.name) ? extract_to_path(*archive, e, join(root, e.name),
+                                                                flags, progress, done)
+                                              : QZE_BAD_FILE_NAME;
             if (hr == QZE_CANCELLED || hr == E_OUTOFMEMORY) return hr;
             if (FAILED(hr) && SUCCEEDED(first)) first = hr;
             if (SUCCEEDED(hr) && !e.is_folder()) done += e.uncompressed;
@@ -395,8 +397,8 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzZipEnum_Extract(HQZZIPENUM enumerator, L
     });
 }
 
-QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzZipEnum_ExtractToMemory(HQZZIPENUM enumerator,
-                                                                void* buffer, DWORD capacity) {
+QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL QzZipEnum_ExtractToMemory(HQZZIPENUM enumerator, void* buffer,
+                                                                DWORD capacity) {
     return qz::base::guarded([&]() -> HRESULT {
         Enumerator* e = enumerator_of(enumerator);
         if (!e) return E_INVALIDARG;

@@ -7,8 +7,8 @@ namespace qz::zip {
 
 std::string to_ansi(const Text& text) {
     if (text.empty()) return std::string();
-    const int length = WideCharToMultiByte(CP_ACP, 0, text.data(), int(text.size()), nullptr, 0,
-                                           nullptr, nullptr);
+    const int length =
+        WideCharToMultiByte(CP_ACP, 0, text.data(), int(text.size()), nullptr, 0, nullptr, nullptr);
     if (length <= 0) return std::string(text.size(), '?');
     std::string bytes(size_t(length), '\0');
     WideCharToMultiByte(CP_ACP, 0, text.data(), int(text.size()), bytes.data(), length, nullptr,

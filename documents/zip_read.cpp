@@ -37,7 +37,8 @@ constexpr uint32_t kUnset32 = 0xFFFFFFFF;  // the field lives in the ZIP64 extra
 
 class MemorySource : public Source {
 public:
-    MemorySource(const void* data, DWORD size) : data_(static_cast<const BYTE*>(data)), size_(size) {}
+    MemorySource(const void* data, DWORD size)
+        : data_(static_cast<const BYTE*>(data)), size_(size) {}
     uint64_t size() const override { return size_; }
     const BYTE* map(uint64_t offset, size_t) override { return data_ + offset; }
     void release() override {}
@@ -66,8 +67,8 @@ public:
         const uint64_t start = offset - offset % granularity_;
         const uint64_t span = offset - start + count;
         if (span > SIZE_T(-1)) return nullptr;
-        view_ = MapViewOfFile(mapping_, FILE_MAP_READ, DWORD(start >> 32), DWORD(start),
-                              SIZE_T(span));
+        view_ =
+            MapViewOfFile(mapping_, FILE_MAP_READ, DWORD(start >> 32), DWORD(start), SIZE_T(span));
         return view_ ? static_cast<const BYTE*>(view_) + (offset - start) : nullptr;
     }
     void release() override {
@@ -177,8 +178,7 @@ bool apply_zip64(const BYTE* data, uint16_t length, uint32_t raw_uncompressed,
  * replaces an 8-bit name when its CRC shows it was made from that name.
  */
 bool read_extra(const BYTE* extra, uint16_t length, const BYTE* raw_name, uint16_t name_bytes,
-                uint32_t raw_uncompressed, uint32_t raw_compressed, uint32_t raw_offset,
-                Entry* e) {
+                uint32_t raw_uncompressed, uint32_t raw_compressed, uint32_t raw_offset, Entry* e) {
     bool zip64_needed =
         raw_uncompressed == kUnset32 || raw_compressed == kUnset32 || raw_offset == kUnset32;
     uint32_t at = 0;
@@ -215,19 +215,20 @@ HRESULT read_directory(const BYTE* d, uint32_t size, const EndRecord& end, uint6
         if (load_le32(c) != kCentralHeaderId) return QZE_CORRUPT_OR_UNKNOWN;  // signature
         Entry e;
         // c + 4: version made by, c + 6: version needed (not needed here)
-        e.flags = load_le16(c + 8);                          // general-purpose flags
-        e.method = load_le16(c + 10);                        // compression method
-        e.dos_time = load_le16(c + 12);                      // modification time
-        e.dos_date = load_le16(c + 14);                      // modification date
-        e.crc = load_le32(c + 16);                           // CRC-32
-        const uint32_t raw_compressed = load_le32(c + 20);   // compressed size
-        const uint32_t raw_uncompressed = load_le32(c + 24); // uncompressed size
-        const uint16_t name_bytes = load_le16(c + 28);       // name length
-        const uint16_t extra_bytes = load_le16(c + 30);      // extra-field length
-        const uint16_t comment_bytes = load_le16(c + 32);    // comment length
+        e.flags = load_le16(c + 8);                           // general-purpose flags
+        e.method = load_le16(c + 10);                         // compression method
+        e.dos_time = load_le16(c + 12);                       // modification time
+        e.dos_date = load_le16(c + 14);                       // modification date
+        e.crc = load_le32(c + 16);                            // CRC-32
+        const uint32_t raw_compressed = load_le32(c + 20);    // compressed size
+        const uint32_t raw_uncompressed = load_le32(c + 24);  // uncompressed size
+        const uint16_t name_bytes = load_le16(c + 28);        // name length
+        const uint16_t extra_bytes = load_le16(c + 30);       // extra-field length
+        const uint16_t comment_bytes = load_le16(c + 32);     // comment length
         // c + 34: disk number start, c + 36: internal, c + 38: external attributes
-        const uint32_t raw_offset = load_le32(c + 42);       // offset of the local header
-        const uint32_t record_bytes = kCentralHeaderBytes + name_bytes + extra_bytes + comment_bytes;
+        const uint32_t raw_offset = load_le32(c + 42);  // offset of the local header
+        const uint32_t record_bytes =
+            kCentralHeaderBytes + name_bytes + extra_bytes + comment_bytes;
         if (size - at < record_bytes) return QZE_CORRUPT_OR_UNKNOWN;
         e.compressed = raw_compressed;
         e.uncompressed = raw_uncompressed;
@@ -412,7 +413,8 @@ long find_entry(const Archive& archive, LPCWSTR name) {
     const size_t length = std::char_traits<WCHAR>::length(name);
     for (size_t i = 0; i < archive.entries.size(); ++i) {
         const Text& candidate = archive.entries[i].name;
-        if (candidate.size() == length && std::equal(candidate.begin(), candidate.end(), name, same))
+        if (candidate.size() == length &&
+            std::equal(candidate.begin(), candidate.end(), name, same))
             return long(i);
     }
     return -1;

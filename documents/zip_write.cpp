@@ -38,58 +38,58 @@ constexpr int kRawDeflateWindow = -15;
 struct EntryRecord {
     BYTE local_header[kLocalHeaderBytes]; /* as written, CRC and size filled in */
     DWORD header_offset;
-    WCHAR name[MAX_PATH]; /* relative name; its length is the header's */
+    WCHAR name[MAX_PATH];  /* relative name; its length is the header's */
     WCHAR extra[MAX_PATH]; /* written as the extra field when its length is set; never is */
 };
 
 /* Builds a local header: everything but the CRC and compressed size. */
 void build_local_header(BYTE* h, uint16_t version, WORD dos_time, WORD dos_date,
                         uint32_t uncompressed, uint16_t name_length) {
-    store_le32(h + 0, kLocalHeaderId);      // signature
-    store_le16(h + 4, version);             // version needed to extract
-    store_le16(h + 6, 0);                   // general-purpose flags
-    store_le16(h + 8, kMethodDeflate);      // method, folders included
-    store_le16(h + 10, dos_time);           // modification time
-    store_le16(h + 12, dos_date);           // modification date
-    store_le32(h + 14, 0);                  // CRC-32, patched later
-    store_le32(h + 18, 0);                  // compressed size, patched later
-    store_le32(h + 22, uncompressed);       // uncompressed size (low 32 bits)
-    store_le16(h + 26, name_length);        // name length
-    store_le16(h + 28, 0);                  // extra-field length
+    store_le32(h + 0, kLocalHeaderId);  // signature
+    store_le16(h + 4, version);         // version needed to extract
+    store_le16(h + 6, 0);               // general-purpose flags
+    store_le16(h + 8, kMethodDeflate);  // method, folders included
+    store_le16(h + 10, dos_time);       // modification time
+    store_le16(h + 12, dos_date);       // modification date
+    store_le32(h + 14, 0);              // CRC-32, patched later
+    store_le32(h + 18, 0);              // compressed size, patched later
+    store_le32(h + 22, uncompressed);   // uncompressed size (low 32 bits)
+    store_le16(h + 26, name_length);    // name length
+    store_le16(h + 28, 0);              // extra-field length
 }
 
 /* The central header of an entry, from the local header kept for it. */
 void build_central_header(BYTE* c, const EntryRecord& e) {
     const BYTE* h = e.local_header;
-    store_le32(c + 0, kCentralHeaderId);        // signature
-    store_le16(c + 4, kVersionMadeBy);          // version made by
-    store_le16(c + 6, load_le16(h + 4));        // version needed
-    store_le16(c + 8, load_le16(h + 6));        // flags
-    store_le16(c + 10, load_le16(h + 8));       // method
-    store_le16(c + 12, load_le16(h + 10));      // time
-    store_le16(c + 14, load_le16(h + 12));      // date
-    store_le32(c + 16, load_le32(h + 14));      // CRC-32
-    store_le32(c + 20, load_le32(h + 18));      // compressed size
-    store_le32(c + 24, load_le32(h + 22));      // uncompressed size
-    store_le16(c + 28, load_le16(h + 26));      // name length
-    store_le16(c + 30, load_le16(h + 28));      // extra-field length
-    store_le16(c + 32, 0);                      // comment length
-    store_le16(c + 34, 0);                      // disk number start
-    store_le16(c + 36, kInternalAttributes);    // internal attributes
-    store_le32(c + 38, 0);                      // external attributes
-    store_le32(c + 42, e.header_offset);        // offset of the local header
+    store_le32(c + 0, kCentralHeaderId);      // signature
+    store_le16(c + 4, kVersionMadeBy);        // version made by
+    store_le16(c + 6, load_le16(h + 4));      // version needed
+    store_le16(c + 8, load_le16(h + 6));      // flags
+    store_le16(c + 10, load_le16(h + 8));     // method
+    store_le16(c + 12, load_le16(h + 10));    // time
+    store_le16(c + 14, load_le16(h + 12));    // date
+    store_le32(c + 16, load_le32(h + 14));    // CRC-32
+    store_le32(c + 20, load_le32(h + 18));    // compressed size
+    store_le32(c + 24, load_le32(h + 22));    // uncompressed size
+    store_le16(c + 28, load_le16(h + 26));    // name length
+    store_le16(c + 30, load_le16(h + 28));    // extra-field length
+    store_le16(c + 32, 0);                    // comment length
+    store_le16(c + 34, 0);                    // disk number start
+    store_le16(c + 36, kInternalAttributes);  // internal attributes
+    store_le32(c + 38, 0);                    // external attributes
+    store_le32(c + 42, e.header_offset);      // offset of the local header
 }
 
 void build_end_record(BYTE* r, uint16_t entries, uint32_t directory_bytes,
                       uint32_t directory_offset) {
-    store_le32(r + 0, kEndRecordId);        // signature
-    store_le16(r + 4, 0);                   // number of this disk
-    store_le16(r + 6, 0);                   // disk holding the directory
-    store_le16(r + 8, entries);             // entries on this disk
-    store_le16(r + 10, entries);            // entries in total
-    store_le32(r + 12, directory_bytes);    // size of the directory
-    store_le32(r + 16, directory_offset);   // offset of the directory
-    store_le16(r + 20, 0);                  // comment length
+    store_le32(r + 0, kEndRecordId);       // signature
+    store_le16(r + 4, 0);                  // number of this disk
+    store_le16(r + 6, 0);                  // disk holding the directory
+    store_le16(r + 8, entries);            // entries on this disk
+    store_le16(r + 10, entries);           // entries in total
+    store_le32(r + 12, directory_bytes);   // size of the directory
+    store_le32(r + 16, directory_offset);  // offset of the directory
+    store_le16(r + 20, 0);                 // comment length
 }
 
 bool write_all(HANDLE file, const void* bytes, DWORD count) {
@@ -243,7 +243,7 @@ private:
             if (is_dot_name(found.cFileName)) continue;
             const Text child = child_path(path, found.cFileName);
             hr = (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) ? add_folder_tree(child)
-                                                                       : add_file(child);
+                                                                     : add_file(child);
             if (FAILED(hr)) return hr;
         } while (FindNextFileW(find.get(), &found));
         return S_OK;
@@ -278,7 +278,8 @@ private:
         Text name;
         HRESULT hr = relative_name(path, false, &name);
         if (hr != S_OK) return hr == S_FALSE ? S_OK : hr;
-        const DWORD share = FILE_SHARE_READ | ((flags_ & QZARCHIVE_SHARE_WRITE) ? FILE_SHARE_WRITE : 0);
+        const DWORD share =
+            FILE_SHARE_READ | ((flags_ & QZARCHIVE_SHARE_WRITE) ? FILE_SHARE_WRITE : 0);
         UniqueHandle input(CreateFileW(path.c_str(), GENERIC_READ, share, nullptr, OPEN_EXISTING,
                                        FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
         if (input.get() == INVALID_HANDLE_VALUE) return QZE_FILE_OPEN;

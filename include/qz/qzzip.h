@@ -117,11 +117,11 @@ public:
     void QZ_STDCALL Close();
 
 private:
-    HANDLE m_file;          /* the archive, null when closed */
-    tQZLIST* m_entries;     /* one record per written entry */
-    DWORD m_offset;         /* where the next record goes */
+    HANDLE m_file;           /* the archive, null when closed */
+    tQZLIST* m_entries;      /* one record per written entry */
+    DWORD m_offset;          /* where the next record goes */
     IQzProgress* m_progress; /* of the current AddEntryToArchive, may be null */
-    int m_level;            /* zlib compression level */
+    int m_level;             /* zlib compression level */
 };
 
 #else
@@ -158,16 +158,16 @@ typedef struct tQZZIP_MEMORY {
 
 /* What QzZipEnum_Next reports of the entry it steps to. */
 typedef struct tQZZIPENTRYINFO {
-    DWORD index;              /* position in the central directory */
-    WORD flags;               /* general-purpose flags as stored */
-    WORD method;              /* 0 stored, 8 deflate (others cannot be extracted) */
-    WORD dos_time;            /* modification time and date, MS-DOS format */
+    DWORD index;   /* position in the central directory */
+    WORD flags;    /* general-purpose flags as stored */
+    WORD method;   /* 0 stored, 8 deflate (others cannot be extracted) */
+    WORD dos_time; /* modification time and date, MS-DOS format */
     WORD dos_date;
-    DWORD crc32;              /* of the uncompressed data */
+    DWORD crc32; /* of the uncompressed data */
     ULONGLONG compressed_size;
     ULONGLONG uncompressed_size;
-    BOOL is_folder;           /* the name ends in a slash or backslash */
-    DWORD name_length;        /* UTF-16 units, without the terminating zero */
+    BOOL is_folder;    /* the name ends in a slash or backslash */
+    DWORD name_length; /* UTF-16 units, without the terminating zero */
 } QZZIPENTRYINFO;
 
 QZ_EXTERN_C_BEGIN
@@ -191,7 +191,7 @@ QZ_API HRESULT QZ_STDCALL QzZip_Open(LPCWSTR path, DWORD flags, HQZZIP* zip);
  * as a result code (0x8007xxxx); otherwise as QzZip_Open.
  */
 QZ_API HRESULT QZ_STDCALL QzZip_OpenResource(LPCWSTR name, DWORD flags, HQZZIP* zip,
-                                              HMODULE module);
+                                             HMODULE module);
 
 /* Releases the caller's hold on the archive; enumerators keep it alive until
    they are destroyed. Null is ignored. S_OK; E_HANDLE for a foreign handle. */
@@ -208,7 +208,7 @@ QZ_API HRESULT QZ_STDCALL QzZip_Close(HQZZIP zip);
  * QZE_CANCELLED (the partial file is removed).
  */
 QZ_API HRESULT QZ_STDCALL QzZip_ExtractFile(HQZZIP zip, LPCWSTR entry_name, LPCWSTR target_path,
-                                             DWORD flags, IQzProgress* progress);
+                                            DWORD flags, IQzProgress* progress);
 
 /*
  * Extracts the entry named `entry_name` into a new block of caller memory
@@ -219,7 +219,7 @@ QZ_API HRESULT QZ_STDCALL QzZip_ExtractFile(HQZZIP zip, LPCWSTR entry_name, LPCW
  * extraction codes of QzZip_ExtractFile.
  */
 QZ_API HRESULT QZ_STDCALL QzZip_ExtractToMemory(HQZZIP zip, LPCWSTR entry_name, void** data,
-                                                 DWORD* size);
+                                                DWORD* size);
 
 /*
  * Extracts every entry under the folder `folder` (created if missing),
@@ -230,7 +230,7 @@ QZ_API HRESULT QZ_STDCALL QzZip_ExtractToMemory(HQZZIP zip, LPCWSTR entry_name, 
  * S_OK or the first failure (QZE_BAD_FILE_NAME for a skipped name).
  */
 QZ_API HRESULT QZ_STDCALL QzZip_ExtractAll(HQZZIP zip, LPCWSTR folder, DWORD flags,
-                                            IQzProgress* progress);
+                                           IQzProgress* progress);
 
 /*
  * Creates an enumerator standing before the first entry; it holds the
@@ -262,8 +262,8 @@ QZ_API DWORD QZ_STDCALL QzZipEnum_GetFileCount(HQZZIP zip);
  * the last; QZE_BUFFER_TOO_SMALL when the name does not fit (the buffer
  * then holds as much of it as fits, terminated, when capacity > 0).
  */
-QZ_API HRESULT QZ_STDCALL QzZipEnum_GetFileName(HQZZIPENUM enumerator, DWORD flags,
-                                                 LPWSTR buffer, DWORD capacity);
+QZ_API HRESULT QZ_STDCALL QzZipEnum_GetFileName(HQZZIPENUM enumerator, DWORD flags, LPWSTR buffer,
+                                                DWORD capacity);
 
 /* Uncompressed sizes: of the entry at `index`, of the entry named `name`,
    of all entries. E_INVALIDARG for a null argument; QZE_NOT_FOUND. */
@@ -282,8 +282,7 @@ QZ_API HRESULT QZ_STDCALL QzZipEnum_GetTotalUncompressedSize(HQZZIP zip, ULONGLO
  * codes of QzZip_ExtractFile.
  */
 QZ_API HRESULT QZ_STDCALL QzZipEnum_Extract(HQZZIPENUM enumerator, LPCWSTR folder,
-                                             LPCWSTR file_name, DWORD flags,
-                                             IQzProgress* progress);
+                                            LPCWSTR file_name, DWORD flags, IQzProgress* progress);
 
 /*
  * Extracts the current entry into the caller's `buffer` of `capacity`
@@ -291,7 +290,7 @@ QZ_API HRESULT QZ_STDCALL QzZipEnum_Extract(HQZZIPENUM enumerator, LPCWSTR folde
  * entry is larger (nothing written); QZE_NOT_FOUND; the extraction codes.
  */
 QZ_API HRESULT QZ_STDCALL QzZipEnum_ExtractToMemory(HQZZIPENUM enumerator, void* buffer,
-                                                     DWORD capacity);
+                                                    DWORD capacity);
 
 QZ_EXTERN_C_END
 

@@ -24,7 +24,8 @@ constexpr int64_t kTicksPerSecond = 10'000'000;
 constexpr DWORD kAllocationGranularity = 64 * 1024;
 
 FILETIME file_time_of(const struct timespec& t) {
-    const int64_t ticks = (int64_t(t.tv_sec) + kUnixEpochSeconds) * kTicksPerSecond + t.tv_nsec / 100;
+    const int64_t ticks =
+        (int64_t(t.tv_sec) + kUnixEpochSeconds) * kTicksPerSecond + t.tv_nsec / 100;
     const uint64_t value = ticks < 0 ? 0 : uint64_t(ticks);
     return FILETIME{DWORD(value), DWORD(value >> 32)};
 }
@@ -106,14 +107,16 @@ QZ_EXTERN_C HANDLE FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
         const std::u16string full(pattern);
         const size_t cut = full.find_last_of(u"\\/");
         const std::u16string folder = cut == std::u16string::npos ? u"." : full.substr(0, cut + 1);
-        const std::u16string name_pattern = cut == std::u16string::npos ? full : full.substr(cut + 1);
+        const std::u16string name_pattern =
+            cut == std::u16string::npos ? full : full.substr(cut + 1);
         std::string native;
         if (!path_to_native(folder.c_str(), &native)) return INVALID_HANDLE_VALUE;
         std::unique_ptr<DIR, int (*)(DIR*)> dir(::opendir(native.c_str()), ::closedir);
         if (!dir) {
             const int error = errno;
-            SetLastError(error == ENOENT || error == ENOTDIR ? ERROR_PATH_NOT_FOUND
-                                                             : path_error_from_errno(error, native));
+            SetLastError(error == ENOENT || error == ENOTDIR
+                             ? ERROR_PATH_NOT_FOUND
+                             : path_error_from_errno(error, native));
             return INVALID_HANDLE_VALUE;
         }
         auto find = std::make_shared<FindObject>();

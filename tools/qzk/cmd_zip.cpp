@@ -137,15 +137,17 @@ int list(const Args& args, bool json) {
         name.resize(info.name_length);
         const std::string stamp = dos_stamp(info.dos_date, info.dos_time);
         if (json) {
-            std::printf("%s\n  {\"name\": %s, \"size\": %llu, \"compressed\": %llu, \"method\": %u, "
-                        "\"crc32\": \"%08X\", \"modified\": \"%s\", \"folder\": %s}",
-                        first ? "" : ",", json_quote(utf8(name)).c_str(),
-                        (unsigned long long)info.uncompressed_size,
-                        (unsigned long long)info.compressed_size, unsigned(info.method),
-                        unsigned(info.crc32), stamp.c_str(), info.is_folder ? "true" : "false");
+            std::printf(
+                "%s\n  {\"name\": %s, \"size\": %llu, \"compressed\": %llu, \"method\": %u, "
+                "\"crc32\": \"%08X\", \"modified\": \"%s\", \"folder\": %s}",
+                first ? "" : ",", json_quote(utf8(name)).c_str(),
+                (unsigned long long)info.uncompressed_size,
+                (unsigned long long)info.compressed_size, unsigned(info.method),
+                unsigned(info.crc32), stamp.c_str(), info.is_folder ? "true" : "false");
         } else {
             std::printf("%12llu %12llu  %s  %s\n", (unsigned long long)info.uncompressed_size,
-                        (unsigned long long)info.compressed_size, stamp.c_str(), utf8(name).c_str());
+                        (unsigned long long)info.compressed_size, stamp.c_str(),
+                        utf8(name).c_str());
         }
         first = false;
     }
