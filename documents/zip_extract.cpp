@@ -30,7 +30,13 @@ bool is_safe_name(const Text& name) {
         const WCHAR c = i < name.size() ? name[i] : WCHAR(u'/');
         if (c == 0 || c == u':') return false;  // drive letters and streams
         if (c != u'/' && c != u'\\') continue;
-        if (i - start == 2 && name[start] == u'.' && name[start + 1] == u'.') return false;
+        // Windows drops trailing dots and blanks from a path component, so
+        // ". ." or "..." would climb like "..": any component of dots and
+        // blanks alone, but for ".", is refused.
+        const Text part = name.substr(start, i - start);
+        if (part != QZTEXT(".") && !part.empty() &&
+            part.find_first_not_of(QZTEXT(". ")) == Text::npos)
+            return false;
         start = i + 1;
     }
     return true;
