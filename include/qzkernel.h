@@ -19,5 +19,6 @@
 #include "qz/mriff.h"
 #include "qz/qzsmpte.h"
 #include "qz/qzxml.h"
+#include "qz/qzzip.h"
 
 #endif

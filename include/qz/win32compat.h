@@ -288,6 +288,21 @@ QZ_API DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
 QZ_API DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wait_all,
                                     DWORD milliseconds);
 
+/*
+ * Module resources. On Windows a module carries its resources in its
+ * image; here a host registers them: `data` (size bytes, kept by the host
+ * and left unchanged until it is removed) becomes the resource `name` of
+ * `type` (such as "ZIP") in `module` (null: the host executable), which
+ * FindResource and the library's resource readers then find. A second
+ * registration of the same module, type and name replaces the first.
+ * QzPosix_RemoveResource forgets it (FALSE with
+ * ERROR_RESOURCE_NAME_NOT_FOUND when there is none). Null or empty names
+ * and types, or null data with a size, fail with ERROR_INVALID_PARAMETER.
+ */
+QZ_API BOOL QzPosix_AddResource(HMODULE module, LPCWSTR type, LPCWSTR name, LPCVOID data,
+                                DWORD size);
+QZ_API BOOL QzPosix_RemoveResource(HMODULE module, LPCWSTR type, LPCWSTR name);
+
 QZ_EXTERN_C_END
 
 #endif /* !_WIN32 */

@@ -121,6 +121,78 @@ QZ_INTERNAL BOOL DosDateTimeToFileTime(WORD dos_date, WORD dos_time, LPFILETIME 
 QZ_INTERNAL LONG CompareFileTime(const FILETIME* a, const FILETIME* b);
 
 /*
+ * Folder listings. FindFirstFileW takes "folder\\pattern" where the pattern
+ * may hold * and ? ("*.*" matches every name, with or without a dot, as on
+ * Windows); the listing includes "." and "..". No match is
+ * ERROR_FILE_NOT_FOUND, a missing folder ERROR_PATH_NOT_FOUND; the end of
+ * the listing is ERROR_NO_MORE_FILES. Names that do not fit cFileName are
+ * left out. Close the handle with FindClose.
+ */
+typedef struct _WIN32_FIND_DATAW {
+    DWORD dwFileAttributes;
+    FILETIME ftCreationTime;
+    FILETIME ftLastAccessTime;
+    FILETIME ftLastWriteTime;
+    DWORD nFileSizeHigh;
+    DWORD nFileSizeLow;
+    DWORD dwReserved0;
+    DWORD dwReserved1;
+    WCHAR cFileName[MAX_PATH];
+    WCHAR cAlternateFileName[14];
+} WIN32_FIND_DATAW, *LPWIN32_FIND_DATAW;
+
+QZ_INTERNAL HANDLE FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data);
+QZ_INTERNAL BOOL FindNextFileW(HANDLE find, LPWIN32_FIND_DATAW data);
+QZ_INTERNAL BOOL FindClose(HANDLE find);
+
+/* Creation (the status-change time here), last access and last write of an open file. */
+QZ_INTERNAL BOOL GetFileTime(HANDLE file, LPFILETIME creation, LPFILETIME last_access,
+                             LPFILETIME last_write);
+
+/*
+ * Space on the file system holding `folder` (null: the current folder):
+ * bytes free for this user, total bytes, bytes free in all. Any output may
+ * be null.
+ */
+QZ_INTERNAL BOOL GetDiskFreeSpaceExW(LPCWSTR folder, PULARGE_INTEGER free_to_caller,
+                                     PULARGE_INTEGER total, PULARGE_INTEGER total_free);
+
+/* What the library asks of the system description: page size and the
+   granularity file views start at (64 KiB, as on Windows). */
+typedef struct _SYSTEM_INFO {
+    WORD wProcessorArchitecture;
+    WORD wReserved;
+    DWORD dwPageSize;
+    LPVOID lpMinimumApplicationAddress;
+    LPVOID lpMaximumApplicationAddress;
+    DWORD_PTR dwActiveProcessorMask;
+    DWORD dwNumberOfProcessors;
+    DWORD dwProcessorType;
+    DWORD dwAllocationGranularity;
+    WORD wProcessorLevel;
+    WORD wProcessorRevision;
+} SYSTEM_INFO, *LPSYSTEM_INFO;
+QZ_INTERNAL void GetSystemInfo(LPSYSTEM_INFO info);
+
+/*
+ * Resources of a module, found in the registry a host fills with
+ * QzPosix_AddResource (win32compat.h). Names and types are strings, compared
+ * without regard to ASCII case as Windows does. FindResourceW with a null
+ * module looks in the host executable's resources; a missing resource is
+ * ERROR_RESOURCE_TYPE_NOT_FOUND or ERROR_RESOURCE_NAME_NOT_FOUND.
+ * LoadResource returns the block, LockResource its address, SizeofResource
+ * its bytes.
+ */
+typedef struct HRSRC__* HRSRC;
+#define ERROR_RESOURCE_DATA_NOT_FOUND 1812
+#define ERROR_RESOURCE_TYPE_NOT_FOUND 1813
+#define ERROR_RESOURCE_NAME_NOT_FOUND 1814
+QZ_INTERNAL HRSRC FindResourceW(HMODULE module, LPCWSTR name, LPCWSTR type);
+QZ_INTERNAL HGLOBAL LoadResource(HMODULE module, HRSRC resource);
+QZ_INTERNAL LPVOID LockResource(HGLOBAL loaded);
+QZ_INTERNAL DWORD SizeofResource(HMODULE module, HRSRC resource);
+
+/*
  * Modules: a null module is the host executable; the library's own module
  * handle is the load address of the shared object (see qz::posix).
  */

@@ -14,6 +14,7 @@ const Command kCommands[] = {
     {"cda", "print the fields of a CD-audio track file (.cda)", "qzk cda FILE [--json]", run_cda},
     {"tc", "convert SMPTE timecodes, frame counts and nano time", kTcUsage, run_tc},
     {"xml", "print the tree of an XML document, or the text at a path", kXmlUsage, run_xml},
+    {"zip", "create, list and extract zip archives", kZipUsage, run_zip},
     {nullptr, nullptr, nullptr, nullptr},
 };
 

@@ -43,6 +43,8 @@ int run_tc(const Args& args);
 extern const char kTcUsage[];
 int run_xml(const Args& args);
 extern const char kXmlUsage[];
+int run_zip(const Args& args);
+extern const char kZipUsage[];
 int demo_kernel();
 int demo_smpte();
 
