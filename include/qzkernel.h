@@ -17,5 +17,6 @@
 #include "qz/qzlog.h"
 #include "qz/mriff.h"
 #include "qz/qzsmpte.h"
+#include "qz/qzexif.h"
 
 #endif
