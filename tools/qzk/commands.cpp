@@ -13,6 +13,7 @@ const Command kCommands[] = {
     {"chunks", "print the chunk tree of a RIFF file", "qzk chunks FILE [--json]", run_chunks},
     {"cda", "print the fields of a CD-audio track file (.cda)", "qzk cda FILE [--json]", run_cda},
     {"tc", "convert SMPTE timecodes, frame counts and nano time", kTcUsage, run_tc},
+    {"exif", "print or write the EXIF tags of a JPEG or TIFF file", kExifUsage, run_exif},
     {nullptr, nullptr, nullptr, nullptr},
 };
 

@@ -41,6 +41,8 @@ int run_error(const Args& args);
 int demo_errors();
 int run_tc(const Args& args);
 extern const char kTcUsage[];
+int run_exif(const Args& args);
+extern const char kExifUsage[];
 int demo_kernel();
 int demo_smpte();
 
