@@ -71,8 +71,8 @@ HRESULT tag_file(const std::u16string& path, int i) {
 void make_files() {
     if (!g_paths.empty()) return;
     const auto dir = std::filesystem::temp_directory_path() /
-                     ("qz_exif_bench_" + std::to_string(std::filesystem::hash_value(
-                                             std::filesystem::current_path())));
+                     ("qz_exif_bench_" +
+                      std::to_string(std::filesystem::hash_value(std::filesystem::current_path())));
     std::filesystem::create_directories(dir);
     const std::string image = std::string("\xFF\xD8", 2) + image_bytes();
     for (int i = 0; i < kFiles; ++i) {
@@ -80,7 +80,8 @@ void make_files() {
         std::ofstream(p, std::ios::binary) << image;
         g_paths.push_back(p);
         g_wide_paths.emplace_back(p.begin(), p.end());
-        if (FAILED(tag_file(g_wide_paths.back(), i))) std::fprintf(stderr, "cannot tag %s\n", p.c_str());
+        if (FAILED(tag_file(g_wide_paths.back(), i)))
+            std::fprintf(stderr, "cannot tag %s\n", p.c_str());
     }
 }
 
@@ -105,9 +106,14 @@ void Exif_qz(benchmark::State& state) {
 BENCHMARK(Exif_qz)->Unit(benchmark::kMicrosecond);
 
 #if defined(QZ_HAVE_LIBEXIF)
-constexpr ExifTag kTags[] = {EXIF_TAG_MAKE, EXIF_TAG_MODEL, EXIF_TAG_DATE_TIME, EXIF_TAG_ARTIST,
-                             EXIF_TAG_COPYRIGHT, EXIF_TAG_DATE_TIME_ORIGINAL,
-                             EXIF_TAG_DATE_TIME_DIGITIZED, EXIF_TAG_FLASH};
+constexpr ExifTag kTags[] = {EXIF_TAG_MAKE,
+                             EXIF_TAG_MODEL,
+                             EXIF_TAG_DATE_TIME,
+                             EXIF_TAG_ARTIST,
+                             EXIF_TAG_COPYRIGHT,
+                             EXIF_TAG_DATE_TIME_ORIGINAL,
+                             EXIF_TAG_DATE_TIME_DIGITIZED,
+                             EXIF_TAG_FLASH};
 
 int read_values(ExifData* data) {
     int found = 0;

@@ -38,7 +38,8 @@ CQzExifMetaDataHelper::~CQzExifMetaDataHelper() = default;
 HRESULT CQzExifMetaDataHelper::AddExifTagToSummaryList(tQZLIST* list, WORD tag, WORD ifd, WORD type,
                                                        DWORD size, LPCVOID data) {
     if (!list || !is_valid_type(type)) return E_INVALIDARG;
-    return qz::base::guarded([&] { return append_item(list, make_id(ifd, tag, type), data, size); });
+    return qz::base::guarded(
+        [&] { return append_item(list, make_id(ifd, tag, type), data, size); });
 }
 
 HRESULT CQzExifMetaDataHelper::AddStringExifTagToSummaryList(tQZLIST* list, WORD tag, WORD ifd,
@@ -52,8 +53,7 @@ HRESULT CQzExifMetaDataHelper::AddStringExifTagToSummaryList(tQZLIST* list, WORD
 }
 
 HRESULT CQzExifMetaDataHelper::AddRationalExifTagToSummaryList(tQZLIST* list, WORD tag, WORD ifd,
-                                                               DWORD numerator,
-                                                               DWORD denominator) {
+                                                               DWORD numerator, DWORD denominator) {
     const DWORD value[2] = {numerator, denominator};
     return AddExifTagToSummaryList(list, tag, ifd, QZEXIF_TYPE_RATIONAL, sizeof value, value);
 }
@@ -83,8 +83,8 @@ HRESULT CQzExifMetaDataHelper::AddDefaultThumbnailExifTagsToSummaryList(tQZLIST*
     if (SUCCEEDED(hr))
         hr = AddExifTagToSummaryList(list, 36864, kExif, QZEXIF_TYPE_UNDEFINED, 4, kExifVersion);
     if (SUCCEEDED(hr))
-        hr = AddExifTagToSummaryList(list, 37121, kExif, QZEXIF_TYPE_UNDEFINED, 4,
-                                     kComponentsYCbCr);
+        hr =
+            AddExifTagToSummaryList(list, 37121, kExif, QZEXIF_TYPE_UNDEFINED, 4, kComponentsYCbCr);
     if (SUCCEEDED(hr))
         hr = AddExifTagToSummaryList(list, 40960, kExif, QZEXIF_TYPE_UNDEFINED, 4, kVersion0100);
     if (SUCCEEDED(hr)) hr = AddShortExifTagToSummaryList(list, 40961, kExif, 1);  // sRGB

@@ -45,7 +45,8 @@ public:
         size_ = DWORD(size.QuadPart);
         if (size_ == 0) return;
         mapping_ = CreateFileMappingW(file_, nullptr, PAGE_READONLY, 0, 0, nullptr);
-        if (mapping_) data_ = static_cast<const BYTE*>(MapViewOfFile(mapping_, FILE_MAP_READ, 0, 0, 0));
+        if (mapping_)
+            data_ = static_cast<const BYTE*>(MapViewOfFile(mapping_, FILE_MAP_READ, 0, 0, 0));
         if (!data_) status_ = QZE_FILE_READ;
     }
     ~MappedFile() {
@@ -161,32 +162,32 @@ HRESULT CQzExifMetaDataHelper::ParseIFD(tQZLIST* list, const BYTE* tiff, DWORD s
         const BYTE* entry = tiff + at;
         const WORD tag = load16(entry, order);
         switch (tag) {
-        case kTagMake:
-        case kTagModel:
-        case kTagDateTime:
-        case kTagArtist:
-            result = AddString(list, make_id(QZEXIF_IFD_0TH, tag, QZEXIF_TYPE_ASCII), tiff, size,
-                               entry);
-            break;
-        case kTagRightsNotice:  // held in IFD 0, filed with the Exif IFD's texts
-        case kTagDateTimeOriginal:
-        case kTagDateTimeDigitized:
-            result = AddString(list, make_id(QZEXIF_IFD_EXIF, tag, QZEXIF_TYPE_ASCII), tiff, size,
-                               entry);
-            break;
-        case kTagFlash:
-            result = AddBoolean(list, make_id(QZEXIF_IFD_EXIF, tag, QZEXIF_TYPE_SHORT), entry);
-            break;
-        case kTagExifIfdPointer:
-            if (load16(entry + 2, order) != QZEXIF_TYPE_LONG || load32(entry + 4, order) != 1) {
-                break;  // not a pointer this walk can follow: ignored
-            }
-            ++walk->depth;
-            result = ParseIFD(list, tiff, size, load32(entry + 8, order), walk);
-            --walk->depth;
-            break;
-        default:
-            break;
+            case kTagMake:
+            case kTagModel:
+            case kTagDateTime:
+            case kTagArtist:
+                result = AddString(list, make_id(QZEXIF_IFD_0TH, tag, QZEXIF_TYPE_ASCII), tiff,
+                                   size, entry);
+                break;
+            case kTagRightsNotice:  // held in IFD 0, filed with the Exif IFD's texts
+            case kTagDateTimeOriginal:
+            case kTagDateTimeDigitized:
+                result = AddString(list, make_id(QZEXIF_IFD_EXIF, tag, QZEXIF_TYPE_ASCII), tiff,
+                                   size, entry);
+                break;
+            case kTagFlash:
+                result = AddBoolean(list, make_id(QZEXIF_IFD_EXIF, tag, QZEXIF_TYPE_SHORT), entry);
+                break;
+            case kTagExifIfdPointer:
+                if (load16(entry + 2, order) != QZEXIF_TYPE_LONG || load32(entry + 4, order) != 1) {
+                    break;  // not a pointer this walk can follow: ignored
+                }
+                ++walk->depth;
+                result = ParseIFD(list, tiff, size, load32(entry + 8, order), walk);
+                --walk->depth;
+                break;
+            default:
+                break;
         }
         if (result == E_OUTOFMEMORY) return result;
     }

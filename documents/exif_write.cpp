@@ -128,49 +128,51 @@ HRESULT CQzExifMetaDataHelper::CreateIFDEntryData(const QZMETA_SUM_TAG* item, En
     if (size > kMaxTiffBytes) return E_FAIL;  // could never fit the segment
     entry->bytes.clear();
     switch (QZEXIF_ID_TYPE(item->id)) {
-    case QZEXIF_TYPE_ASCII: {
-        // Narrowed up to the first zero character, then terminated.
-        const auto* text = reinterpret_cast<const WCHAR*>(data);
-        int length = 0;
-        while (DWORD(length) < size / sizeof(WCHAR) && text[length]) ++length;
-        if (length) {
-            const int bytes = WideCharToMultiByte(CP_ACP, 0, text, length, nullptr, 0, nullptr, nullptr);
-            if (bytes <= 0) return E_FAIL;
-            entry->bytes.resize(size_t(bytes));
-            WideCharToMultiByte(CP_ACP, 0, text, length, reinterpret_cast<LPSTR>(entry->bytes.data()),
-                                bytes, nullptr, nullptr);
+        case QZEXIF_TYPE_ASCII: {
+            // Narrowed up to the first zero character, then terminated.
+            const auto* text = reinterpret_cast<const WCHAR*>(data);
+            int length = 0;
+            while (DWORD(length) < size / sizeof(WCHAR) && text[length]) ++length;
+            if (length) {
+                const int bytes =
+                    WideCharToMultiByte(CP_ACP, 0, text, length, nullptr, 0, nullptr, nullptr);
+                if (bytes <= 0) return E_FAIL;
+                entry->bytes.resize(size_t(bytes));
+                WideCharToMultiByte(CP_ACP, 0, text, length,
+                                    reinterpret_cast<LPSTR>(entry->bytes.data()), bytes, nullptr,
+                                    nullptr);
+            }
+            entry->bytes.push_back(0);
+            entry->count = DWORD(entry->bytes.size());
+            return S_OK;
         }
-        entry->bytes.push_back(0);
-        entry->count = DWORD(entry->bytes.size());
-        return S_OK;
-    }
-    case QZEXIF_TYPE_SHORT: {
-        if (size != 2) return E_FAIL;
-        WORD value = 0;
-        std::memcpy(&value, data, 2);
-        entry->bytes.resize(2);
-        store_le16(entry->bytes.data(), value);
-        entry->count = 1;
-        return S_OK;
-    }
-    case QZEXIF_TYPE_LONG:
-    case QZEXIF_TYPE_RATIONAL: {
-        if (size != (QZEXIF_ID_TYPE(item->id) == QZEXIF_TYPE_LONG ? 4u : 8u)) return E_FAIL;
-        entry->bytes.resize(size);
-        for (DWORD at = 0; at < size; at += 4) {
-            DWORD word = 0;
-            std::memcpy(&word, data + at, 4);
-            store_le32(entry->bytes.data() + at, word);
+        case QZEXIF_TYPE_SHORT: {
+            if (size != 2) return E_FAIL;
+            WORD value = 0;
+            std::memcpy(&value, data, 2);
+            entry->bytes.resize(2);
+            store_le16(entry->bytes.data(), value);
+            entry->count = 1;
+            return S_OK;
         }
-        entry->count = 1;
-        return S_OK;
-    }
-    case QZEXIF_TYPE_UNDEFINED:
-        entry->bytes.assign(data, data + size);
-        entry->count = size;
-        return S_OK;
-    default:
-        return E_FAIL;
+        case QZEXIF_TYPE_LONG:
+        case QZEXIF_TYPE_RATIONAL: {
+            if (size != (QZEXIF_ID_TYPE(item->id) == QZEXIF_TYPE_LONG ? 4u : 8u)) return E_FAIL;
+            entry->bytes.resize(size);
+            for (DWORD at = 0; at < size; at += 4) {
+                DWORD word = 0;
+                std::memcpy(&word, data + at, 4);
+                store_le32(entry->bytes.data() + at, word);
+            }
+            entry->count = 1;
+            return S_OK;
+        }
+        case QZEXIF_TYPE_UNDEFINED:
+            entry->bytes.assign(data, data + size);
+            entry->count = size;
+            return S_OK;
+        default:
+            return E_FAIL;
     }
 }
 
@@ -192,8 +194,9 @@ HRESULT CQzExifMetaDataHelper::WriteIFDEntry(Segment* segment, const QZMETA_SUM_
 
 HRESULT CQzExifMetaDataHelper::Write0thIFD(Segment* segment, QZMETA_SUM_TAG* const* items,
                                            DWORD count) {
-    const bool next = segment->group_count[QZEXIF_IFD_EXIF] +
-                          segment->group_count[QZEXIF_IFD_INTEROPERABILITY] > 0;
+    const bool next =
+        segment->group_count[QZEXIF_IFD_EXIF] + segment->group_count[QZEXIF_IFD_INTEROPERABILITY] >
+        0;
     HRESULT hr = segment->write_ifd(*this, items, count, next ? kTagExifIfdPointer : 0);
     if (SUCCEEDED(hr) && next) {
         hr = WriteExifIFD(segment, segment->group[QZEXIF_IFD_EXIF],
@@ -241,16 +244,16 @@ HRESULT CQzExifMetaDataHelper::WriteExifTagsFromSummaryList(Segment* segment, tQ
     }
 
     static constexpr BYTE kHeader[] = {
-        0xFF, 0xE1,                   // APP1
-        0x00, 0x00,                   // length, set when the segment is complete
-        'E',  'x',  'i', 'f', 0, 0,   // identifier
-        'I',  'I',  42,  0,           // TIFF header: little-endian, 42
-        8,    0,    0,   0,           // the 0th IFD follows at once
+        0xFF, 0xE1,                  // APP1
+        0x00, 0x00,                  // length, set when the segment is complete
+        'E',  'x',  'i', 'f', 0, 0,  // identifier
+        'I',  'I',  42,  0,          // TIFF header: little-endian, 42
+        8,    0,    0,   0,          // the 0th IFD follows at once
     };
     segment->bytes.assign(kHeader, kHeader + sizeof kHeader);
     segment->running = kTiffHeaderSize;
-    const HRESULT hr = Write0thIFD(segment, segment->group[QZEXIF_IFD_0TH],
-                                   segment->group_count[QZEXIF_IFD_0TH]);
+    const HRESULT hr =
+        Write0thIFD(segment, segment->group[QZEXIF_IFD_0TH], segment->group_count[QZEXIF_IFD_0TH]);
     if (FAILED(hr)) return hr;
     const size_t length = segment->bytes.size() - 2;  // from the length field on
     if (length > 2 + kMaxSegmentPayload) return E_FAIL;

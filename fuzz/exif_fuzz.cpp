@@ -33,7 +33,8 @@ struct List {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     {
-        std::ofstream out(std::filesystem::path(scratch_path()), std::ios::binary | std::ios::trunc);
+        std::ofstream out(std::filesystem::path(scratch_path()),
+                          std::ios::binary | std::ios::trunc);
         out.write(reinterpret_cast<const char*>(data), std::streamsize(size));
     }
     CQzExifMetaDataHelper helper;

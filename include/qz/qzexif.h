@@ -40,7 +40,7 @@
  * 20-23, the tag in bits 4-19 and the type in bits 0-3. Sorting items by
  * identifier orders them by IFD, then tag, then type.
  */
-#define QZEXIF_ID(ifd, tag, type)                                                  \
+#define QZEXIF_ID(ifd, tag, type)                                                \
     (0x65000000u + (((DWORD)(ifd)&0xFu) << 20) + (((DWORD)(tag)&0xFFFFu) << 4) + \
      ((DWORD)(type)&0xFu))
 #define QZEXIF_ID_IFD(id) (((DWORD)(id) >> 20) & 0xFu)
@@ -114,8 +114,7 @@ public:
     HRESULT QZ_STDCALL AddRationalExifTagToSummaryList(tQZLIST* list, WORD tag, WORD ifd,
                                                        DWORD numerator, DWORD denominator);
     /* A SHORT item. */
-    HRESULT QZ_STDCALL AddShortExifTagToSummaryList(tQZLIST* list, WORD tag, WORD ifd,
-                                                    WORD value);
+    HRESULT QZ_STDCALL AddShortExifTagToSummaryList(tQZLIST* list, WORD tag, WORD ifd, WORD value);
     /* A LONG item. */
     HRESULT QZ_STDCALL AddLongExifTagToSummaryList(tQZLIST* list, WORD tag, WORD ifd, DWORD value);
 

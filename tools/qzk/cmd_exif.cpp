@@ -20,9 +20,14 @@ struct TagName {
 
 // The tags the reader takes, under the names exiftool gives them.
 constexpr TagName kTags[] = {
-    {"Make", 0, 271},   {"Model", 0, 272},    {"DateTime", 0, 306},
-    {"Artist", 0, 315}, {"Copyright", 1, 33432}, {"DateTimeOriginal", 1, 36867},
-    {"DateTimeDigitized", 1, 36868}, {"Flash", 1, 37385},
+    {"Make", 0, 271},
+    {"Model", 0, 272},
+    {"DateTime", 0, 306},
+    {"Artist", 0, 315},
+    {"Copyright", 1, 33432},
+    {"DateTimeOriginal", 1, 36867},
+    {"DateTimeDigitized", 1, 36868},
+    {"Flash", 1, 37385},
 };
 
 const TagName* find_name(const std::string& name) {
@@ -81,8 +86,8 @@ bool is_tiff(const std::string& path) {
     FILE* f = std::fopen(path.c_str(), "rb");
     if (!f) return false;
     char mark[2] = {};
-    const bool tiff = std::fread(mark, 1, 2, f) == 2 && mark[0] == mark[1] &&
-                      (mark[0] == 'I' || mark[0] == 'M');
+    const bool tiff =
+        std::fread(mark, 1, 2, f) == 2 && mark[0] == mark[1] && (mark[0] == 'I' || mark[0] == 'M');
     std::fclose(f);
     return tiff;
 }
@@ -118,8 +123,9 @@ HRESULT set_tag(CQzExifMetaDataHelper& helper, tQZLIST* list, const TagName& t,
         const auto* item = static_cast<const QZMETA_SUM_TAG*>(QZLIST_ITEMPTR(list, i));
         if (QZEXIF_ID_TAG(item->id) == t.tag) QzList_DeleteList(list, i, 1, FALSE);
     }
-    if (t.tag == 37385) return helper.AddShortExifTagToSummaryList(list, t.tag, t.ifd,
-                                                                   WORD(std::stoul(value, nullptr, 0)));
+    if (t.tag == 37385)
+        return helper.AddShortExifTagToSummaryList(list, t.tag, t.ifd,
+                                                   WORD(std::stoul(value, nullptr, 0)));
     return helper.AddStringExifTagToSummaryList(list, t.tag, t.ifd, utf16(value).c_str());
 }
 
