@@ -40,6 +40,7 @@ constexpr DWORD kIfdEntrySize = 12;
 
 constexpr DWORD kItemHeaderSize = QZMETA_SUM_TAG_HEADER_SIZE;
 constexpr DWORD kIdSignature = 0x65000000u;
+constexpr DWORD kMaxIfdInId = 15;  // four bits of the identifier
 
 inline constexpr DWORD make_id(DWORD ifd, DWORD tag, DWORD type) {
     return QZEXIF_ID(ifd, tag, type);

@@ -37,7 +37,7 @@ CQzExifMetaDataHelper::~CQzExifMetaDataHelper() = default;
 
 HRESULT CQzExifMetaDataHelper::AddExifTagToSummaryList(tQZLIST* list, WORD tag, WORD ifd, WORD type,
                                                        DWORD size, LPCVOID data) {
-    if (!list || !is_valid_type(type)) return E_INVALIDARG;
+    if (!list || !is_valid_type(type) || ifd > kMaxIfdInId) return E_INVALIDARG;
     return qz::base::guarded(
         [&] { return append_item(list, make_id(ifd, tag, type), data, size); });
 }

@@ -102,7 +102,8 @@ public:
     HRESULT QZ_STDCALL AddDefaultThumbnailExifTagsToSummaryList(tQZLIST* list);
     /*
      * Appends one item, copying `size` bytes from `data` (null: zeros).
-     * E_INVALIDARG for a null list or a type of 0 or above 10; E_FAIL for a
+     * E_INVALIDARG for a null list, an IFD index above 15 (the identifier
+     * has four bits for it) or a type of 0 or above 10; E_FAIL for a
      * list that does not own its items; E_OUTOFMEMORY.
      */
     HRESULT QZ_STDCALL AddExifTagToSummaryList(tQZLIST* list, WORD tag, WORD ifd, WORD type,

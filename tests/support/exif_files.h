@@ -29,7 +29,7 @@ inline Lines dump(const tQZLIST* list) {
         for (DWORD b = 0; text && b + 1 < item->data_size && item->data[b]; b += 2)
             line += char(item->data[b]);
         for (DWORD b = 0; !text && b < item->data_size; ++b)
-            line += " " + std::to_string(item->data[b]);
+            line.append(1, ' ').append(std::to_string(item->data[b]));
         lines.push_back(line);
     }
     return lines;
