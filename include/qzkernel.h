@@ -20,5 +20,6 @@
 #include "qz/qzsmpte.h"
 #include "qz/qzxml.h"
 #include "qz/qzzip.h"
+#include "qz/qzexif.h"
 
 #endif

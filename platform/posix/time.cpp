@@ -208,6 +208,20 @@ QZ_EXTERN_C BOOL LocalFileTimeToFileTime(const FILETIME* local_time, LPFILETIME 
     return TRUE;
 }
 
+// The local time of the active zone (zone null) as UTC, with the offset in
+// effect on that date. A given zone is not supported here.
+QZ_EXTERN_C BOOL TzSpecificLocalTimeToSystemTime(const TIME_ZONE_INFORMATION* zone,
+                                                 const SYSTEMTIME* local_time,
+                                                 LPSYSTEMTIME universal_time) {
+    FILETIME local{};
+    FILETIME utc{};
+    if (zone || !universal_time || !SystemTimeToFileTime(local_time, &local) ||
+        !LocalFileTimeToFileTime(&local, &utc)) {
+        return invalid_parameter();
+    }
+    return FileTimeToSystemTime(&utc, universal_time);
+}
+
 // MS-DOS date: bits 15-9 years since 1980, 8-5 month, 4-0 day. Time: bits
 // 15-11 hour, 10-5 minute, 4-0 seconds divided by two.
 QZ_EXTERN_C BOOL FileTimeToDosDateTime(const FILETIME* file_time, LPWORD dos_date,

@@ -119,6 +119,11 @@ QZ_INTERNAL BOOL LocalFileTimeToFileTime(const FILETIME* local_time, LPFILETIME 
 QZ_INTERNAL BOOL FileTimeToDosDateTime(const FILETIME* file_time, LPWORD dos_date, LPWORD dos_time);
 QZ_INTERNAL BOOL DosDateTimeToFileTime(WORD dos_date, WORD dos_time, LPFILETIME file_time);
 QZ_INTERNAL LONG CompareFileTime(const FILETIME* a, const FILETIME* b);
+/* Only the active time zone (a null zone) is known here; TIME_ZONE_INFORMATION stays opaque. */
+typedef struct _TIME_ZONE_INFORMATION TIME_ZONE_INFORMATION;
+QZ_INTERNAL BOOL TzSpecificLocalTimeToSystemTime(const TIME_ZONE_INFORMATION* zone,
+                                                 const SYSTEMTIME* local_time,
+                                                 LPSYSTEMTIME universal_time);
 
 /*
  * Folder listings. FindFirstFileW takes "folder\\pattern" where the pattern

@@ -15,6 +15,7 @@ const Command kCommands[] = {
     {"tc", "convert SMPTE timecodes, frame counts and nano time", kTcUsage, run_tc},
     {"xml", "print the tree of an XML document, or the text at a path", kXmlUsage, run_xml},
     {"zip", "create, list and extract zip archives", kZipUsage, run_zip},
+    {"exif", "print or write the EXIF tags of a JPEG or TIFF file", kExifUsage, run_exif},
     {nullptr, nullptr, nullptr, nullptr},
 };
 

@@ -45,6 +45,8 @@ int run_xml(const Args& args);
 extern const char kXmlUsage[];
 int run_zip(const Args& args);
 extern const char kZipUsage[];
+int run_exif(const Args& args);
+extern const char kExifUsage[];
 int demo_kernel();
 int demo_smpte();
 

@@ -1,0 +1,205 @@
+// CQzExifMetaDataHelper: reading TIFF data and JPEG segments, writing the
+// EXIF segment, and the date-time texts. Files of real tools are read in
+// exif_interop_test.cpp.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "platform/posix/fault_plan.h"
+#include "tests/support/exif_files.h"
+
+using namespace exif_test;
+using qz::testing::FaultOp;
+using qz::testing::native_read;
+using qz::testing::native_write;
+
+namespace {
+
+const Order le{false}, be{true};
+const std::string kAb("Ab\0\0", 4);
+
+// The 0th IFD at 8 (3 entries, 42 bytes): Make and the rights notice in
+// their value fields; the Exif IFD at 50 (3 entries): a second Make,
+// Flash 0x18 (not fired, auto mode) and a date at 92.
+std::string camera(const Order& o) {
+    return o.head() +
+           o.ifd({{271, 2, 4, std::string("Abc\0", 4)},
+                  {33432, 2, 2, std::string("C\0\0\0", 4)},
+                  {34665, 4, 1, o.u32(50)}}) +
+           o.ifd({{271, 2, 3, std::string("Zz\0\0", 4)},
+                  {37385, 3, 1, o.short_field(0x18)},
+                  {36867, 2, 20, o.u32(92)}}) +
+           std::string("2024:01:02 03:04:05\0\x80", 21);
+}
+
+// `depth` IFDs of one entry (18 bytes), each pointing to the next; the last holds a Make.
+std::string chain(int depth) {
+    std::string out = le.head();
+    for (int i = 1; i < depth; ++i) out += le.ifd({{34665, 4, 1, le.u32(out.size() + 18)}});
+    return out + le.ifd({{271, 2, 3, kAb}});
+}
+
+std::string app1(const std::string& content) {
+    return "\xFF\xE1" + be.u16(unsigned(content.size()) + 2) + content;
+}
+
+// TIFF files, then JPEG files (names starting "jpeg").
+TEST(ExifRead, Table) {
+    const Lines kCamera = {"650010F2 Abc", "65182982 C", "65192093 0 0 0 0",
+                           "65190032 2024:01:02 03:04:05"};
+    const std::string make = le.ifd({{271, 2, 3, kAb}}), image = baseline_jpeg_image();
+    const std::string exif = app1(std::string("Exif\0\0", 6) + le.head() + make);
+    const std::string comment = app1(std::string("\xFF\xFE\0\x02", 4));
+    const std::string xmp = app1("http://ns.adobe.com/xap/1.0/");
+    const std::string inside = be.head() + be.ifd({{34665, 4, 1, be.u32(32)},
+                                                   {271, 2, 3, std::string("AB\0\x01", 4)},
+                                                   {315, 2, 3, std::string("Me\0\0", 4)}});
+    const struct {
+        std::string name, bytes;
+        HRESULT hr;
+        Lines items;
+    } cases[] = {
+        {"II", camera(le), S_OK, kCamera},
+        {"MM", camera(be), S_OK, kCamera},
+        {"magic 43", "II" + le.u16(43) + le.u32(8) + make, QZE_UNSUPPORTED_FORMAT, {}},
+        {"0th IFD past the end", le.head(0xFFFFFFFF) + make, E_FAIL, {}},
+        {"no entries", le.head() + le.ifd({}), E_FAIL, {}},
+        {"count past entries", le.head() + le.u16(9) + make.substr(2, 12), S_OK, {"650010F2 Ab"}},
+        {"Make as SHORT", le.head() + le.ifd({{271, 3, 1, kAb}}), QZE_UNSUPPORTED_FORMAT, {}},
+        {"text past the end", le.head() + le.ifd({{271, 2, 99, le.u32(0xFFFFFFF0)}}), S_OK, {}},
+        {"text to the last byte",
+         le.head() + le.ifd({{271, 2, 5, le.u32(26)}}) + "Make!",
+         S_OK,
+         {}},
+        // The count of an IFD at 32 would be the last bytes of the Make's value field.
+        {"Exif IFD inside the 0th", inside, S_OK, {"650010F2 AB", "650013B2 Me"}},
+        {"four levels", chain(4), S_OK, {"650010F2 Ab"}},
+        {"five levels", chain(5), E_FAIL, {}},
+        {"jpeg without SOI", "\xFF\xD9" + exif + image, E_FAIL, {}},
+        {"jpeg cut in the identifier", "\xFF\xD8" + exif.substr(0, 9), E_FAIL, {}},
+        // A non-EXIF APP1 is stepped into: this one reads as a comment marker
+        // of length 2 that ends where the EXIF APP1 starts, while XMP text
+        // read as markers jumps past it.
+        {"jpeg APP1 stepped through", "\xFF\xD8" + comment + exif + image, S_OK, {"650010F2 Ab"}},
+        {"jpeg XMP first", "\xFF\xD8" + xmp + exif + image, E_FAIL, {}},
+    };
+    qz::testing::TempDir dir;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        native_write(dir.file("t"), c.bytes);
+        EXPECT_EQ(read_tags(dir.wide("t"), c.name.rfind("jpeg", 0) != 0),
+                  std::make_pair(c.hr, c.items));
+    }
+}
+
+// clang-format off
+// The segment written for the default thumbnail tags, field by field.
+const std::string kThumbnailSegment(
+    "\xFF\xE1" "\x00\xDA"                            // APP1, length 218
+    "Exif\0\0"                                       // identifier
+    "II" "\x2A\x00" "\x08\0\0\0"                     // TIFF header, 0th IFD at 8
+    "\x05\x00"                                       // 0th IFD at 8: 5 entries
+    "\x1A\x01" "\x05\x00" "\x01\0\0\0" "\x4A\0\0\0"  // XResolution, RATIONAL, 1, at 74
+    "\x1B\x01" "\x05\x00" "\x01\0\0\0" "\x52\0\0\0"  // YResolution, RATIONAL, 1, at 82
+    "\x28\x01" "\x03\x00" "\x01\0\0\0" "\x02\0\0\0"  // ResolutionUnit, SHORT, 1, 2
+    "\x13\x02" "\x03\x00" "\x01\0\0\0" "\x02\0\0\0"  // YCbCrPositioning, SHORT, 1, 2
+    "\x69\x87" "\x04\x00" "\x01\0\0\0" "\x5A\0\0\0"  // Exif IFD pointer, LONG, 1, at 90
+    "\0\0\0\0"                                       // no next IFD
+    "\x00\xDD\x6D\x00" "\xA0\x86\x01\x00"            // at 74: 7200000 / 100000
+    "\x00\xDD\x6D\x00" "\xA0\x86\x01\x00"            // at 82: 7200000 / 100000
+    "\x07\x00"                                       // Exif IFD at 90: 7 entries
+    "\x00\x90" "\x07\x00" "\x04\0\0\0" "0221"              // ExifVersion, UNDEFINED, 4
+    "\x01\x91" "\x07\x00" "\x04\0\0\0" "\x01\x02\x03\x00"  // ComponentsConfiguration
+    "\x00\xA0" "\x07\x00" "\x04\0\0\0" "0100"              // FlashpixVersion
+    "\x01\xA0" "\x03\x00" "\x01\0\0\0" "\x01\0\0\0"        // ColorSpace, SHORT, sRGB
+    "\x02\xA0" "\x04\x00" "\x01\0\0\0" "\xA0\0\0\0"        // PixelXDimension, LONG, 160
+    "\x03\xA0" "\x04\x00" "\x01\0\0\0" "\x78\0\0\0"        // PixelYDimension, LONG, 120
+    "\x05\xA0" "\x04\x00" "\x01\0\0\0" "\xB4\0\0\0"        // Interop. pointer, LONG, at 180
+    "\0\0\0\0"                                             // no next IFD
+    "\x02\x00"                                             // Interop. IFD at 180: 2 entries
+    "\x01\x00" "\x02\x00" "\x04\0\0\0" "THM\0"             // InteroperabilityIndex, ASCII, 4
+    "\x02\x00" "\x07\x00" "\x04\0\0\0" "0100"              // InteroperabilityVersion
+    "\0\0\0\0",                                            // no next IFD; 210 bytes of TIFF
+    220);
+// clang-format on
+
+TEST(ExifWrite, ThumbnailTagsReplaceApp0ToApp2WithThreeIfds) {
+    qz::testing::TempDir dir;
+    const std::string icc("\xFF\xE2\0\x0EICC_PROFILE\0", 16);
+    native_write(dir.file("t.jpg"),
+                 "\xFF\xD8" + kJfif + app1("old") + icc + baseline_jpeg_image());
+    qz::testing::TestList list(0, QZLIST_HEAPITEMS);
+    CQzExifMetaDataHelper helper;
+    ASSERT_EQ(helper.AddDefaultThumbnailExifTagsToSummaryList(list.get()), S_OK);
+    ASSERT_EQ(helper.UpdateExifTagsFromSummaryList(dir.wide("t.jpg").c_str(), list.get()), S_OK);
+    EXPECT_EQ(native_read(dir.file("t.jpg")),
+              "\xFF\xD8" + kThumbnailSegment + baseline_jpeg_image());
+}
+
+TEST(ExifWrite, RefusalsAndFailuresLeaveTheFileAsItWas) {
+    const std::string jpeg = baseline_jpeg(true);
+    const std::string app0_of_2 = std::string("\xFF\xD8\xFF\xE0\0\x02", 6) + baseline_jpeg_image();
+    const FaultOp none = FaultOp::kCount;
+    const struct {
+        std::string file;
+        WORD ifd, type;
+        DWORD size;
+        FaultOp fault;
+        HRESULT hr;
+    } cases[] = {
+        {jpeg, 1, 3, 4, none, E_FAIL},  // a SHORT of 4 bytes (Flash as it is read)
+        // One entry: 6 bytes of identifier and 8 + 18 of TIFF before the value.
+        {jpeg, 0, 7, 65500, none, S_OK},    // 65,532 bytes after the length field
+        {jpeg, 0, 7, 65501, none, E_FAIL},  // 65,534 (the value padded to even)
+        {app0_of_2, 0, 3, 2, none, E_FAIL},
+        {jpeg, 0, 3, 2, FaultOp::Read, QZE_FILE_READ},
+        {jpeg, 0, 3, 2, FaultOp::Write, QZE_FILE_WRITE},
+    };
+    qz::testing::TempDir dir;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        native_write(dir.file("t.jpg"), c.file);
+        qz::testing::TestList list(0, QZLIST_HEAPITEMS);
+        CQzExifMetaDataHelper helper;
+        const std::vector<BYTE> value(c.size);
+        ASSERT_EQ(
+            helper.AddExifTagToSummaryList(list.get(), 700, c.ifd, c.type, c.size, value.data()),
+            S_OK);
+        qz::testing::FaultPlan plan;
+        if (c.fault != none) plan.fail(c.fault, 1);
+        EXPECT_EQ(helper.UpdateExifTagsFromSummaryList(dir.wide("t.jpg").c_str(), list.get()),
+                  c.hr);
+        const bool kept = c.hr == S_OK || c.hr == QZE_FILE_WRITE;  // written, or left alone
+        EXPECT_TRUE(kept || native_read(dir.file("t.jpg")) == c.file);
+    }
+}
+
+TEST(ExifDateTime, TextsBothWays) {
+    CQzExifMetaDataHelper helper;
+    WCHAR text[20];
+    const SYSTEMTIME t{2024, 1, 2, 2, 3, 4, 5, 999};
+    ASSERT_EQ(helper.SystemTimeToLocalDateTimeString(&t, text, 20), S_OK);
+    EXPECT_EQ(std::u16string(text), u"2024:01:02 03:04:05");
+    EXPECT_EQ(helper.SystemTimeToLocalDateTimeString(&t, text, 19), E_FAIL);
+
+    const char* old = std::getenv("TZ");
+    const std::string saved = old ? old : "";
+    setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+    const std::pair<const char16_t*, LONGLONG> cases[] = {
+        {u"2024:07:01 12:00:00", 133643016000000000},  // 10:00 UTC, summer time
+        {u"2024:01:01 12:00:00", 133485804000000000},  // 11:00 UTC
+        {u"2024:07:01 12:00:00Z", 0},
+        {u"2024-07-01 12:00:00", 0},
+        {u"2023:02:29 12:00:00", 0},
+        {u"1601:01:01 00:30:00", 0},  // before 1601 in UTC
+    };
+    for (const auto& [local, ticks] : cases) {
+        LONGLONG utc = -1;
+        EXPECT_EQ(helper.ParseExifLocalDateTimeStringToUtc(local, &utc),
+                  ticks ? S_OK : E_INVALIDARG);
+        EXPECT_EQ(utc, ticks) << &local - &cases[0].first;
+    }
+    old ? setenv("TZ", saved.c_str(), 1) : unsetenv("TZ");
+}
+
+}  // namespace
