@@ -123,38 +123,6 @@ Wfx with_cb(Wfx w, WORD cb) {
     return w;
 }
 
-TEST(WaveFormatSampleType, TagAndWidthMapToTheEnumeration) {
-    const int widths[] = {0, 4, 8, 12, 16, 20, 24, 32, 48, 64};
-    struct Row {
-        UINT tag;
-        DWORD expected[10];  // per width above
-    };
-    const Row rows[] = {
-        {1, {0, 0, 16, 0, 17, 18, 18, 19, 0, 0}},     {0xFE01, {0, 0, 49, 0, 17, 18, 18, 19, 0, 0}},
-        {3, {0, 0, 0, 0, 0, 0, 0, 32, 0, 33}},        {0xFE00, {0, 0, 0, 0, 0, 0, 48, 48, 0, 0}},
-        {0xFE02, {0, 0, 16, 0, 64, 0, 65, 66, 0, 0}}, {0xFE03, {0, 0, 0, 0, 128, 0, 129, 0, 0, 0}},
-        {2, {0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},          {0xFFFE, {0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-        {0x10001, {0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    };
-    for (const Row& row : rows)
-        for (int i = 0; i < 10; ++i)
-            EXPECT_EQ(DWORD(QzAudio_GetSampleType2(row.tag, widths[i])), row.expected[i])
-                << "tag 0x" << std::hex << row.tag << std::dec << " bits " << widths[i];
-}
-
-TEST(WaveFormatSampleType, WidthsAndTagsComeBackOnlyForTypes16To66) {
-    // 0xFE03 maps into the enumeration (128, 129) but not back out.
-    const DWORD rows[][4] = {{16, 8, 1, 1},      {33, 64, 8, 3},      {48, 32, 4, 0xFE00},
-                             {49, 8, 1, 0xFE01}, {66, 32, 4, 0xFE02}, {128, 0, 0, 0},
-                             {0, 0, 0, 0},       {20, 0, 0, 0},       {67, 0, 0, 0}};
-    for (const auto& r : rows) {
-        const auto type = QZSAMPLETYPE(r[0]);
-        EXPECT_EQ(QzAudio_BitsFromSampleType(type), r[1]) << r[0];
-        EXPECT_EQ(QzAudio_BytesFromSampleType(type), r[2]) << r[0];
-        EXPECT_EQ(QzAudio_FormatTagFromSampleType(type), r[3]) << r[0];
-    }
-}
-
 TEST(WaveFormatSampleType, ExtensibleStructuresUseTheirSubFormat) {
     Wfx high_data1 = kExtPcm16;
     high_data1.custom_guid = true;
@@ -506,6 +474,9 @@ TEST(WaveFormatCopy, EveryKindIntoEveryDestination) {
         // Multichannel and masks.
         {kExt51, AS_NEEDED, 40, out_ext(1, 6, 48000, 864000, 18, 24, 0x3F)},
         {kExt51, AS_NEEDED, 39, out_plain(1, 6, 48000, 864000, 18, 24)},
+        // With 32 channels every bit is the default mask.
+        {extensible(plain(1, 32, 8000, 8), 1, 0xFFFFFFFF, 8), AS_NEEDED, 128,
+         out_plain(1, 32, 8000, 256000, 32, 8)},
         // Mask 0: plain unless the destination forces the extensible form.
         {plain51, AS_NEEDED, 128, out_plain(1, 6, 48000, 576000, 12, 16)},
         {plain51, MULTI, 128, out_ext(1, 6, 48000, 576000, 12, 16, 0)},

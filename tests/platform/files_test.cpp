@@ -96,6 +96,12 @@ TEST(CreateFile, NullEmptyAndUnencodablePathsFail) {
     lone.push_back(0xD800);
     EXPECT_EQ(open_file(lone, GENERIC_WRITE, CREATE_ALWAYS), INVALID_HANDLE_VALUE);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_NAME));
+    // Delete-on-close is not offered: refused before anything is created.
+    EXPECT_EQ(CreateFileW(dir.wide("d").c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                          FILE_FLAG_DELETE_ON_CLOSE, nullptr),
+              INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    EXPECT_EQ(native_read(dir.file("d")), "<missing>");
 }
 
 TEST(CreateFile, PathsBecomeUtf8AndBackslashesSeparateFolders) {
@@ -329,6 +335,8 @@ TEST(SetFilePointer, ThirtyTwoBitRules) {
          0xFFFFFFF0u, kSentinel, 0, 0xFFFFFFF0LL},
         {"all ones is a valid position", 3, -1, true, 0, FILE_BEGIN, 0xFFFFFFFFu, NO_ERROR, 0,
          0xFFFFFFFFLL},
+        {"all ones without the high word", 0xFFFFFFF0LL, 15, false, 0, FILE_CURRENT, 0xFFFFFFFFu,
+         NO_ERROR, 0, 0xFFFFFFFFLL},
         {"beyond 32 bits needs the high word", 0xFFFFFFF0LL, 16, false, 0, FILE_CURRENT,
          INVALID_SET_FILE_POINTER, ERROR_INVALID_PARAMETER, 0, 0xFFFFFFF0LL},
         {"beyond 32 bits with it", 0xFFFFFFF0LL, 0x20, true, 0, FILE_CURRENT, 0x10, kSentinel, 1,
