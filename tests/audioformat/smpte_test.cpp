@@ -162,24 +162,6 @@ TEST(SmpteArithmetic, AddAndSubtractWrapInTheFirstRate) {
     EXPECT_EQ(a.reserved, 5u);
 }
 
-TEST(SmpteArithmetic, AddThenSubtractReturnsAtEveryRate) {
-    for (DWORD rate = 1; rate <= 6; ++rate) {
-        for (DWORD start = 0; start < kDayFrames[rate]; start += 404729) {
-            for (DWORD step : {1u, 1799u, 17982u, kDayFrames[rate] - 1}) {
-                _smpteval a = tc(rate, 0, 0, 0, 0), b = tc(rate, 0, 0, 0, 0);
-                QZSMPTE_FrameCountToSMPTE(&a, start);
-                QZSMPTE_FrameCountToSMPTE(&b, step);
-                const _smpteval before = a;
-                QZSMPTE_AddSMPTE(&a, &b);
-                EXPECT_EQ(QZSMPTE_SMPTEToFrameCount(&a), (start + step) % kDayFrames[rate]);
-                QZSMPTE_SubtractSMPTE(&a, &b);
-                EXPECT_EQ(QZSMPTE_SMPTECompare(&a, &before), 0)
-                    << "rate " << rate << " " << label(before) << " + " << label(b);
-            }
-        }
-    }
-}
-
 TEST(SmpteCompare, FieldsDecideInOrderAsUnsigned) {
     struct Case {
         _smpteval a;
@@ -226,28 +208,6 @@ TEST(SmpteNano, NanoTimeToLabelAndBackRoundingUp) {
     const _smpteval frame1 = tc(2, 0, 0, 0, 1), unknown = tc(0, 1, 0, 0, 0);
     EXPECT_EQ(QZSMPTE_SMPTEToNanos(&frame1), 333667);  // 333666.67 ticks
     EXPECT_EQ(QZSMPTE_SMPTEToNanos(&unknown), 0);
-}
-
-// The round-up makes the nano time of a label convert back to that label,
-// and it never passes the exact time by a whole tick.
-TEST(SmpteNano, LabelsSurviveTheTripThroughNanoTime) {
-    const LONGLONG num[7] = {0, 30, 30000, 25, 24, 30000, 24000};
-    const LONGLONG den[7] = {0, 1, 1001, 1, 1, 1001, 1001};
-    for (DWORD rate = 1; rate <= 6; ++rate) {
-        DWORD failures = 0;
-        for (DWORD n = 0; n < kDayFrames[rate]; n += 61) {
-            _smpteval t = tc(rate, 0, 0, 0, 0), back = tc(rate, 0, 0, 0, 0);
-            QZSMPTE_FrameCountToSMPTE(&t, n);
-            const LONGLONG nanos = QZSMPTE_SMPTEToNanos(&t);
-            // The exact time of frame n, rounded up to a whole tick.
-            const LONGLONG exact = (LONGLONG(n) * 10000000 * den[rate] + num[rate] - 1) / num[rate];
-            QZSMPTE_NanoToSMPTE(nanos, &back);
-            if ((nanos != exact || QZSMPTE_SMPTECompare(&t, &back) != 0) && ++failures < 5)
-                ADD_FAILURE() << "rate " << rate << " frame " << n << ": " << nanos
-                              << " ticks, exact " << exact << ", back to " << label(back);
-        }
-        EXPECT_EQ(failures, 0u) << "rate " << rate;
-    }
 }
 
 TEST(SmpteHmsf, RateCodesUseTheTimecodeClockAndOthersTheCallersRate) {
@@ -379,6 +339,7 @@ TEST(NanoTimeText, EachDisplayShowsTheRulerText) {
         {QZTIMEFMT_SMPTE, 3, nullptr, 900000000000LL, "01:00:00:00"},  // wraps at 24 h
         {QZTIMEFMT_SMPTE, 3, nullptr, -399999, "-00:00:00:01"},
         {QZTIMEFMT_SMPTE, 7, nullptr, 600000000, "00:01:00:00"},  // unknown: 30 non-drop
+        {QZTIMEFMT_SMPTE, 4, nullptr, -416667, "-00:00:00:01"},
         // Whole days are dropped exactly, far beyond 2^32 frames too.
         {QZTIMEFMT_SMPTE, 1, nullptr, INT64_MIN, "-02:48:05:14"},
         {QZTIMEFMT_SMPTE, 2, nullptr, INT64_MIN, "-19:00:23;17"},
