@@ -163,10 +163,10 @@ QZ_API void SetLastError(DWORD error);
  * CREATE_ALWAYS/OPEN_ALWAYS found an existing file (ERROR_SUCCESS
  * otherwise), ERROR_FILE_EXISTS for CREATE_NEW and ERROR_ACCESS_DENIED for
  * a folder. Attribute flags and the scan hints are accepted
- * (FILE_ATTRIBUTE_READONLY makes a new file read-only);
- * FILE_FLAG_DELETE_ON_CLOSE removes the file when the last handle to it
- * closes, and later opens must share deletion. Security attributes and the
- * template are ignored. Returns INVALID_HANDLE_VALUE on failure.
+ * (FILE_ATTRIBUTE_READONLY makes a new file read-only). Not offered:
+ * FILE_FLAG_DELETE_ON_CLOSE (ERROR_INVALID_PARAMETER), overlapped handles,
+ * opening folders. Security attributes and the template are ignored.
+ * Returns INVALID_HANDLE_VALUE on failure.
  */
 QZ_API HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES sa,
                           DWORD disposition, DWORD flags, HANDLE template_file);
@@ -216,8 +216,9 @@ QZ_API DWORD GetFileAttributesW(LPCWSTR path);
    fail with ERROR_SHARING_VIOLATION while a handle of this process has the
    file open without FILE_SHARE_DELETE. */
 QZ_API BOOL DeleteFileW(LPCWSTR path);
-/* Renames a file or folder; files also move to another file system.
-   Fails with ERROR_ALREADY_EXISTS when the destination exists. */
+/* Renames a file or folder within one file system (another file system is
+   ERROR_NOT_SAME_DEVICE: nothing is copied). Fails with
+   ERROR_ALREADY_EXISTS when the destination exists. */
 QZ_API BOOL MoveFileW(LPCWSTR from, LPCWSTR to);
 /* ERROR_ALREADY_EXISTS when the folder exists, ERROR_PATH_NOT_FOUND when
    its parent does not. */

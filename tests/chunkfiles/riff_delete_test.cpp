@@ -39,33 +39,6 @@ Bytes join(const std::vector<Part>& ps, int skip = -1) {
 
 }  // namespace
 
-TEST(RiffDelete, RemovesChunksAndListsAtTheStartMiddleAndEnd) {
-    const std::vector<Part> ps = parts();
-    for (int i = 0; i < int(ps.size()); ++i) {
-        TempFile f(riff("WAVE", join(ps)));
-        const Part& gone = ps[size_t(i)];
-        DWORD removed = 0;
-        ASSERT_EQ(riff_DeleteChunk(f.handle(), cc(gone.label), &removed, i == 2 || i == 3), S_OK)
-            << gone.label;
-        EXPECT_EQ(removed, gone.bytes.size()) << gone.label;
-        EXPECT_EQ(f.contents(), riff("WAVE", join(ps, i))) << gone.label;
-    }
-}
-
-TEST(RiffDelete, ListsAreFoundByTypeAndChunksById) {
-    // A chunk whose id is "INFO" is not the list of type "INFO", and the
-    // first list of the type is the one that goes.
-    const Bytes info_chunk = chunk("INFO", pattern(2));
-    const Bytes first = list("INFO", chunk("a   ", {}));
-    const Bytes second = list("INFO", chunk("b   ", {}));
-    TempFile f(riff("WAVE", info_chunk + first + second));
-    DWORD removed = 0;
-    ASSERT_EQ(riff_DeleteChunk(f.handle(), cc("INFO"), &removed, TRUE), S_OK);
-    EXPECT_EQ(f.contents(), riff("WAVE", info_chunk + second));
-    ASSERT_EQ(riff_DeleteChunk(f.handle(), cc("INFO"), &removed, FALSE), S_OK);
-    EXPECT_EQ(f.contents(), riff("WAVE", second));
-}
-
 TEST(RiffDelete, FailedSearchesChangeNothing) {
     const Bytes file = riff("WAVE", join(parts()));
     struct Case {

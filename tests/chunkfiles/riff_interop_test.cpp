@@ -14,29 +14,8 @@ using namespace qz::testing;
 
 namespace {
 
-std::string run(const std::string& command) {
-    std::string out;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (!pipe) return out;
-    char buffer[4096];
-    for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) out.append(buffer, n);
-    pclose(pipe);
-    return out;
-}
-
 bool tools_missing() {
     return system("{ command -v sox && command -v sndfile-info; } >/dev/null 2>&1") != 0;
-}
-
-std::string quoted(const std::string& path) {
-    return "'" + path + "'";
-}
-
-// `sox --i -X FILE`: one header field as sox reads it.
-std::string sox_info(const char* flag, const std::string& path) {
-    std::string out = run(std::string("sox --i ") + flag + " " + quoted(path) + " 2>/dev/null");
-    while (!out.empty() && (out.back() == '\n' || out.back() == '\r')) out.pop_back();
-    return out;
 }
 
 struct ChunkEntry {
@@ -86,7 +65,7 @@ std::vector<ChunkEntry> walk(const std::string& path) {
 // sndfile-info's "ID   : size" lines at column 0; a LIST's type follows.
 std::vector<ChunkEntry> sndfile_chunks(const std::string& path) {
     std::vector<ChunkEntry> out;
-    std::istringstream lines(run("sndfile-info " + quoted(path) + " 2>&1"));
+    std::istringstream lines(run_tool("sndfile-info " + quoted(path) + " 2>&1"));
     for (std::string line; std::getline(lines, line);) {
         if (line.size() < 8 || line.compare(4, 3, " : ") != 0 ||
             line.find_first_not_of("0123456789", 7) != std::string::npos ||
@@ -136,11 +115,7 @@ TEST(RiffInterop, WalksFilesThatSoxAndLibsndfileWrite) {
         WORD tag;
     } sources[] = {
         {"pcm16.wav", "sox -n -r 44100 -c 2 -b 16 %s" + tone, WAVE_FORMAT_PCM},
-        {"pcm8.wav", "sox -n -r 22050 -c 1 -b 8 -e unsigned-integer %s" + tone, WAVE_FORMAT_PCM},
         {"pcm24.wav", "sox -n -r 48000 -c 1 -b 24 %s" + tone, WAVE_FORMAT_EXTENSIBLE},
-        {"float.wav", "sox -n -r 44100 -c 1 -e floating-point -b 32 %s" + tone,
-         WAVE_FORMAT_IEEE_FLOAT},
-        {"sffloat.wav", "sndfile-convert -float32 %pcm16 %s", WAVE_FORMAT_IEEE_FLOAT},
         {"info.wav", "sndfile-metadata-set --str-title 'Demo tone' --str-artist qzk %pcm16 %s",
          WAVE_FORMAT_PCM},
     };
@@ -210,7 +185,7 @@ void expect_tools_read_the_tone(const std::string& path, bool with_info) {
         {"-r", "44100"}, {"-c", "2"}, {"-b", "16"}, {"-s", "4410"}, {"-e", "Signed Integer PCM"}};
     for (const auto& [flag, value] : fields) EXPECT_EQ(sox_info(flag, path), value) << flag;
 
-    const std::string info = run("sndfile-info " + quoted(path) + " 2>&1");
+    const std::string info = run_tool("sndfile-info " + quoted(path) + " 2>&1");
     EXPECT_EQ(info.find("Error"), std::string::npos) << info;
     for (const char* line : {"Sample Rate : 44100", "Frames      : 4410\n", "Channels    : 2\n"})
         EXPECT_NE(info.find(line), std::string::npos) << info;

@@ -42,18 +42,6 @@ TEST(RiffHeaders, ValidateChecksOnlyTheSignAndZero) {
     }
 }
 
-TEST(RiffHeaders, ShortHeadersAreReadErrors) {
-    for (size_t length : {0, 4, 7}) {
-        TempFile f(prefix(header("data", 4), length));
-        DWORD id = 7, size = 7;
-        EXPECT_EQ(riff_ReadChunkHeader(f.handle(), &id, &size), QZE_FILE_READ) << length;
-        EXPECT_EQ(id, 7u);
-        EXPECT_EQ(size, 7u);
-        TempFile g(prefix(header("LIST", 4), length));
-        EXPECT_EQ(riff_ReadListHeader(g.handle(), &id, &size), QZE_FILE_READ) << length;
-    }
-}
-
 TEST(RiffHeaders, HeaderReadsStopAtTheBodyAndListsReportSizeMinusFour) {
     struct Case {
         Bytes bytes;
@@ -426,28 +414,6 @@ TEST(RiffFind, InRiffRewindsAndUsesTheHeaderBudget) {
 }
 
 // ---- list search ---------------------------------------------------------------------
-
-TEST(RiffFindList, SkipsOtherListsAndStopsOnTheFirstOfTheType) {
-    const Bytes body = chunk("fmt ", pattern(4)) + list("adtl", chunk("labl", pattern(5))) +
-                       chunk("LIS_", pattern(2)) + list("INFO", chunk("INAM", pattern(3))) +
-                       list("INFO", chunk("ICMT", pattern(2)));
-    TempFile f(riff("WAVE", body));
-    f.seek(12);
-    DWORD remaining = DWORD(body.size()), size = 0;
-    ASSERT_EQ(riff_FindListChunk(f.handle(), cc("INFO"), &size, &remaining), S_OK);
-    EXPECT_EQ(size, 12u);  // INAM: 8 + 3 + pad
-    const uint64_t first_sub = 12 + 12 + 26 + 10 + 12;
-    EXPECT_EQ(f.position(), first_sub);
-    EXPECT_EQ(remaining, body.size() - (first_sub - 12));
-    DWORD id = 0;
-    ASSERT_EQ(riff_ReadChunkHeader(f.handle(), &id, &size), S_OK);
-    EXPECT_EQ(id, cc("INAM"));
-
-    DWORD whole = 0;
-    ASSERT_EQ(riff_FindListChunkFromStart(f.handle(), cc("adtl"), &whole), S_OK);
-    EXPECT_EQ(whole, 14u);  // labl: 8 + 5 + pad
-    EXPECT_EQ(riff_FindListChunkFromStart(f.handle(), cc("exif"), &whole), QZE_NOT_FOUND);
-}
 
 TEST(RiffFindList, BudgetsPadsAndShortListsEndWhereTheBytesSay) {
     struct Case {

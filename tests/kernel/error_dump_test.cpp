@@ -111,16 +111,6 @@ TEST(DumpHex, LinesNeedFiftyCharactersOfRoomPlusExtraDigits) {
     }
 }
 
-TEST(DumpHex, UnreadableBytesAreMarkedWithoutTouchingThem) {
-    GuardedPage page;
-    NEED_PAGE(page);
-    unsigned char* p = page.boundary() - 4;
-    std::memcpy(p, "AB\tD", 4);
-    EXPECT_EQ(hex_dump(p, 8), " 000000005A59FFFC: 41 42 09 44 .. .. .. .. AB.D....\r\n");
-    EXPECT_EQ(hex_dump(page.boundary(), 3),
-              " 000000005A5A0000: .. .. ..                ...\r\n");
-}
-
 TEST(DumpHexDWords, FourWordsALineAndUnreadableWords) {
     GuardedPage page;
     NEED_PAGE(page);

@@ -45,27 +45,6 @@ TEST(ErrorMessages, TextsFollowTwoLineBreaksWordForWord) {
             << std::hex << c.code;
 }
 
-TEST(ErrorMessages, EachKernelCodeWithATextHasItsOwnParagraph) {
-    std::set<WString> texts;
-    size_t with_text = 0;
-    for (DWORD base : {0x8004E000u, 0x0004E000u}) {
-        for (DWORD code = base; code <= base + 0x18B; ++code) {
-            const LPCWSTR text = QzErrorHandler_GetHresultString(HRESULT(code));
-            if (!text) continue;
-            ++with_text;
-            const WString paragraph(text);
-            ASSERT_GT(paragraph.size(), 10u) << std::hex << code;
-            EXPECT_EQ(paragraph.substr(0, 2), WString(QZTEXT("\n\n"))) << std::hex << code;
-            EXPECT_NE(paragraph[2], WCHAR('\n')) << std::hex << code;
-            texts.insert(paragraph);
-        }
-    }
-    // Each code reads differently, so a report names the one it was.
-    EXPECT_EQ(texts.size(), with_text);
-    EXPECT_EQ(with_text, 150u);
-    EXPECT_EQ(qz::errors::kBuiltInMessageCount, 177u);
-}
-
 TEST(ErrorMessages, LicensingAndUnlistedCodesHaveNoText) {
     // The licensing block 0x8004E12C..54 (around the kernel's own 0x8004E142).
     for (DWORD code : {0x8004E12Cu, 0x8004E141u, 0x8004E143u, 0x8004E154u, 0x00000000u, 0x8004E013u,
@@ -189,22 +168,6 @@ const QzLocalText<1> kAppOwnCode = qz::errors::english(QZTEXT("Loop has no tempo
 const QzLocalText<1> kRecorderFull = qz::errors::english(QZTEXT("The recorder's card is full."));
 constexpr HRESULT kAppCode = HRESULT(0xA0041001);
 constexpr HRESULT kBrokenCode = HRESULT(0xA0041002);
-
-TEST(ErrorTables, ApplicationTablesPrecedeTheKernelInRegistrationOrder) {
-    static const QZLOCALTEXT kNoMarker = {0x1234, 1, {QZTEXT("never shown")}};
-    static const QZERROR_TABLE first[] = {{QZE_NOT_FOUND, kAppNotFound.record()},
-                                          {kBrokenCode, &kNoMarker}};
-    static const QZERROR_TABLE second[] = {{QZE_NOT_FOUND, kSecondNotFound.record()},
-                                           {kAppCode, kAppOwnCode.record()},
-                                           {kBrokenCode, kAppOwnCode.record()}};
-    ASSERT_EQ(QzErrorHandler_AddErrorTable(first, 2), S_OK);
-    ASSERT_EQ(QzErrorHandler_AddErrorTable(second, 3), S_OK);
-    EXPECT_EQ(narrow(text_of(QZE_NOT_FOUND)), "Not in the app's library.");
-    EXPECT_EQ(narrow(text_of(kAppCode)), "Loop has no tempo.");
-    // A record that cannot be resolved does not hide a later table's text.
-    EXPECT_EQ(narrow(text_of(kBrokenCode)), "Loop has no tempo.");
-    EXPECT_EQ(narrow(text_of(QZE_FILE_OPEN)).substr(0, 23), "\n\nThe file could not be");
-}
 
 TEST(ErrorTables, ResourceIdTablesResolveThroughTheirLanguage) {
     HQZLANG lang = nullptr;

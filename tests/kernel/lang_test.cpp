@@ -179,20 +179,4 @@ TEST(LangInstanceCalls, RejectBadArguments) {
     EXPECT_EQ(QzLang_Close(lang), S_OK);
 }
 
-TEST(LangKernelInstance, NullInstanceCallsUseTheKernelInstance) {
-    LangInstance lang;
-    HQZLANG previous = qz::lang::exchange_kernel_instance(lang.get());
-    const QzLocalText<1> text = {QZLANG_TEXT_MARKER, 1, {QZTEXT("kernel text")}};
-    const QZLANGSTRING entry = {7, text.record()};
-    EXPECT_EQ(QzLang_AddStrings(nullptr, &entry, 1), S_OK);
-    WCHAR buffer[32];
-    EXPECT_EQ(QzLoadString(nullptr, 7, buffer, 32), 11);
-    EXPECT_EQ(QzLang_SetLanguage(nullptr, QZLANG_GERMAN), S_OK);
-    QZINTERNATIONALS intl{};
-    EXPECT_EQ(QzLang_GetInternationals(nullptr, &intl), S_OK);
-    EXPECT_EQ(intl.language, DWORD(QZLANG_GERMAN));  // refreshed, language kept
-    EXPECT_EQ(QzGetString(nullptr, kThreeLanguages.record()), WString(QZTEXT("Hallo")));
-    qz::lang::exchange_kernel_instance(previous);
-}
-
 }  // namespace

@@ -192,15 +192,4 @@ TEST(ListMoveItemsBetweenHeapLists, RefusesWrongListsAndStopsAtTheFirstFailure) 
     EXPECT_EQ(standard->pending_item, nullptr);
 }
 
-TEST(ListDestroy, FreesOwnedBlocksOnBothAllocators) {
-    for (DWORD options : {kStandard, kPrivate, kPrivate | QZLIST_THREADSAFE}) {
-        tQZLIST* list = nullptr;
-        ASSERT_EQ(QzList_CreateExZ(&list, 0, 0, 0, options, 0, 0, 0), S_OK);
-        for (uint32_t tag = 0; tag < 40; ++tag) add_tagged(list, tag, 16 + tag);
-        void* pending = nullptr;
-        ASSERT_EQ(QzList_AllocItem(list, 64, &pending), S_OK);
-        EXPECT_EQ(QzList_Destroy(list), S_OK);  // the leak checker sees anything left
-    }
-}
-
 }  // namespace

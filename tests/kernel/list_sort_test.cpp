@@ -126,16 +126,6 @@ TEST(ListHeapSort, SortsPointerListsAndStoresTheCriteria) {
     EXPECT_EQ(QzList_GetSortCriteria(list.get()), 7);
 }
 
-TEST(ListSortTo, InsertsEverySourceItemAtItsSortedPlace) {
-    TestList source(4, QZLIST_VALUES);
-    TestList destination(4, QZLIST_VALUES);
-    append(source.get(), {5, 1, 4, 1, 3});
-    append(destination.get(), {0, 2, 6});
-    ASSERT_EQ(QzList_SortTo(destination.get(), source.get(), 0, compare_u32), S_OK);
-    EXPECT_EQ(values(destination.get()), (V{0, 1, 1, 2, 3, 4, 5, 6}));
-    EXPECT_EQ(values(source.get()), (V{5, 1, 4, 1, 3}));
-}
-
 TEST(ListSortTo, RefusesListsOfAnotherShape) {
     TestList source(4, QZLIST_VALUES);
     append(source.get(), {1});

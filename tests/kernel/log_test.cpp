@@ -200,22 +200,6 @@ TEST_F(LogFile, WriteErrorIsReported) {
     EXPECT_EQ(contents(), "kept\n");
 }
 
-TEST_F(LogFile, ShareModeDecidesWhetherASecondLogMayOpenTheFile) {
-    CLog exclusive;
-    ASSERT_EQ(exclusive.Init(name_.c_str(), QZLOG_PLAIN, -1, QZLOG_EXCLUSIVE), S_OK);
-    CLog second;
-    EXPECT_EQ(second.Init(name_.c_str(), QZLOG_PLAIN, -1, QZLOG_SH_DENYNO), QZE_FILE_OPEN);
-    exclusive.Shutdown();
-
-    CLog a, b;
-    ASSERT_EQ(a.Init(name_.c_str(), QZLOG_PLAIN, -1, QZLOG_SH_DENYNO), S_OK);
-    ASSERT_EQ(b.Init(name_.c_str(), QZLOG_PLAIN, -1, QZLOG_SH_DENYNO), S_OK);
-    a.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("a"));
-    b.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("b"));
-    a.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("a"));
-    EXPECT_EQ(contents(), "a\nb\na\n");
-}
-
 TEST_F(LogFile, CopiesOpenTheFileForThemselves) {
     auto shared = std::make_unique<CLog>();
     ASSERT_EQ(shared->Init(name_.c_str(), QZLOG_ALL_LEVELS, -1, QZLOG_SH_DENYNO), S_OK);
@@ -240,58 +224,6 @@ TEST_F(LogFile, CopyOfAnExclusiveLogStaysDisabled) {
     EXPECT_EQ(copy.Write(QZLOG_INFO, nullptr, 0, QZTEXT("x")), QZE_INIT_FAILED);
     EXPECT_EQ(log.Write(QZLOG_INFO, nullptr, 0, QZTEXT("y")), S_OK);
     EXPECT_EQ(contents(), "INFOy\n");
-}
-
-TEST_F(LogFile, ConcurrentWritersLoseOnlyRotatedLinesAndNeverTearOne) {
-    constexpr int kThreads = 8;
-    constexpr int kLines = 1500;
-    constexpr int kLimit = 32 * 1024;
-    CLog log;
-    ASSERT_EQ(log.Init(name_.c_str(), QZLOG_ALL_LEVELS, kLimit, 0), S_OK);
-    std::atomic<int> failures{0};
-    std::vector<std::thread> writers;
-    for (int t = 0; t < kThreads; ++t) {
-        writers.emplace_back([&, t] {
-            for (int i = 0; i < kLines; ++i) {
-                // Lines of different lengths, so a torn write cannot look whole.
-                if (log.Write(QZLOG_INFO, nullptr, 0, QZTEXT("t%d n%05d %.*s|"), t, i,
-                              5 + (i + t) % 23, QZTEXT("xxxxxxxxxxxxxxxxxxxxxxxxxxxxxx")) != S_OK)
-                    ++failures;
-            }
-        });
-    }
-    for (auto& w : writers) w.join();
-    log.Shutdown();
-    EXPECT_EQ(failures.load(), 0);
-
-    const std::string older = previous(), newer = contents();
-    EXPECT_TRUE(older.size() >= size_t(kLimit) && older.size() < size_t(kLimit) + 64);
-    EXPECT_LT(newer.size(), size_t(kLimit) + 64);
-
-    std::map<int, std::vector<int>> seen;
-    std::istringstream lines(older + newer);
-    std::string line;
-    int count = 0;
-    while (std::getline(lines, line)) {
-        // Rebuilt from its numbers, a whole line reads exactly the same.
-        int t = -1, i = -1;
-        ASSERT_EQ(std::sscanf(line.c_str(), "INFOt%d n%d ", &t, &i), 2) << "torn line: " << line;
-        char expected[64];
-        std::snprintf(expected, sizeof expected, "INFOt%d n%05d %.*s|", t, i, 5 + (i + t) % 23,
-                      "xxxxxxxxxxxxxxxxxxxxxxxxxxxxxx");
-        ASSERT_EQ(line, expected) << "torn line";
-        seen[t].push_back(i);
-        ++count;
-    }
-    EXPECT_GT(count, kLimit / 48);
-    // Each thread's surviving lines are its last ones, in order and without
-    // a gap: only whole older files were dropped.
-    for (const auto& [t, numbers] : seen) {
-        ASSERT_FALSE(numbers.empty());
-        EXPECT_EQ(numbers.back(), kLines - 1) << t;
-        for (size_t k = 1; k < numbers.size(); ++k)
-            ASSERT_EQ(numbers[k], numbers[k - 1] + 1) << "thread " << t;
-    }
 }
 
 // A log and its copy share one file, four writer threads each. Without a

@@ -55,35 +55,6 @@ protected:
     size_t size_ = 0;
 };
 
-TEST_F(ProtNonePage, ReadFaultBecomesAnAccessViolationReading) {
-    volatile unsigned char sink = 0;
-    ASSERT_TRUE(catch_fault([&] { sink = page_[24]; }));
-    (void)sink;
-    EXPECT_EQ(g_record.ExceptionCode, EXCEPTION_ACCESS_VIOLATION);
-    EXPECT_EQ(g_record.NumberParameters, 2u);
-    EXPECT_EQ(g_record.ExceptionInformation[1], reinterpret_cast<ULONG_PTR>(page_ + 24));
-#if defined(__x86_64__) || defined(__i386__)
-    EXPECT_EQ(g_record.ExceptionInformation[0], 0u);
-    EXPECT_NE(g_context.SegCs, 0u);
-#endif
-    EXPECT_EQ(g_record.ExceptionAddress, reinterpret_cast<PVOID>(g_context.Eip));
-    EXPECT_NE(g_context.Eip, 0u);
-    // The stack pointer was on this thread's stack, near this frame.
-    const auto frame = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
-    EXPECT_LT(g_context.Esp > frame ? g_context.Esp - frame : frame - g_context.Esp, 1u << 20);
-
-    // The dump of the fault names it the way a Windows crash report would.
-    EXCEPTION_POINTERS pointers{&g_record, &g_context};
-    char dump[4096];
-    QzErrorHandler_DumpExceptionRecord(dump, sizeof dump, QZTEXT("fault"), &pointers,
-                                       QZDUMP_EXCEPTION);
-    char expected[128];
-    std::snprintf(expected, sizeof expected,
-                  "Exception 0xC0000005 (access violation) READ:0x%0*llX", int(2 * sizeof(void*)),
-                  static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(page_ + 24)));
-    EXPECT_EQ(std::string(dump).substr(0, std::strlen(expected)), expected);
-}
-
 #if defined(__x86_64__) || defined(__i386__)
 TEST_F(ProtNonePage, WriteFaultIsFlaggedAsAWrite) {
     ASSERT_TRUE(catch_fault([&] { page_[8] = 1; }));

@@ -178,25 +178,4 @@ TEST(GlobalMemory, AllocationFaultsFailCleanly) {
     GlobalFree(h);
 }
 
-TEST(SizedBlock, CapacityGrowsGeometricallyAndNeverMovesInPlace) {
-    qz::posix::SizedBlock block;
-    ASSERT_TRUE(qz::posix::allocate_block(block, 0, true));
-    unsigned reservations = 0;
-    for (SIZE_T bytes = 64; bytes <= (64u << 14); bytes += 64) {
-        const SIZE_T before = block.capacity;
-        ASSERT_TRUE(qz::posix::resize_block(block, bytes, true, true));
-        if (block.capacity != before) ++reservations;
-        ASSERT_GE(block.capacity, block.size);
-    }
-    // 16384 steps; growing by half each time needs about log1.5 of that.
-    EXPECT_LE(reservations, 40u);
-    EXPECT_LE(block.capacity, block.size * 2);
-
-    void* where = block.data;
-    EXPECT_FALSE(qz::posix::resize_block(block, block.capacity + 1, true, false));
-    EXPECT_EQ(block.data, where);
-    EXPECT_EQ(block.size, static_cast<SIZE_T>(64u << 14));
-    qz::posix::free_block(block);
-}
-
 }  // namespace

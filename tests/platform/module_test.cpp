@@ -1,8 +1,6 @@
 // Module handles and file names.
 #include <gtest/gtest.h>
 
-#include <dlfcn.h>
-#include <gnu/libc-version.h>
 #include <limits.h>
 #include <unistd.h>
 
@@ -28,11 +26,6 @@ std::u16string module_file_name(HMODULE module) {
     return std::u16string(buffer.data(), n);
 }
 
-HMODULE module_containing(const void* address) {
-    Dl_info info{};
-    return dladdr(address, &info) ? static_cast<HMODULE>(info.dli_fbase) : nullptr;
-}
-
 TEST(ModuleFileName, NullModuleIsTheExecutable) {
     const std::u16string expected = wide(self_exe());
     ASSERT_FALSE(expected.empty());
@@ -41,39 +34,6 @@ TEST(ModuleFileName, NullModuleIsTheExecutable) {
     ASSERT_NE(executable, nullptr);
     EXPECT_EQ(module_file_name(executable), expected);
     EXPECT_EQ(GetModuleHandleW(expected.c_str()), executable);
-}
-
-TEST(ModuleFileName, SharedLibrariesAreFoundByNameAndBase) {
-    const HMODULE libc = module_containing(reinterpret_cast<const void*>(&gnu_get_libc_version));
-    ASSERT_NE(libc, nullptr);
-    EXPECT_EQ(GetModuleHandleW(u"libc.so.6"), libc);
-    const std::u16string path = module_file_name(libc);
-    ASSERT_GT(path.size(), 10u);
-    EXPECT_EQ(path.substr(path.size() - 10), u"/libc.so.6");
-    EXPECT_EQ(path[0], u'/');
-    EXPECT_EQ(GetModuleHandleW(path.c_str()), libc);
-}
-
-TEST(ModuleFileName, TheSharedLibraryReportsItsOwnPath) {
-    // Load the built library under a name with a non-ASCII letter, so the
-    // name travels through the UTF-8 conversion both ways.
-    std::string exe = self_exe();
-    const std::string library = exe.substr(0, exe.rfind('/')) + "/../libqzkernel.so";
-    if (access(library.c_str(), R_OK) != 0) GTEST_SKIP() << "no shared library at " << library;
-    qz::testing::TempDir dir;
-    const std::string link = dir.file(
-        "qz-m\xC3\xB3"
-        "dulo.so");
-    ASSERT_EQ(symlink(library.c_str(), link.c_str()), 0);
-    void* loaded = dlopen(link.c_str(), RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(loaded, nullptr) << dlerror();
-    const HMODULE module = module_containing(dlsym(loaded, "QzKernel_GetVersion"));
-    ASSERT_NE(module, nullptr);
-    EXPECT_NE(module, GetModuleHandleW(nullptr));
-    EXPECT_EQ(module_file_name(module), dir.wide("qz-m\xC3\xB3"
-                                                 "dulo.so"));
-    EXPECT_EQ(GetModuleHandleW(u"qz-m\u00F3dulo.so"), module);
-    dlclose(loaded);
 }
 
 TEST(ModuleFileName, ShortBuffersTruncateWithATerminator) {

@@ -3,6 +3,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -96,6 +97,27 @@ void TempFile::seek(uint64_t position) const {
 
 uint64_t TempFile::size() const {
     return std::filesystem::file_size(path_);
+}
+
+std::string run_tool(const std::string& command, int* status) {
+    FILE* pipe = popen((command.find("2>") != std::string::npos ? command : command + " 2>&1").c_str(), "r");
+    std::string out;
+    if (!pipe) return out;
+    char buffer[4096];
+    for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) out.append(buffer, n);
+    const int rc = pclose(pipe);
+    if (status) *status = rc;
+    return out;
+}
+
+std::string quoted(const std::string& path) {
+    return "'" + path + "'";
+}
+
+std::string sox_info(const char* flag, const std::string& path) {
+    std::string out = run_tool(std::string("sox --i ") + flag + " " + quoted(path) + " 2>/dev/null");
+    while (!out.empty() && (out.back() == '\n' || out.back() == '\r' || out.back() == ' ')) out.pop_back();
+    return out;
 }
 
 }  // namespace qz::testing

@@ -58,6 +58,13 @@ private:
     HANDLE handle_ = INVALID_HANDLE_VALUE;
 };
 
+// Interop: runs a shell command; its output (standard error too unless the
+// command redirects it) and, when asked, its exit status.
+std::string run_tool(const std::string& command, int* status = nullptr);
+std::string quoted(const std::string& path);
+// `sox --i FLAG FILE`: one header field as sox reads it.
+std::string sox_info(const char* flag, const std::string& path);
+
 }  // namespace qz::testing
 
 #endif
