@@ -73,7 +73,7 @@ coverage: $(COVERAGE)/CMakeCache.txt
 	    -e 'tests/' -e 'bench/' -e 'fuzz/' -e '/usr/' -e '$(COVERAGE)/' \
 	    --json-summary $(COVERAGE)/summary.json --txt $(COVERAGE)/coverage.txt
 	python3 cmake/coverage_summary.py $(COVERAGE)/summary.json \
-	    include base kernel chunkfiles audioformat platform -- tools
+	    include base kernel chunkfiles audioformat documents platform -- tools
 
 # The 32-bit Windows DLL. The export generator runs on the host, so it is
 # built natively first.
