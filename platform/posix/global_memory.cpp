@@ -21,6 +21,7 @@
 #include <new>
 #include <vector>
 
+#include "platform/posix/address_index.h"
 #include "platform/posix/fault_plan.h"
 #include "platform/posix/sized_block.h"
 #include "platform/posix/win32_internal.h"
@@ -35,76 +36,6 @@ struct GlobalBlock {
     bool live = false;
     bool moveable = false;
     unsigned char locks = 0; /* only moveable blocks count locks */
-};
-
-// Addresses to slot numbers: linear probing, deletion by moving the later
-// entries of the run back (no tombstones), grown at half load.
-class AddressIndex {
-public:
-    static constexpr uint32_t kNone = UINT32_MAX;
-
-    uint32_t find(const void* address) const {
-        if (keys_.empty()) return kNone;
-        for (size_t i = home(address);; i = (i + 1) & mask_) {
-            if (!keys_[i]) return kNone;
-            if (keys_[i] == address) return values_[i];
-        }
-    }
-
-    // Throws std::bad_alloc when growing fails; the index is then unchanged.
-    void insert(const void* address, uint32_t slot) {
-        if ((count_ + 1) * 2 > keys_.size()) grow();
-        size_t i = home(address);
-        while (keys_[i] && keys_[i] != address) i = (i + 1) & mask_;
-        if (!keys_[i]) ++count_;
-        keys_[i] = address;
-        values_[i] = slot;
-    }
-
-    void erase(const void* address) {
-        if (keys_.empty()) return;
-        size_t i = home(address);
-        while (keys_[i] != address) {
-            if (!keys_[i]) return;
-            i = (i + 1) & mask_;
-        }
-        // Close the gap: pull back every later entry of the run that may
-        // live at or before it.
-        for (size_t j = (i + 1) & mask_; keys_[j]; j = (j + 1) & mask_) {
-            const size_t h = home(keys_[j]);
-            const bool movable = i <= j ? (h <= i || h > j) : (h <= i && h > j);
-            if (movable) {
-                keys_[i] = keys_[j];
-                values_[i] = values_[j];
-                i = j;
-            }
-        }
-        keys_[i] = nullptr;
-        --count_;
-    }
-
-private:
-    size_t home(const void* address) const {
-        const uint64_t x = uint64_t(reinterpret_cast<uintptr_t>(address)) >> 4;
-        return size_t((x * 0x9E3779B97F4A7C15ull) >> 20) & mask_;
-    }
-
-    void grow() {
-        const size_t size = keys_.empty() ? 1024 : keys_.size() * 2;
-        std::vector<const void*> keys(size, nullptr);
-        std::vector<uint32_t> values(size);
-        std::swap(keys, keys_);
-        std::swap(values, values_);
-        mask_ = size - 1;
-        count_ = 0;
-        for (size_t k = 0; k < keys.size(); ++k)
-            if (keys[k]) insert(keys[k], values[k]);
-    }
-
-    std::vector<const void*> keys_;
-    std::vector<uint32_t> values_;
-    size_t mask_ = 0;
-    size_t count_ = 0;
 };
 
 // A moveable handle: slot and generation, low bits 100.

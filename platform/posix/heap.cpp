@@ -1,13 +1,16 @@
 // Private heaps: HeapCreate and friends.
 //
-// A heap is a handle object that records its blocks, so that HeapDestroy
+// A heap is a handle object that records its blocks (in slots found by
+// address through an open-addressing index), so that HeapDestroy
 // can free every block still live and a pointer the heap did not hand out
 // is refused (HeapFree FALSE, HeapSize (SIZE_T)-1, with
 // ERROR_INVALID_PARAMETER) instead of being passed to the allocator.
+#include <algorithm>
 #include <mutex>
 #include <new>
-#include <unordered_map>
+#include <vector>
 
+#include "platform/posix/address_index.h"
 #include "platform/posix/fault_plan.h"
 #include "platform/posix/handles.h"
 #include "platform/posix/sized_block.h"
@@ -31,8 +34,11 @@ public:
 
     void release_all() {
         std::lock_guard<std::mutex> guard(lock_);
-        for (auto& entry : blocks_) free_block(entry.second);
-        blocks_.clear();
+        for (SizedBlock& block : slots_)
+            if (block.data) free_block(block);
+        slots_.clear();
+        free_slots_.clear();
+        index_ = AddressIndex();
         in_use_ = 0;
     }
 
@@ -42,7 +48,14 @@ public:
         SizedBlock block;
         if (!allocate_block(block, bytes, zero)) return out_of_memory();
         try {
-            blocks_.emplace(block.data, block);
+            const uint32_t slot = take_slot();
+            try {
+                index_.insert(block.data, slot);
+            } catch (const std::bad_alloc&) {
+                free_slots_.push_back(slot);
+                throw;
+            }
+            slots_[slot] = block;
         } catch (const std::bad_alloc&) {
             free_block(block);
             return out_of_memory();
@@ -53,45 +66,47 @@ public:
 
     LPVOID reallocate(LPVOID memory, SIZE_T bytes, bool zero, bool may_move) {
         std::lock_guard<std::mutex> guard(lock_);
-        auto it = blocks_.find(memory);
-        if (it == blocks_.end()) return not_ours();
-        SizedBlock& block = it->second;
+        const uint32_t slot = index_.find(memory);
+        if (slot == AddressIndex::kNone) return not_ours();
+        SizedBlock& block = slots_[slot];
         const SIZE_T old_size = block.size;
         if (!fits(old_size, bytes)) return out_of_memory();
         if (!resize_block(block, bytes, zero, may_move)) return out_of_memory();
         in_use_ = in_use_ - old_size + bytes;
         LPVOID data = block.data;
         if (data != memory) {
-            // Re-keyed without allocating, so a moved block is never lost.
-            auto node = blocks_.extract(it);
-            node.key() = data;
-            blocks_.insert(std::move(node));
+            // One entry out, one in: the index never grows here, so a moved
+            // block is never lost.
+            index_.erase(memory);
+            index_.insert(data, slot);
         }
         return data;
     }
 
     SIZE_T size(LPCVOID memory) {
         std::lock_guard<std::mutex> guard(lock_);
-        auto it = blocks_.find(const_cast<LPVOID>(memory));
-        if (it == blocks_.end()) {
+        const uint32_t slot = index_.find(memory);
+        if (slot == AddressIndex::kNone) {
             not_ours();
             return kHeapSizeFailed;
         }
-        return it->second.size;
+        return slots_[slot].size;
     }
 
     bool release(LPVOID memory) {
         SizedBlock block;
         {
             std::lock_guard<std::mutex> guard(lock_);
-            auto it = blocks_.find(memory);
-            if (it == blocks_.end()) {
+            const uint32_t slot = index_.find(memory);
+            if (slot == AddressIndex::kNone) {
                 not_ours();
                 return false;
             }
-            block = it->second;
+            block = slots_[slot];
+            slots_[slot] = SizedBlock{};
+            index_.erase(memory);
+            free_slots_.push_back(slot);  // room reserved when the slot was made
             in_use_ -= block.size;
-            blocks_.erase(it);
         }
         free_block(block);
         return true;
@@ -115,8 +130,27 @@ private:
         return nullptr;
     }
 
+    // A free slot; throws std::bad_alloc.
+    uint32_t take_slot() {
+        if (!free_slots_.empty()) {
+            const uint32_t slot = free_slots_.back();
+            free_slots_.pop_back();
+            return slot;
+        }
+        if (slots_.size() >= AddressIndex::kNone) throw std::bad_alloc();
+        // Room for every slot on the free list, so release never throws.
+        if (free_slots_.capacity() < slots_.size() + 1)
+            free_slots_.reserve(std::max<size_t>(1024, 2 * (slots_.size() + 1)));
+        slots_.emplace_back();
+        return uint32_t(slots_.size() - 1);
+    }
+
     std::mutex lock_;
-    std::unordered_map<LPVOID, SizedBlock> blocks_;
+    // Blocks live in slots (a free data pointer marks an unused one) and
+    // are found by address through the index.
+    std::vector<SizedBlock> slots_;
+    std::vector<uint32_t> free_slots_;
+    AddressIndex index_;
     const SIZE_T maximum_;
     SIZE_T in_use_ = 0;
 };
