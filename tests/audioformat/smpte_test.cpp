@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <limits>
 #include <string>
+#include <utility>
 
 #include "qz/qzsmpte.h"
 
@@ -27,42 +28,29 @@ std::string label(const _smpteval& t) {
     return text;
 }
 
-TEST(SmpteFrameCount, LabelsAndCountsConvertAtTheirRate) {
-    enum Way { Both, ToCount, ToLabel };
-    struct Case {
-        Way way;
-        _smpteval t;
-        DWORD count;
+// The labels of a day against their counts are walked frame by frame below;
+// these are the cases outside that walk.
+TEST(SmpteFrameCount, SkippedLabelsUnknownCodesAndCountsPastADay) {
+    // Drop-frame: a skipped label reads as the frame 2 after it, except in
+    // every tenth minute and past second 0. Unknown codes have no frames.
+    const std::pair<_smpteval, DWORD> to_count[] = {
+        {tc(2, 0, 1, 0, 1), 1800}, {tc(2, 0, 10, 0, 1), 17983}, {tc(2, 0, 1, 1, 1), 1829},
+        {tc(0, 1, 2, 3, 4), 0},    {tc(7, 1, 2, 3, 4), 0},
     };
-    const Case cases[] = {
-        {Both, tc(2, 0, 1, 0, 2), 1800},
-        {Both, tc(2, 0, 1, 1, 0), 1828},
-        {Both, tc(2, 0, 10, 0, 0), 17982},
-        {Both, tc(2, 23, 59, 59, 29), 2589407},
-        {Both, tc(5, 0, 1, 0, 0), 1800},
-        {Both, tc(3, 23, 59, 59, 24), 2159999},
-        // Drop-frame: a skipped label reads as the frame 2 after it, except
-        // in every tenth minute and past second 0.
-        {ToCount, tc(2, 0, 1, 0, 1), 1800},
-        {ToCount, tc(2, 0, 10, 0, 1), 17983},
-        {ToCount, tc(0, 1, 2, 3, 4), 0},  // unknown codes have no frames
-        {ToCount, tc(7, 1, 2, 3, 4), 0},
-        // Counts wrap into one day, the whole 32-bit range too; unknown codes
-        // fall into the drop-frame layout (without ';').
-        {ToLabel, tc(2, 0, 0, 0, 0), 2589408},
-        {ToLabel, tc(2, 16, 1, 25, 11), 0xFFFFFFFF},
-        {ToLabel, tc(1, 0, 12, 56, 15), 0xFFFFFFFF},
-        {ToLabel, tc(0, 0, 1, 0, 2), 1800},
+    for (const auto& [t, count] : to_count)
+        EXPECT_EQ(QZSMPTE_SMPTEToFrameCount(&t), count) << "rate " << t.rate << " " << label(t);
+    // Counts wrap into one day, the whole 32-bit range too; unknown codes
+    // fall into the drop-frame layout (without ';').
+    const std::pair<DWORD, _smpteval> to_label[] = {
+        {2589408, tc(2, 0, 0, 0, 0)},
+        {0xFFFFFFFF, tc(2, 16, 1, 25, 11)},
+        {0xFFFFFFFF, tc(1, 0, 12, 56, 15)},
+        {1800, tc(0, 0, 1, 0, 2)},
     };
-    for (const Case& c : cases) {
-        if (c.way != ToLabel) {
-            EXPECT_EQ(QZSMPTE_SMPTEToFrameCount(&c.t), c.count)
-                << "rate " << c.t.rate << " " << label(c.t);
-        }
-        if (c.way == ToCount) continue;
-        _smpteval t = {c.t.rate, 99, 99, 99, 99, 0x1234};
-        QZSMPTE_FrameCountToSMPTE(&t, c.count);
-        EXPECT_EQ(label(t), label(c.t)) << "rate " << c.t.rate << " count " << c.count;
+    for (const auto& [count, want] : to_label) {
+        _smpteval t = {want.rate, 99, 99, 99, 99, 0x1234};
+        QZSMPTE_FrameCountToSMPTE(&t, count);
+        EXPECT_EQ(label(t), label(want)) << "rate " << want.rate << " count " << count;
         EXPECT_EQ(t.reserved, 0x1234u);
     }
 }
@@ -95,8 +83,6 @@ TEST(SmpteStep, IncrementAndDecrementCarryWithTheirOwnDropRules) {
         const char* expected;
     };
     const Case cases[] = {
-        {true, tc(2, 0, 0, 59, 29), "00:01:00;02"},
-        {true, tc(5, 0, 0, 59, 29), "00:01:00:00"},  // 29.97 non-drop keeps every label
         {true, tc(0, 0, 0, 0, 29), "00:00:01:00"},   // unknown codes step at 30
         // Only the low five bits of the hours step: 33 is hour 1.
         {true, tc(1, 33, 59, 59, 29), "02:00:00:00"},
@@ -191,11 +177,9 @@ TEST(SmpteNano, NanoTimeToLabelAndBackRoundingUp) {
     };
     const Case cases[] = {
         {3, 399997, "00:00:00:00"},
-        {3, 399999, "00:00:00:01"},         // within the 5e-6 frame nudge
-        {2, 35999963999LL, "01:00:00;00"},  // 1.7 ticks short of 107892 frames
-        {2, 35999963998LL, "00:59:59;29"},
+        {3, 399999, "00:00:00:01"},      // within the 5e-6 frame nudge
+        {0, 600000000LL, "00:01:00:02"},  // unknown: 30 fps into the drop layout
         {4, 864000000000LL, "00:00:00:00"},  // one day
-        {0, 600000000LL, "00:01:00:02"},     // unknown: 30 fps into the drop layout
         // Before zero the count keeps its low 32 bits: -29 frames at 30 fps.
         {1, -10000000, "00:12:55:17"},
         {3, -1, "00:00:00:00"},
@@ -320,10 +304,8 @@ TEST(NanoTimeText, EachDisplayShowsTheRulerText) {
         const char* expected;
     };
     const Case cases[] = {
-        {QZTIMEFMT_HMSMS, 0, nullptr, 0, "00:00:00.000"},
         {QZTIMEFMT_HMSMS, 0, nullptr, 9995000, "00:00:01.000"},  // halves round up
         {QZTIMEFMT_HMSMS, 0, nullptr, 9994999, "00:00:00.999"},
-        {QZTIMEFMT_HMSMS, 0, nullptr, -9995000, "-00:00:01.000"},
         {QZTIMEFMT_HMSMS, 0, nullptr, -4999, "00:00:00.000"},  // no "-0"
         {QZTIMEFMT_HMSMS, 0, nullptr, -5000, "-00:00:00.001"},
         {QZTIMEFMT_HMSMS, 0, nullptr, 899999995000LL, "25:00:00.000"},  // no wrap
@@ -335,7 +317,6 @@ TEST(NanoTimeText, EachDisplayShowsTheRulerText) {
         // The label's 5e-6 frame nudge is 1.67 ticks at 29.97.
         {QZTIMEFMT_SMPTE, 2, nullptr, 5999993999LL, "00:10:00;00"},
         {QZTIMEFMT_SMPTE, 2, nullptr, 5999993998LL, "00:09:59;29"},
-        {QZTIMEFMT_SMPTE, 2, nullptr, 600600000, "00:01:00;02"},
         {QZTIMEFMT_SMPTE, 3, nullptr, 900000000000LL, "01:00:00:00"},  // wraps at 24 h
         {QZTIMEFMT_SMPTE, 3, nullptr, -399999, "-00:00:00:01"},
         {QZTIMEFMT_SMPTE, 7, nullptr, 600000000, "00:01:00:00"},  // unknown: 30 non-drop
@@ -349,7 +330,6 @@ TEST(NanoTimeText, EachDisplayShowsTheRulerText) {
         {QZTIMEFMT_SAMPLES, 2, nullptr, 2500000, "1"},  // half a sample rounds up
         {QZTIMEFMT_SAMPLES, 2, nullptr, -2499999, "0"},
         {QZTIMEFMT_SAMPLES, 0, nullptr, 10000000, "48000"},
-        {QZTIMEFMT_MEASURES, 0, nullptr, 0, "1:1:000"},
         {QZTIMEFMT_MEASURES, 0, nullptr, 4999999, "1:2:000"},  // 959.9998 ticks
         {QZTIMEFMT_MEASURES, 0, nullptr, 2604, "1:1:000"},     // 0.49997 tick
         {QZTIMEFMT_MEASURES, 0, nullptr, 2605, "1:1:001"},
@@ -433,23 +413,23 @@ TEST(NanoTimeText, CountedFormsCutTheTextAndWriteNothingPastTheCount) {
 
 TEST(NanoTimeMeasures, PositionsRoundDownThroughZero) {
     const _qztempo three_four = {90, 3, 4, 480, 0};
-    struct Case {
+    const struct {
         const _qztempo* tempo;
         LONGLONG nanos;
-        _qzmbt expected;
+        const char* expected;  // measure beat tick
+    } cases[] = {
+        {nullptr, 25000000, "1 1 0"},
+        {nullptr, -1, "0 0 0"},  // rounds to tick 0
+        {nullptr, -2605, "-1 3 959"},
+        {&three_four, 20000000 + 13889, "1 0 1"},  // 2 s is one 3/4 bar at 90
     };
-    const Case cases[] = {
-        {nullptr, 25000000, {1, 1, 0}},
-        {nullptr, -1, {0, 0, 0}},  // rounds to tick 0
-        {nullptr, -2605, {-1, 3, 959}},
-        {&three_four, 20000000 + 13889, {1, 0, 1}},  // 2 s is one 3/4 bar at 90
-    };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         _qzmbt p = {7, 7, 7};
         QzNanoTimeToMeasures(c.nanos, c.tempo, &p);
-        EXPECT_EQ(p.measure, c.expected.measure) << c.nanos;
-        EXPECT_EQ(p.beat, c.expected.beat) << c.nanos;
-        EXPECT_EQ(p.tick, c.expected.tick) << c.nanos;
+        EXPECT_EQ(std::to_string(p.measure) + " " + std::to_string(p.beat) + " " +
+                      std::to_string(p.tick),
+                  c.expected)
+            << c.nanos;
     }
     QzNanoTimeToMeasures(1, nullptr, nullptr);
 }
