@@ -77,13 +77,12 @@ TEST(SmpteFrameCount, EveryFrameOfTheDayStepsAndCountsConsistently) {
 }
 
 TEST(SmpteStep, IncrementAndDecrementCarryWithTheirOwnDropRules) {
-    struct Case {
+    const struct {
         bool up;
         _smpteval from;
         const char* expected;
-    };
-    const Case cases[] = {
-        {true, tc(0, 0, 0, 0, 29), "00:00:01:00"},   // unknown codes step at 30
+    } cases[] = {
+        {true, tc(0, 0, 0, 0, 29), "00:00:01:00"},  // unknown codes step at 30
         // Only the low five bits of the hours step: 33 is hour 1.
         {true, tc(1, 33, 59, 59, 29), "02:00:00:00"},
         {true, tc(1, 31, 59, 59, 29), "00:00:00:00"},
@@ -99,7 +98,7 @@ TEST(SmpteStep, IncrementAndDecrementCarryWithTheirOwnDropRules) {
         // A field above 0x7FFFFFFF reads as negative and borrows.
         {false, tc(1, 0, 0, 5, 0x80000000u), "00:00:04:29"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         _smpteval t = c.from;
         if (c.up)
             QZSMPTE_IncrementByFrame(&t, 0);
@@ -112,13 +111,12 @@ TEST(SmpteStep, IncrementAndDecrementCarryWithTheirOwnDropRules) {
 
 TEST(SmpteArithmetic, AddAndSubtractWrapInTheFirstRate) {
     enum Op { Add, Subtract };
-    struct Case {
+    const struct {
         Op op;
         _smpteval a;
         _smpteval b;
         const char* expected;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {Subtract, tc(2, 0, 10, 0, 0), tc(2, 0, 0, 0, 1), "00:09:59;29"},
         // b counts at its own rate: 20 hours at 30 fps is exactly one day at
         // 25, a whole-day difference, which lands on midnight.
@@ -130,7 +128,7 @@ TEST(SmpteArithmetic, AddAndSubtractWrapInTheFirstRate) {
         // a drop-frame label.
         {Add, tc(0, 0, 0, 5, 0), tc(1, 0, 1, 0, 0), "00:01:00:02"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         _smpteval a = c.a;
         if (c.op == Add)
             QZSMPTE_AddSMPTE(&a, &c.b);
@@ -149,19 +147,18 @@ TEST(SmpteArithmetic, AddAndSubtractWrapInTheFirstRate) {
 }
 
 TEST(SmpteCompare, FieldsDecideInOrderAsUnsigned) {
-    struct Case {
+    const struct {
         _smpteval a;
         _smpteval b;
         int expected;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {tc(1, 1, 2, 3, 4), tc(1, 1, 2, 3, 4), 0},
         {tc(1, 2, 0, 0, 0), tc(1, 1, 59, 59, 29), 1},
         {tc(1, 0, 0, 1, 0), tc(1, 0, 0, 0, 29), 1},
         {tc(3, 0, 0, 1, 0), tc(1, 0, 0, 1, 0), 0},  // rates are not compared
         {tc(1, 0, 0, 0, 0x80000000u), tc(1, 0, 0, 0, 1), 1},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         EXPECT_EQ(QZSMPTE_SMPTECompare(&c.a, &c.b), c.expected)
             << label(c.a) << " vs " << label(c.b);
         EXPECT_EQ(QZSMPTE_SMPTECompare(&c.b, &c.a), -c.expected)
@@ -170,21 +167,20 @@ TEST(SmpteCompare, FieldsDecideInOrderAsUnsigned) {
 }
 
 TEST(SmpteNano, NanoTimeToLabelAndBackRoundingUp) {
-    struct Case {
+    const struct {
         DWORD rate;
         LONGLONG nanos;
         const char* expected;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {3, 399997, "00:00:00:00"},
-        {3, 399999, "00:00:00:01"},      // within the 5e-6 frame nudge
-        {0, 600000000LL, "00:01:00:02"},  // unknown: 30 fps into the drop layout
+        {3, 399999, "00:00:00:01"},          // within the 5e-6 frame nudge
+        {0, 600000000LL, "00:01:00:02"},     // unknown: 30 fps into the drop layout
         {4, 864000000000LL, "00:00:00:00"},  // one day
         // Before zero the count keeps its low 32 bits: -29 frames at 30 fps.
         {1, -10000000, "00:12:55:17"},
         {3, -1, "00:00:00:00"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         _smpteval t = tc(c.rate, 9, 9, 9, 9);
         QZSMPTE_NanoToSMPTE(c.nanos, &t);
         EXPECT_EQ(label(t), c.expected) << "rate " << c.rate << " nanos " << c.nanos;
@@ -195,13 +191,12 @@ TEST(SmpteNano, NanoTimeToLabelAndBackRoundingUp) {
 }
 
 TEST(SmpteHmsf, RateCodesUseTheTimecodeClockAndOthersTheCallersRate) {
-    struct Case {
+    const struct {
         DWORD rate;
         LONGLONG nanos;
         double fps;
         const char* expected;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {3, 10000000, 50, "00:00:01:00"},        // codes 1..6 ignore the caller's rate
         {0, 37231400000LL, 50, "01:02:03:07"},   // 1 h 2 min 3.14 s
         {0, 1390000, 50, "00:00:00:07"},         // 6.95 frames round to 7
@@ -211,7 +206,7 @@ TEST(SmpteHmsf, RateCodesUseTheTimecodeClockAndOthersTheCallersRate) {
         // Before zero the fields are negative: -0.98 s is -24.5 frames.
         {0, -10000000, 25, "00:00:00:4294967272"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         _smpteval t = tc(c.rate, 9, 9, 9, 9);
         QzNanoTimeToHMSF(c.nanos, &t, c.fps);
         EXPECT_EQ(label(t), c.expected) << c.nanos << " ticks at " << c.fps << " fps";
@@ -227,25 +222,24 @@ TEST(SmpteHmsf, RateCodesUseTheTimecodeClockAndOthersTheCallersRate) {
         {tc(0, 0, 0, 0, 2), 3, 6666667},   {tc(0, 0, 0, 0, 0), 0, 0},  // 0/0
         {tc(0, 0, 0, 0, 1), 0, INT64_MAX},                             // 1/0
     };
-    for (const Back& b : back)
+    for (const auto& b : back)
         EXPECT_EQ(QzHMSFToNanoTime(&b.t, b.fps), b.nanos) << label(b.t) << " at " << b.fps;
     // The SMPTE-like form ignores the record's rate code and rounds up.
     const Back like[] = {{tc(3, 0, 0, 0, 1), 50, 200000},
                          {tc(0, 0, 0, 0, 0), 0, 0},
                          {tc(0, 0, 0, 0, 1), 0, INT64_MAX},
                          {tc(0, 0, 0, 0, 1), -1, -9999999}};
-    for (const Back& b : like)
+    for (const auto& b : like)
         EXPECT_EQ(QZSMPTE_SmpteLikeToNanos(b.fps, &b.t), b.nanos) << label(b.t) << " at " << b.fps;
 }
 
 TEST(SmpteText, TypedTimecodesFillTheLabelFromTheRight) {
-    struct Case {
+    const struct {
         DWORD rate;
         const WCHAR* text;
         const char* expected;
         HRESULT hr;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {1, QZTEXT("1:2:3"), "00:01:02:03", S_OK},
         {0, QZTEXT("12345"), "00:01:23:45", S_OK},  // pairs from the right
         {1, QZTEXT("123:4"), "00:01:23:04", S_OK},
@@ -266,7 +260,7 @@ TEST(SmpteText, TypedTimecodesFillTheLabelFromTheRight) {
         {1, QZTEXT("::"), "00:00:00:00", S_FALSE},
         {1, nullptr, "00:00:00:00", S_FALSE},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         _smpteval t = {c.rate, 7, 7, 7, 7, 7};
         EXPECT_EQ(QZSMPTE_TextToSMPTE(c.text, &t), c.hr) << c.expected;
         EXPECT_EQ(label(t), c.expected);
@@ -296,14 +290,13 @@ TEST(NanoTimeText, EachDisplayShowsTheRulerText) {
     const _qztempo fastest = {1000, 1, 64, 9999, 0};
     // Out of range fields take the neutral 4/4 at 120 with 960 ticks.
     const _qztempo invalid = {std::numeric_limits<double>::quiet_NaN(), 0, 3, 10000, 0};
-    struct Case {
+    const struct {
         DWORD format;
         DWORD rate;
         const _qztempo* tempo;
         LONGLONG nanos;
         const char* expected;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {QZTIMEFMT_HMSMS, 0, nullptr, 9995000, "00:00:01.000"},  // halves round up
         {QZTIMEFMT_HMSMS, 0, nullptr, 9994999, "00:00:00.999"},
         {QZTIMEFMT_HMSMS, 0, nullptr, -4999, "00:00:00.000"},  // no "-0"
@@ -341,7 +334,7 @@ TEST(NanoTimeText, EachDisplayShowsTheRulerText) {
         {QZTIMEFMT_MEASURES, 0, nullptr, INT64_MIN, "-461168601842:2:043"},
         {QZTIMEFMT_MEASURES, 0, &fastest, INT64_MAX, "245956587649461:1:6881"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         WCHAR text[QZ_NANOTIME_TEXT_MAX];
         const UINT n = QzNanoTimeToTextEx(c.nanos, c.format, c.rate, c.tempo, text);
         EXPECT_EQ(ascii(text), c.expected)
@@ -354,12 +347,11 @@ TEST(NanoTimeText, EachDisplayShowsTheRulerText) {
 }
 
 TEST(NanoTimeText, FormatTextsNameTheDisplayAndItsParameters) {
-    struct Case {
+    const struct {
         const WCHAR* format;
         LONGLONG nanos;
         const char* expected;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {QZTEXT("SMPTE:2"), 5999994000LL, "00:10:00;00"},
         {QZTEXT("smpte"), 5999994000LL, "00:09:59:29"},  // code 1
         {QZTEXT("frames:3"), 10000000, "25"},
@@ -375,7 +367,7 @@ TEST(NanoTimeText, FormatTextsNameTheDisplayAndItsParameters) {
         {QZTEXT("hms"), 9995000, "00:00:01.000"},
         {nullptr, 9995000, "00:00:01.000"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         WCHAR text[QZ_NANOTIME_TEXT_MAX];
         QzNanoTimeToTextFormat(c.nanos, c.format, text);
         EXPECT_EQ(ascii(text), c.expected) << (c.format ? ascii(c.format) : "(null)");
@@ -384,28 +376,22 @@ TEST(NanoTimeText, FormatTextsNameTheDisplayAndItsParameters) {
 
 TEST(NanoTimeText, CountedFormsCutTheTextAndWriteNothingPastTheCount) {
     constexpr WCHAR kSentinel = 0xBEEF;
-    struct Case {
-        UINT count;
-        const char* expected;  // nullptr: nothing written
-    };
-    const Case cases[] = {{0, nullptr}, {1, ""}, {2, "-"}, {6, "-00:0"}, {14, "-00:00:01.000"}};
+    const std::pair<UINT, std::string> cases[] = {
+        {0, ""}, {1, ""}, {2, "-"}, {6, "-00:0"}, {14, "-00:00:01.000"}};
     for (int form = 0; form < 3; ++form) {
-        for (const Case& c : cases) {
+        for (const auto& [count, expected] : cases) {
             WCHAR text[20];
             std::fill(std::begin(text), std::end(text), kSentinel);
             const LONGLONG t = -9995000;
-            const UINT n = form == 0   ? QzNanoTimeToTextN(t, text, c.count)
-                           : form == 1 ? QzNanoTimeToTextExN(t, 0, 0, nullptr, text, c.count)
-                                       : QzNanoTimeToTextFormatN(t, QZTEXT("hms"), text, c.count);
-            if (!c.expected) {
-                EXPECT_EQ(n, 0u);
-                EXPECT_EQ(text[0], kSentinel);
-            } else {
-                EXPECT_EQ(ascii(text), c.expected) << "form " << form << " count " << c.count;
-                EXPECT_EQ(n, std::string(c.expected).size());
+            const UINT n = form == 0   ? QzNanoTimeToTextN(t, text, count)
+                           : form == 1 ? QzNanoTimeToTextExN(t, 0, 0, nullptr, text, count)
+                                       : QzNanoTimeToTextFormatN(t, QZTEXT("hms"), text, count);
+            EXPECT_EQ(n, expected.size()) << "form " << form << " count " << count;
+            if (count) {
+                EXPECT_EQ(ascii(text), expected) << "form " << form << " count " << count;
             }
-            for (size_t i = c.count; i < 20; ++i)
-                EXPECT_EQ(text[i], kSentinel) << "form " << form << " count " << c.count;
+            for (size_t i = count; i < 20; ++i)
+                EXPECT_EQ(text[i], kSentinel) << "form " << form << " count " << count;
         }
     }
     EXPECT_EQ(QzNanoTimeToTextN(1, nullptr, 10), 0u);
@@ -426,9 +412,9 @@ TEST(NanoTimeMeasures, PositionsRoundDownThroughZero) {
     for (const auto& c : cases) {
         _qzmbt p = {7, 7, 7};
         QzNanoTimeToMeasures(c.nanos, c.tempo, &p);
-        EXPECT_EQ(std::to_string(p.measure) + " " + std::to_string(p.beat) + " " +
-                      std::to_string(p.tick),
-                  c.expected)
+        EXPECT_EQ(
+            std::to_string(p.measure) + " " + std::to_string(p.beat) + " " + std::to_string(p.tick),
+            c.expected)
             << c.nanos;
     }
     QzNanoTimeToMeasures(1, nullptr, nullptr);

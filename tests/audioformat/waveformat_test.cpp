@@ -98,7 +98,8 @@ const Wfx kExt24In32 = extensible(plain(1, 2, 44100, 32), 1, 3, 24);
 
 // Float at 7 bits is foreign; its codec bytes go out over cbSize when the
 // record is written as a plain structure, leaving cbSize 0x1000 + 4.
-const Wfx kFloat7 = with_cb(extensible(plain(3, 2, 44100, 7), 3, 3, 7), 26, {0x00, 0x10, 0x01, 0x02});
+const Wfx kFloat7 =
+    with_cb(extensible(plain(3, 2, 44100, 7), 3, 3, 7), 26, {0x00, 0x10, 0x01, 0x02});
 
 // The bytes of a vector sized exactly to them, so that the sanitizer sees
 // any read past them.
@@ -108,8 +109,8 @@ const WAVEFORMATEX* as_wfx(const Bytes& b) {
 
 TEST(WaveFormatSampleType, PrivateTagsTakeTheirOwnWidths) {
     // 8-bit samples have no byte order; the real-audio tag knows 16 and 24.
-    const UINT rows[][3] = {{0xFE02, 8, 16},  {0xFE02, 16, 64}, {0xFE02, 24, 65}, {0xFE02, 32, 66},
-                            {0xFE02, 12, 0},  {0xFE03, 24, 129}, {0xFE03, 8, 0},  {0xFE00, 16, 0}};
+    const UINT rows[][3] = {{0xFE02, 8, 16}, {0xFE02, 16, 64},  {0xFE02, 24, 65}, {0xFE02, 32, 66},
+                            {0xFE02, 12, 0}, {0xFE03, 24, 129}, {0xFE03, 8, 0},   {0xFE00, 16, 0}};
     for (const auto& r : rows)
         EXPECT_EQ(UINT(QzAudio_GetSampleType2(r[0], int(r[1]))), r[2]) << r[0] << " " << r[1];
 }
@@ -137,12 +138,11 @@ TEST(WaveFormatSampleType, ExtensibleStructuresUseTheirSubFormat) {
 TEST(WaveFormatQueries, WaveFormatTagAndFormatTagExtensible) {
     // GetWaveFormatTag looks through the extensible form; GetFormatTagExtensible
     // knows only PCM and float (0 = FALSE, tag left alone).
-    struct Row {
+    const struct {
         Wfx wfx;
         WORD tag;
         DWORD ext_tag;
-    };
-    const Row rows[] = {
+    } rows[] = {
         {plain(0x55, 2, 44100, 0), 0x55, 0},
         {extensible(plain(1, 2, 44100, 32), 0xFE00, 3, 24), 0xFE00, 0},
         {kUnknownSub, 0, 0},
@@ -181,12 +181,11 @@ TEST(WaveFormatQueries, CompressedMeansNotALinearFrameLayout) {
 }
 
 TEST(WaveFormatQueries, FixBadWfxRepairsPcmOnly) {
-    struct Row {
+    const struct {
         Wfx in;
         BOOL changed;
         WORD bits, align;
-    };
-    const Row rows[] = {
+    } rows[] = {
         {kPcm16, FALSE, 16, 4},
         {with_align(kPcm16, 2), TRUE, 16, 4},
         {with_align(plain(1, 2, 44100, 20), 5), TRUE, 24, 6},
@@ -204,9 +203,9 @@ TEST(WaveFormatQueries, FixBadWfxRepairsPcmOnly) {
 // mask, flags, tag, bits and size, then the extra bytes it holds.
 std::string fields(const _qzwaveformat& r) {
     std::string s;
-    for (DWORD v : {r.sampleType, DWORD(r.channels), DWORD(r.blockAlign), r.samplesPerSec,
-                    r.avgBytesPerSec, r.channelMask, r.flags, DWORD(r.formatTag),
-                    DWORD(r.bitsPerSample), r.size})
+    for (DWORD v :
+         {r.sampleType, DWORD(r.channels), DWORD(r.blockAlign), r.samplesPerSec, r.avgBytesPerSec,
+          r.channelMask, r.flags, DWORD(r.formatTag), DWORD(r.bitsPerSample), r.size})
         s += std::to_string(v) + " ";
     return s + hex(r.extra, r.size >= 34 ? r.extraSize : 0);
 }
@@ -329,11 +328,10 @@ TEST(WaveFormatEquality, RecordsAgainstRecordsAndStructures) {
     adpcm_other_extra.extra[31] ^= 1;
     adpcm_short.cb = 31;
     adpcm_short.extra.pop_back();
-    struct Row {
+    const struct {
         Wfx a, b;
         bool records_equal, structure_equal;
-    };
-    const Row rows[] = {
+    } rows[] = {
         {kPcm16, kExtPcm16, true, true},  // mask 0 is the default stereo mask
         {kPcm16, plain(1, 2, 48000, 16), false, false},
         {kExt51, extensible(plain(1, 6, 48000, 24), 1, 0x60F, 24), false, false},
@@ -434,7 +432,7 @@ TEST(WaveFormatCopy, EveryKindIntoEveryDestination) {
         {kFloat7, PLAIN, 64, out_plain(3, 2, 44100, 0, 0, 7, 0x1004, {0x01, 0x02})},
     };
     for (size_t i = 0; i < std::size(rows); ++i) {
-        const Row& r = rows[i];
+        const auto& r = rows[i];
         const _qzwaveformat rec = record_of(r.source);
         alignas(8) uint8_t out[256];
         std::memset(out, 0xEE, sizeof out);
@@ -488,19 +486,18 @@ TEST(WaveFormatAlloc, RecordsSizeByDestinationStructuresCloneWhenTheFormStays) {
     const _qzwaveformat stereo = record_of(kPcm16), stereo_ext = record_of(kExtPcm16),
                         side = record_of(extensible(kPcm16, 1, 0x600, 16)),
                         surround = record_of(plain(1, 6, 44100, 16)), adpcm = record_of(kAdpcm);
-    struct Row {
+    const struct {
         const _qzwaveformat* rec;
         QZWAVEFORMAT_COPY_DEST dest;
         size_t size;
-    };
-    const Row rows[] = {
+    } rows[] = {
         {&stereo, QZWFCD_MULTICHANNEL, 18},   {&stereo_ext, QZWFCD_ASSOURCE, 40},
         {&stereo_ext, QZWFCD_ASNEEDED, 18},   {&side, QZWFCD_ASNEEDED, 40},
         {&surround, QZWFCD_MULTICHANNEL, 40}, {&adpcm, QZWFCD_PLAIN, 18 + 32},
         {&adpcm, QZWFCD_EXTENSIBLE, 40 + 32},
     };
     for (size_t i = 0; i < std::size(rows); ++i) {
-        const Row& r = rows[i];
+        const auto& r = rows[i];
         GlobalBlock block(QzAudio_AllocAndCopyWfx(r.rec, r.dest));
         ASSERT_NE(block.p, nullptr) << "row " << i;
         EXPECT_EQ(block.size(), r.size) << "row " << i;
@@ -519,12 +516,11 @@ TEST(WaveFormatAlloc, RecordsSizeByDestinationStructuresCloneWhenTheFormStays) {
     QzAudio_GeneralCopyWfx(reinterpret_cast<WAVEFORMATEX*>(float7_out.data()), 64,
                            record_of(kFloat7), QZWFCD_PLAIN);
     float7_out.resize(20);  // 18 bytes and the two codec bytes past them
-    struct Clone {
+    const struct {
         Bytes in;
         QZWAVEFORMAT_COPY_DEST dest;
         size_t held;
-    };
-    const Clone clones[] = {
+    } clones[] = {
         {encode(kAdpcm), QZWFCD_ASNEEDED, 18 + 32},
         {encode(odd_align), QZWFCD_PLAIN, 18},
         {float7_out, QZWFCD_PLAIN, 18},  // cbSize 0x1004
@@ -533,7 +529,7 @@ TEST(WaveFormatAlloc, RecordsSizeByDestinationStructuresCloneWhenTheFormStays) {
         {encode(kUnknownSub), QZWFCD_EXTENSIBLE, 40 + 4},
     };
     for (size_t i = 0; i < std::size(clones); ++i) {
-        const Clone& c = clones[i];
+        const auto& c = clones[i];
         GlobalBlock block(QzAudio_AllocAndCopyWfx(as_wfx(c.in), c.dest));
         ASSERT_EQ(block.size(), c.held) << "clone " << i;
         EXPECT_EQ(hex(block.p, block.size()), hex(prefix(c.in, c.held))) << "clone " << i;
