@@ -362,7 +362,6 @@ TEST(NanoTimeText, FormatTextsNameTheDisplayAndItsParameters) {
         {QZTEXT("measures:60"), 10000000, "1:2:000"},
         {QZTEXT("measures::3"), 15000000, "2:1:000"},
         {QZTEXT("measures:1.2.3:/:"), 5000000, "1:2:000"},
-        {QZTEXT("hms"), 9995000, "00:00:01.000"},
         {nullptr, 9995000, "00:00:01.000"},
     };
     for (const auto& c : cases) {
