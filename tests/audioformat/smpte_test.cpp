@@ -284,8 +284,6 @@ std::string ascii(const WCHAR* text) {
 }
 
 TEST(NanoTimeText, EachDisplayShowsTheRulerText) {
-    const _qztempo six_eight = {120, 6, 8, 960, 0};
-    const _qztempo fractional = {92.5, 3, 4, 480, 0};
     const _qztempo fastest = {1000, 1, 64, 9999, 0};
     // Out of range fields take the neutral 4/4 at 120 with 960 ticks.
     const _qztempo invalid = {std::numeric_limits<double>::quiet_NaN(), 0, 3, 10000, 0};
@@ -316,7 +314,6 @@ TEST(NanoTimeText, EachDisplayShowsTheRulerText) {
         // Whole days are dropped exactly, far beyond 2^32 frames too.
         {QZTIMEFMT_SMPTE, 1, nullptr, INT64_MIN, "-02:48:05:14"},
         {QZTIMEFMT_SMPTE, 2, nullptr, INT64_MIN, "-19:00:23;17"},
-        {QZTIMEFMT_FRAMES, 2, nullptr, 5999994000LL, "17982"},
         {QZTIMEFMT_FRAMES, 6, nullptr, INT64_MIN, "-22113978909541"},
         {QZTIMEFMT_SAMPLES, 44100, nullptr, 10000000, "44100"},
         {QZTIMEFMT_SAMPLES, 2, nullptr, 2500000, "1"},  // half a sample rounds up
@@ -327,8 +324,6 @@ TEST(NanoTimeText, EachDisplayShowsTheRulerText) {
         {QZTIMEFMT_MEASURES, 0, nullptr, 2605, "1:1:001"},
         {QZTIMEFMT_MEASURES, 0, nullptr, -5000000, "0:4:000"},
         {QZTIMEFMT_MEASURES, 0, nullptr, -25000000, "-1:4:000"},
-        {QZTIMEFMT_MEASURES, 0, &six_eight, 17500000, "2:2:000"},
-        {QZTIMEFMT_MEASURES, 0, &fractional, 100000000, "6:1:200"},
         {QZTIMEFMT_MEASURES, 0, &invalid, 25000000, "2:2:000"},
         {QZTIMEFMT_MEASURES, 0, nullptr, INT64_MIN, "-461168601842:2:043"},
         {QZTIMEFMT_MEASURES, 0, &fastest, INT64_MAX, "245956587649461:1:6881"},
