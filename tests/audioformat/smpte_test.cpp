@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <limits>
 #include <string>
+#include <utility>
 
 #include "qz/qzsmpte.h"
 
@@ -27,42 +28,29 @@ std::string label(const _smpteval& t) {
     return text;
 }
 
-TEST(SmpteFrameCount, LabelsAndCountsConvertAtTheirRate) {
-    enum Way { Both, ToCount, ToLabel };
-    struct Case {
-        Way way;
-        _smpteval t;
-        DWORD count;
+// The labels of a day against their counts are walked frame by frame below;
+// these are the cases outside that walk.
+TEST(SmpteFrameCount, SkippedLabelsUnknownCodesAndCountsPastADay) {
+    // Drop-frame: a skipped label reads as the frame 2 after it, except in
+    // every tenth minute and past second 0. Unknown codes have no frames.
+    const std::pair<_smpteval, DWORD> to_count[] = {
+        {tc(2, 0, 1, 0, 1), 1800}, {tc(2, 0, 10, 0, 1), 17983}, {tc(2, 0, 1, 1, 1), 1829},
+        {tc(0, 1, 2, 3, 4), 0},    {tc(7, 1, 2, 3, 4), 0},
     };
-    const Case cases[] = {
-        {Both, tc(2, 0, 1, 0, 2), 1800},
-        {Both, tc(2, 0, 1, 1, 0), 1828},
-        {Both, tc(2, 0, 10, 0, 0), 17982},
-        {Both, tc(2, 23, 59, 59, 29), 2589407},
-        {Both, tc(5, 0, 1, 0, 0), 1800},
-        {Both, tc(3, 23, 59, 59, 24), 2159999},
-        // Drop-frame: a skipped label reads as the frame 2 after it, except
-        // in every tenth minute and past second 0.
-        {ToCount, tc(2, 0, 1, 0, 1), 1800},
-        {ToCount, tc(2, 0, 10, 0, 1), 17983},
-        {ToCount, tc(0, 1, 2, 3, 4), 0},  // unknown codes have no frames
-        {ToCount, tc(7, 1, 2, 3, 4), 0},
-        // Counts wrap into one day, the whole 32-bit range too; unknown codes
-        // fall into the drop-frame layout (without ';').
-        {ToLabel, tc(2, 0, 0, 0, 0), 2589408},
-        {ToLabel, tc(2, 16, 1, 25, 11), 0xFFFFFFFF},
-        {ToLabel, tc(1, 0, 12, 56, 15), 0xFFFFFFFF},
-        {ToLabel, tc(0, 0, 1, 0, 2), 1800},
+    for (const auto& [t, count] : to_count)
+        EXPECT_EQ(QZSMPTE_SMPTEToFrameCount(&t), count) << "rate " << t.rate << " " << label(t);
+    // Counts wrap into one day, the whole 32-bit range too; unknown codes
+    // fall into the drop-frame layout (without ';').
+    const std::pair<DWORD, _smpteval> to_label[] = {
+        {2589408, tc(2, 0, 0, 0, 0)},
+        {0xFFFFFFFF, tc(2, 16, 1, 25, 11)},
+        {0xFFFFFFFF, tc(1, 0, 12, 56, 15)},
+        {1800, tc(0, 0, 1, 0, 2)},
     };
-    for (const Case& c : cases) {
-        if (c.way != ToLabel) {
-            EXPECT_EQ(QZSMPTE_SMPTEToFrameCount(&c.t), c.count)
-                << "rate " << c.t.rate << " " << label(c.t);
-        }
-        if (c.way == ToCount) continue;
-        _smpteval t = {c.t.rate, 99, 99, 99, 99, 0x1234};
-        QZSMPTE_FrameCountToSMPTE(&t, c.count);
-        EXPECT_EQ(label(t), label(c.t)) << "rate " << c.t.rate << " count " << c.count;
+    for (const auto& [count, want] : to_label) {
+        _smpteval t = {want.rate, 99, 99, 99, 99, 0x1234};
+        QZSMPTE_FrameCountToSMPTE(&t, count);
+        EXPECT_EQ(label(t), label(want)) << "rate " << want.rate << " count " << count;
         EXPECT_EQ(t.reserved, 0x1234u);
     }
 }
@@ -89,15 +77,12 @@ TEST(SmpteFrameCount, EveryFrameOfTheDayStepsAndCountsConsistently) {
 }
 
 TEST(SmpteStep, IncrementAndDecrementCarryWithTheirOwnDropRules) {
-    struct Case {
+    const struct {
         bool up;
         _smpteval from;
         const char* expected;
-    };
-    const Case cases[] = {
-        {true, tc(2, 0, 0, 59, 29), "00:01:00;02"},
-        {true, tc(5, 0, 0, 59, 29), "00:01:00:00"},  // 29.97 non-drop keeps every label
-        {true, tc(0, 0, 0, 0, 29), "00:00:01:00"},   // unknown codes step at 30
+    } cases[] = {
+        {true, tc(0, 0, 0, 0, 29), "00:00:01:00"},  // unknown codes step at 30
         // Only the low five bits of the hours step: 33 is hour 1.
         {true, tc(1, 33, 59, 59, 29), "02:00:00:00"},
         {true, tc(1, 31, 59, 59, 29), "00:00:00:00"},
@@ -113,7 +98,7 @@ TEST(SmpteStep, IncrementAndDecrementCarryWithTheirOwnDropRules) {
         // A field above 0x7FFFFFFF reads as negative and borrows.
         {false, tc(1, 0, 0, 5, 0x80000000u), "00:00:04:29"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         _smpteval t = c.from;
         if (c.up)
             QZSMPTE_IncrementByFrame(&t, 0);
@@ -126,13 +111,12 @@ TEST(SmpteStep, IncrementAndDecrementCarryWithTheirOwnDropRules) {
 
 TEST(SmpteArithmetic, AddAndSubtractWrapInTheFirstRate) {
     enum Op { Add, Subtract };
-    struct Case {
+    const struct {
         Op op;
         _smpteval a;
         _smpteval b;
         const char* expected;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {Subtract, tc(2, 0, 10, 0, 0), tc(2, 0, 0, 0, 1), "00:09:59;29"},
         // b counts at its own rate: 20 hours at 30 fps is exactly one day at
         // 25, a whole-day difference, which lands on midnight.
@@ -144,7 +128,7 @@ TEST(SmpteArithmetic, AddAndSubtractWrapInTheFirstRate) {
         // a drop-frame label.
         {Add, tc(0, 0, 0, 5, 0), tc(1, 0, 1, 0, 0), "00:01:00:02"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         _smpteval a = c.a;
         if (c.op == Add)
             QZSMPTE_AddSMPTE(&a, &c.b);
@@ -163,19 +147,18 @@ TEST(SmpteArithmetic, AddAndSubtractWrapInTheFirstRate) {
 }
 
 TEST(SmpteCompare, FieldsDecideInOrderAsUnsigned) {
-    struct Case {
+    const struct {
         _smpteval a;
         _smpteval b;
         int expected;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {tc(1, 1, 2, 3, 4), tc(1, 1, 2, 3, 4), 0},
         {tc(1, 2, 0, 0, 0), tc(1, 1, 59, 59, 29), 1},
         {tc(1, 0, 0, 1, 0), tc(1, 0, 0, 0, 29), 1},
         {tc(3, 0, 0, 1, 0), tc(1, 0, 0, 1, 0), 0},  // rates are not compared
         {tc(1, 0, 0, 0, 0x80000000u), tc(1, 0, 0, 0, 1), 1},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         EXPECT_EQ(QZSMPTE_SMPTECompare(&c.a, &c.b), c.expected)
             << label(c.a) << " vs " << label(c.b);
         EXPECT_EQ(QZSMPTE_SMPTECompare(&c.b, &c.a), -c.expected)
@@ -184,23 +167,20 @@ TEST(SmpteCompare, FieldsDecideInOrderAsUnsigned) {
 }
 
 TEST(SmpteNano, NanoTimeToLabelAndBackRoundingUp) {
-    struct Case {
+    const struct {
         DWORD rate;
         LONGLONG nanos;
         const char* expected;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {3, 399997, "00:00:00:00"},
-        {3, 399999, "00:00:00:01"},         // within the 5e-6 frame nudge
-        {2, 35999963999LL, "01:00:00;00"},  // 1.7 ticks short of 107892 frames
-        {2, 35999963998LL, "00:59:59;29"},
-        {4, 864000000000LL, "00:00:00:00"},  // one day
+        {3, 399999, "00:00:00:01"},          // within the 5e-6 frame nudge
         {0, 600000000LL, "00:01:00:02"},     // unknown: 30 fps into the drop layout
+        {4, 864000000000LL, "00:00:00:00"},  // one day
         // Before zero the count keeps its low 32 bits: -29 frames at 30 fps.
         {1, -10000000, "00:12:55:17"},
         {3, -1, "00:00:00:00"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         _smpteval t = tc(c.rate, 9, 9, 9, 9);
         QZSMPTE_NanoToSMPTE(c.nanos, &t);
         EXPECT_EQ(label(t), c.expected) << "rate " << c.rate << " nanos " << c.nanos;
@@ -211,23 +191,21 @@ TEST(SmpteNano, NanoTimeToLabelAndBackRoundingUp) {
 }
 
 TEST(SmpteHmsf, RateCodesUseTheTimecodeClockAndOthersTheCallersRate) {
-    struct Case {
+    const struct {
         DWORD rate;
         LONGLONG nanos;
         double fps;
         const char* expected;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {3, 10000000, 50, "00:00:01:00"},        // codes 1..6 ignore the caller's rate
         {0, 37231400000LL, 50, "01:02:03:07"},   // 1 h 2 min 3.14 s
-        {0, 1390000, 50, "00:00:00:07"},         // 6.95 frames round to 7
         {0, 19990000, 1, "00:00:02:00"},         // 1.999 s at 1 fps rounds up a second
         {0, 900000000000LL, 25, "01:00:00:00"},  // 25 hours wrap to 1
         {0, 19990000, 0.005, "00:00:01:00"},     // below 0.01 fps: no rounding
         // Before zero the fields are negative: -0.98 s is -24.5 frames.
         {0, -10000000, 25, "00:00:00:4294967272"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         _smpteval t = tc(c.rate, 9, 9, 9, 9);
         QzNanoTimeToHMSF(c.nanos, &t, c.fps);
         EXPECT_EQ(label(t), c.expected) << c.nanos << " ticks at " << c.fps << " fps";
@@ -243,26 +221,24 @@ TEST(SmpteHmsf, RateCodesUseTheTimecodeClockAndOthersTheCallersRate) {
         {tc(0, 0, 0, 0, 2), 3, 6666667},   {tc(0, 0, 0, 0, 0), 0, 0},  // 0/0
         {tc(0, 0, 0, 0, 1), 0, INT64_MAX},                             // 1/0
     };
-    for (const Back& b : back)
+    for (const auto& b : back)
         EXPECT_EQ(QzHMSFToNanoTime(&b.t, b.fps), b.nanos) << label(b.t) << " at " << b.fps;
     // The SMPTE-like form ignores the record's rate code and rounds up.
     const Back like[] = {{tc(3, 0, 0, 0, 1), 50, 200000},
                          {tc(0, 0, 0, 0, 0), 0, 0},
                          {tc(0, 0, 0, 0, 1), 0, INT64_MAX},
                          {tc(0, 0, 0, 0, 1), -1, -9999999}};
-    for (const Back& b : like)
+    for (const auto& b : like)
         EXPECT_EQ(QZSMPTE_SmpteLikeToNanos(b.fps, &b.t), b.nanos) << label(b.t) << " at " << b.fps;
 }
 
 TEST(SmpteText, TypedTimecodesFillTheLabelFromTheRight) {
-    struct Case {
+    const struct {
         DWORD rate;
         const WCHAR* text;
         const char* expected;
         HRESULT hr;
-    };
-    const Case cases[] = {
-        {1, QZTEXT("1:2:3"), "00:01:02:03", S_OK},
+    } cases[] = {
         {0, QZTEXT("12345"), "00:01:23:45", S_OK},  // pairs from the right
         {1, QZTEXT("123:4"), "00:01:23:04", S_OK},
         {1, QZTEXT(" 10.20/30 15"), "10:20:30:15", S_OK},
@@ -271,7 +247,6 @@ TEST(SmpteText, TypedTimecodesFillTheLabelFromTheRight) {
         {1, QZTEXT("1:2 :"), "00:01:02:00", S_OK},
         {1, QZTEXT("1:2  "), "00:00:01:02", S_OK},
         // Carries at the label rate; hours wrap at 24.
-        {3, QZTEXT("0:0:0:40"), "00:00:01:15", S_OK},
         {1, QZTEXT("99:99:99:99"), "04:40:42:09", S_OK},
         {0, QZTEXT("99:99:99:99"), "99:99:99:99", S_OK},  // unknown codes: as typed
         {2, QZTEXT("00:01:00;00"), "00:01:00;00", S_OK},  // skipped label kept
@@ -282,7 +257,7 @@ TEST(SmpteText, TypedTimecodesFillTheLabelFromTheRight) {
         {1, QZTEXT("::"), "00:00:00:00", S_FALSE},
         {1, nullptr, "00:00:00:00", S_FALSE},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         _smpteval t = {c.rate, 7, 7, 7, 7, 7};
         EXPECT_EQ(QZSMPTE_TextToSMPTE(c.text, &t), c.hr) << c.expected;
         EXPECT_EQ(label(t), c.expected);
@@ -307,23 +282,18 @@ std::string ascii(const WCHAR* text) {
 }
 
 TEST(NanoTimeText, EachDisplayShowsTheRulerText) {
-    const _qztempo six_eight = {120, 6, 8, 960, 0};
-    const _qztempo fractional = {92.5, 3, 4, 480, 0};
     const _qztempo fastest = {1000, 1, 64, 9999, 0};
     // Out of range fields take the neutral 4/4 at 120 with 960 ticks.
     const _qztempo invalid = {std::numeric_limits<double>::quiet_NaN(), 0, 3, 10000, 0};
-    struct Case {
+    const struct {
         DWORD format;
         DWORD rate;
         const _qztempo* tempo;
         LONGLONG nanos;
         const char* expected;
-    };
-    const Case cases[] = {
-        {QZTIMEFMT_HMSMS, 0, nullptr, 0, "00:00:00.000"},
+    } cases[] = {
         {QZTIMEFMT_HMSMS, 0, nullptr, 9995000, "00:00:01.000"},  // halves round up
         {QZTIMEFMT_HMSMS, 0, nullptr, 9994999, "00:00:00.999"},
-        {QZTIMEFMT_HMSMS, 0, nullptr, -9995000, "-00:00:01.000"},
         {QZTIMEFMT_HMSMS, 0, nullptr, -4999, "00:00:00.000"},  // no "-0"
         {QZTIMEFMT_HMSMS, 0, nullptr, -5000, "-00:00:00.001"},
         {QZTIMEFMT_HMSMS, 0, nullptr, 899999995000LL, "25:00:00.000"},  // no wrap
@@ -335,7 +305,6 @@ TEST(NanoTimeText, EachDisplayShowsTheRulerText) {
         // The label's 5e-6 frame nudge is 1.67 ticks at 29.97.
         {QZTIMEFMT_SMPTE, 2, nullptr, 5999993999LL, "00:10:00;00"},
         {QZTIMEFMT_SMPTE, 2, nullptr, 5999993998LL, "00:09:59;29"},
-        {QZTIMEFMT_SMPTE, 2, nullptr, 600600000, "00:01:00;02"},
         {QZTIMEFMT_SMPTE, 3, nullptr, 900000000000LL, "01:00:00:00"},  // wraps at 24 h
         {QZTIMEFMT_SMPTE, 3, nullptr, -399999, "-00:00:00:01"},
         {QZTIMEFMT_SMPTE, 7, nullptr, 600000000, "00:01:00:00"},  // unknown: 30 non-drop
@@ -343,25 +312,21 @@ TEST(NanoTimeText, EachDisplayShowsTheRulerText) {
         // Whole days are dropped exactly, far beyond 2^32 frames too.
         {QZTIMEFMT_SMPTE, 1, nullptr, INT64_MIN, "-02:48:05:14"},
         {QZTIMEFMT_SMPTE, 2, nullptr, INT64_MIN, "-19:00:23;17"},
-        {QZTIMEFMT_FRAMES, 2, nullptr, 5999994000LL, "17982"},
         {QZTIMEFMT_FRAMES, 6, nullptr, INT64_MIN, "-22113978909541"},
         {QZTIMEFMT_SAMPLES, 44100, nullptr, 10000000, "44100"},
         {QZTIMEFMT_SAMPLES, 2, nullptr, 2500000, "1"},  // half a sample rounds up
         {QZTIMEFMT_SAMPLES, 2, nullptr, -2499999, "0"},
         {QZTIMEFMT_SAMPLES, 0, nullptr, 10000000, "48000"},
-        {QZTIMEFMT_MEASURES, 0, nullptr, 0, "1:1:000"},
         {QZTIMEFMT_MEASURES, 0, nullptr, 4999999, "1:2:000"},  // 959.9998 ticks
         {QZTIMEFMT_MEASURES, 0, nullptr, 2604, "1:1:000"},     // 0.49997 tick
         {QZTIMEFMT_MEASURES, 0, nullptr, 2605, "1:1:001"},
         {QZTIMEFMT_MEASURES, 0, nullptr, -5000000, "0:4:000"},
         {QZTIMEFMT_MEASURES, 0, nullptr, -25000000, "-1:4:000"},
-        {QZTIMEFMT_MEASURES, 0, &six_eight, 17500000, "2:2:000"},
-        {QZTIMEFMT_MEASURES, 0, &fractional, 100000000, "6:1:200"},
         {QZTIMEFMT_MEASURES, 0, &invalid, 25000000, "2:2:000"},
         {QZTIMEFMT_MEASURES, 0, nullptr, INT64_MIN, "-461168601842:2:043"},
         {QZTIMEFMT_MEASURES, 0, &fastest, INT64_MAX, "245956587649461:1:6881"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         WCHAR text[QZ_NANOTIME_TEXT_MAX];
         const UINT n = QzNanoTimeToTextEx(c.nanos, c.format, c.rate, c.tempo, text);
         EXPECT_EQ(ascii(text), c.expected)
@@ -374,16 +339,14 @@ TEST(NanoTimeText, EachDisplayShowsTheRulerText) {
 }
 
 TEST(NanoTimeText, FormatTextsNameTheDisplayAndItsParameters) {
-    struct Case {
+    const struct {
         const WCHAR* format;
         LONGLONG nanos;
         const char* expected;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {QZTEXT("SMPTE:2"), 5999994000LL, "00:10:00;00"},
         {QZTEXT("smpte"), 5999994000LL, "00:09:59:29"},  // code 1
         {QZTEXT("frames:3"), 10000000, "25"},
-        {QZTEXT("seconds:9"), 10000000, "1.000"},
         {QZTEXT("samples:44100"), 10000000, "44100"},
         {QZTEXT("samples:99999999999"), 1, "1"},  // clamped to one per tick
         {QZTEXT("samples:4410x"), 10000000, "48000"},
@@ -392,10 +355,9 @@ TEST(NanoTimeText, FormatTextsNameTheDisplayAndItsParameters) {
         {QZTEXT("measures:60"), 10000000, "1:2:000"},
         {QZTEXT("measures::3"), 15000000, "2:1:000"},
         {QZTEXT("measures:1.2.3:/:"), 5000000, "1:2:000"},
-        {QZTEXT("hms"), 9995000, "00:00:01.000"},
         {nullptr, 9995000, "00:00:01.000"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         WCHAR text[QZ_NANOTIME_TEXT_MAX];
         QzNanoTimeToTextFormat(c.nanos, c.format, text);
         EXPECT_EQ(ascii(text), c.expected) << (c.format ? ascii(c.format) : "(null)");
@@ -404,28 +366,22 @@ TEST(NanoTimeText, FormatTextsNameTheDisplayAndItsParameters) {
 
 TEST(NanoTimeText, CountedFormsCutTheTextAndWriteNothingPastTheCount) {
     constexpr WCHAR kSentinel = 0xBEEF;
-    struct Case {
-        UINT count;
-        const char* expected;  // nullptr: nothing written
-    };
-    const Case cases[] = {{0, nullptr}, {1, ""}, {2, "-"}, {6, "-00:0"}, {14, "-00:00:01.000"}};
+    const std::pair<UINT, std::string> cases[] = {
+        {0, ""}, {1, ""}, {2, "-"}, {6, "-00:0"}, {14, "-00:00:01.000"}};
     for (int form = 0; form < 3; ++form) {
-        for (const Case& c : cases) {
+        for (const auto& [count, expected] : cases) {
             WCHAR text[20];
             std::fill(std::begin(text), std::end(text), kSentinel);
             const LONGLONG t = -9995000;
-            const UINT n = form == 0   ? QzNanoTimeToTextN(t, text, c.count)
-                           : form == 1 ? QzNanoTimeToTextExN(t, 0, 0, nullptr, text, c.count)
-                                       : QzNanoTimeToTextFormatN(t, QZTEXT("hms"), text, c.count);
-            if (!c.expected) {
-                EXPECT_EQ(n, 0u);
-                EXPECT_EQ(text[0], kSentinel);
-            } else {
-                EXPECT_EQ(ascii(text), c.expected) << "form " << form << " count " << c.count;
-                EXPECT_EQ(n, std::string(c.expected).size());
+            const UINT n = form == 0   ? QzNanoTimeToTextN(t, text, count)
+                           : form == 1 ? QzNanoTimeToTextExN(t, 0, 0, nullptr, text, count)
+                                       : QzNanoTimeToTextFormatN(t, QZTEXT("hms"), text, count);
+            EXPECT_EQ(n, expected.size()) << "form " << form << " count " << count;
+            if (count) {
+                EXPECT_EQ(ascii(text), expected) << "form " << form << " count " << count;
             }
-            for (size_t i = c.count; i < 20; ++i)
-                EXPECT_EQ(text[i], kSentinel) << "form " << form << " count " << c.count;
+            for (size_t i = count; i < 20; ++i)
+                EXPECT_EQ(text[i], kSentinel) << "form " << form << " count " << count;
         }
     }
     EXPECT_EQ(QzNanoTimeToTextN(1, nullptr, 10), 0u);
@@ -433,23 +389,22 @@ TEST(NanoTimeText, CountedFormsCutTheTextAndWriteNothingPastTheCount) {
 
 TEST(NanoTimeMeasures, PositionsRoundDownThroughZero) {
     const _qztempo three_four = {90, 3, 4, 480, 0};
-    struct Case {
+    const struct {
         const _qztempo* tempo;
         LONGLONG nanos;
-        _qzmbt expected;
+        const char* expected;  // measure beat tick
+    } cases[] = {
+        {nullptr, -1, "0 0 0"},  // rounds to tick 0
+        {nullptr, -2605, "-1 3 959"},
+        {&three_four, 20000000 + 13889, "1 0 1"},  // 2 s is one 3/4 bar at 90
     };
-    const Case cases[] = {
-        {nullptr, 25000000, {1, 1, 0}},
-        {nullptr, -1, {0, 0, 0}},  // rounds to tick 0
-        {nullptr, -2605, {-1, 3, 959}},
-        {&three_four, 20000000 + 13889, {1, 0, 1}},  // 2 s is one 3/4 bar at 90
-    };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         _qzmbt p = {7, 7, 7};
         QzNanoTimeToMeasures(c.nanos, c.tempo, &p);
-        EXPECT_EQ(p.measure, c.expected.measure) << c.nanos;
-        EXPECT_EQ(p.beat, c.expected.beat) << c.nanos;
-        EXPECT_EQ(p.tick, c.expected.tick) << c.nanos;
+        EXPECT_EQ(
+            std::to_string(p.measure) + " " + std::to_string(p.beat) + " " + std::to_string(p.tick),
+            c.expected)
+            << c.nanos;
     }
     QzNanoTimeToMeasures(1, nullptr, nullptr);
 }

@@ -14,24 +14,9 @@ namespace qz::testing {
 
 using Bytes = std::vector<uint8_t>;
 
-inline void put16(Bytes& b, size_t at, uint32_t v) {
-    if (b.size() < at + 2) b.resize(at + 2);
-    b[at] = uint8_t(v);
-    b[at + 1] = uint8_t(v >> 8);
-}
-inline void put32(Bytes& b, size_t at, uint32_t v) {
-    if (b.size() < at + 4) b.resize(at + 4);
-    for (int i = 0; i < 4; ++i) b[at + i] = uint8_t(v >> (8 * i));
-}
-inline void append(Bytes& b, const Bytes& more) {
-    b.insert(b.end(), more.begin(), more.end());
-}
-inline void append32(Bytes& b, uint32_t v) {
-    put32(b, b.size(), v);
-}
-inline void append_id(Bytes& b, const char (&id)[5]) {
-    // A byte at a time: GCC 12 wrongly warns about inserting into an empty vector.
-    for (int i = 0; i < 4; ++i) b.push_back(uint8_t(id[i]));
+// `v` as `n` little-endian bytes on the end of `b`.
+inline void put(Bytes& b, uint32_t v, int n) {
+    for (int i = 0; i < n; ++i) b.push_back(uint8_t(v >> (8 * i)));
 }
 
 constexpr uint8_t kFamilyTail[12] = {0x00, 0x00, 0x10, 0x00, 0x80, 0x00,
@@ -62,24 +47,20 @@ struct Wfx {
 
 inline Bytes encode(const Wfx& w) {
     Bytes b;
-    put16(b, 0, w.tag);
-    put16(b, 2, w.channels);
-    put32(b, 4, w.rate);
-    put32(b, 8, w.avg);
-    put16(b, 12, w.align);
-    put16(b, 14, w.bits);
-    put16(b, 16, w.cb);
+    for (uint32_t v : {w.tag, w.channels}) put(b, v, 2);
+    for (uint32_t v : {w.rate, w.avg}) put(b, v, 4);
+    for (uint32_t v : {w.align, w.bits, w.cb}) put(b, v, 2);
     if (w.extensible) {
-        put16(b, 18, w.valid);
-        put32(b, 20, w.mask);
+        put(b, w.valid, 2);
+        put(b, w.mask, 4);
         if (w.custom_guid) {
             b.insert(b.end(), w.guid, w.guid + 16);
         } else {
-            put32(b, 24, w.sub);
+            put(b, w.sub, 4);
             b.insert(b.end(), kFamilyTail, kFamilyTail + 12);
         }
     }
-    append(b, w.extra);
+    b.insert(b.end(), w.extra.begin(), w.extra.end());
     return b;
 }
 
