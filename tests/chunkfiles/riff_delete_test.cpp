@@ -102,14 +102,14 @@ TEST(RiffDelete, LargeSparseFileMovesInFixedMemory) {
     EXPECT_EQ(make_tuple(removed, std::filesystem::file_size(path)),
               make_tuple(DWORD(shift), total - shift));
     std::ifstream in(path, std::ios::binary);
-    for (uint64_t m : marks) {
-        char got[4] = {};
-        in.seekg(std::streamoff(m - shift)).read(got, 4);
-        EXPECT_EQ(std::string(got, 4), "MARK") << m;
-    }
-    Bytes size_field(8);
-    in.seekg(0).read(reinterpret_cast<char*>(size_field.data()), 8);
-    EXPECT_EQ(size_field, header("RIFF", uint32_t(total - 8 - shift)));
+    auto get_at = [&](uint64_t offset, size_t count) {
+        Bytes bytes(count);
+        in.seekg(std::streamoff(offset))
+            .read(reinterpret_cast<char*>(bytes.data()), std::streamsize(count));
+        return bytes;
+    };
+    for (uint64_t m : marks) EXPECT_EQ(get_at(m - shift, 4), text("MARK")) << m;
+    EXPECT_EQ(get_at(0, 8), header("RIFF", uint32_t(total - 8 - shift)));
 
     // Past 300 MiB the last chunk goes too, cutting the file at the data's end.
     ASSERT_EQ(riff_DeleteChunk(h, cc("INFO"), &removed, TRUE), S_OK);

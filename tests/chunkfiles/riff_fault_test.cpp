@@ -49,7 +49,9 @@ void unchanged_unless_seek(const TempFile& f, const Bytes& original, FaultOp op)
     EXPECT_TRUE(op == FaultOp::Seek || f.contents() == original);
 }
 Check nothing_past(size_t length) {
-    return [length](const TempFile& f, const Bytes&, FaultOp) { EXPECT_LE(f.size(), length); };
+    return [length](const TempFile& f, const Bytes&, FaultOp) {
+        EXPECT_LE(f.contents().size(), length);
+    };
 }
 
 Bytes wave() {
@@ -92,10 +94,11 @@ void sweep(const FaultCase& c) {
 
 }  // namespace
 
-TEST(RiffFaults, ReadersAndWalksReportReadErrors) {
+TEST(RiffFaults, ReadersWritersAndWalksReportTheFailingStep) {
     const Bytes w = wave();
     const DWORD body = DWORD(w.size() - 12);
     static WCHAR text_buffer[16];
+    static const Bytes seven = pattern(7);
     const FaultCase cases[] = {
         {"ReadDataAlloc", w, 20,
          [](HANDLE h) {
@@ -124,17 +127,10 @@ TEST(RiffFaults, ReadersAndWalksReportReadErrors) {
         {"FindListChunkFromStart", w, 30,
          [](HANDLE h) { return riff_FindListChunkFromStart(h, cc("INFO"), nullptr); }, "R-R--",
          unchanged},
-    };
-    for (const FaultCase& c : cases) sweep(c);
-}
-
-TEST(RiffFaults, WritersReportWriteErrors) {
-    static const Bytes body = pattern(7);
-    const FaultCase cases[] = {
         {"WriteChunk", Bytes{}, 0,
          [](HANDLE h) {
              DWORD written = 1;
-             const HRESULT hr = riff_WriteChunk(h, cc("odd "), body.data(), 7, &written);
+             const HRESULT hr = riff_WriteChunk(h, cc("odd "), seven.data(), 7, &written);
              EXPECT_TRUE(SUCCEEDED(hr) || written == 0);
              return hr;
          },
@@ -143,31 +139,8 @@ TEST(RiffFaults, WritersReportWriteErrors) {
          [](HANDLE h) { return riff_WriteANSIString(h, u"odd", nullptr); }, "-W--M",
          nothing_past(4)},
         // Nothing written unless the write itself went through.
-        {"SetRIFFSize", wave(), 40, [](HANDLE h) { return riff_SetRIFFSize(h, 1234); }, "-WW--",
+        {"SetRIFFSize", w, 40, [](HANDLE h) { return riff_SetRIFFSize(h, 1234); }, "-WW--",
          unchanged_unless_seek},
-    };
-    for (const FaultCase& c : cases) sweep(c);
-}
-
-TEST(RiffFaults, WriteFileIdLetsOnlyTheFormTypeDecide) {
-    // The write that fails, the result, what reached the file.
-    const std::tuple<unsigned, HRESULT, Bytes> cases[] = {
-        {1, S_OK, text("WAVE")},  // no id, so no size either; the form type still goes out
-        {2, S_OK, text("RIFFWAVE")},
-        {3, QZE_FILE_WRITE, text("RIFF") + le32(20)},
-    };
-    for (const auto& [failing_write, expected, contents] : cases) {
-        TempFile f({});
-        FaultPlan plan;
-        plan.fail(FaultOp::Write, failing_write);
-        EXPECT_EQ(riff_WriteFileID(f.handle(), cc("WAVE"), 20), expected);
-        EXPECT_EQ(f.contents(), contents) << failing_write;
-    }
-}
-
-TEST(RiffFaults, SizeUpdatesAndDeletesReportTheFailingStep) {
-    const Bytes w = wave();
-    const FaultCase cases[] = {
         {"UpdateRIFFSize", w, 50, [](HANDLE h) { return riff_UpdateRIFFSize(h, -4); }, "RWB--",
          unchanged_unless_seek},
         // Past the limit the cut-back is the only change, and only when it works.
@@ -186,4 +159,20 @@ TEST(RiffFaults, SizeUpdatesAndDeletesReportTheFailingStep) {
          nullptr},
     };
     for (const FaultCase& c : cases) sweep(c);
+}
+
+TEST(RiffFaults, WriteFileIdLetsOnlyTheFormTypeDecide) {
+    // The write that fails, the result, what reached the file.
+    const std::tuple<unsigned, HRESULT, Bytes> cases[] = {
+        {1, S_OK, text("WAVE")},  // no id, so no size either; the form type still goes out
+        {2, S_OK, text("RIFFWAVE")},
+        {3, QZE_FILE_WRITE, text("RIFF") + le32(20)},
+    };
+    for (const auto& [failing_write, expected, contents] : cases) {
+        TempFile f({});
+        FaultPlan plan;
+        plan.fail(FaultOp::Write, failing_write);
+        EXPECT_EQ(riff_WriteFileID(f.handle(), cc("WAVE"), 20), expected);
+        EXPECT_EQ(f.contents(), contents) << failing_write;
+    }
 }

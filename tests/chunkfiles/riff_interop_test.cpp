@@ -36,7 +36,7 @@ std::string walk(const std::string& path) {
         riff_SaveLocation(h, &at);
         riff_RestoreLocation(h, at - 8);
         if (riff_ReadListHeader(h, &type, nullptr) == S_OK)
-            out += " " + std::string(reinterpret_cast<const char*>(&type), 4);
+            out.append(" ").append(reinterpret_cast<const char*>(&type), 4);
         riff_RestoreLocation(h, at);
         remaining -= 8 + riff_SkipChunk(h, size);
         out += "\n";
@@ -56,7 +56,7 @@ std::string sndfile_chunks(const std::string& path) {
             continue;
         out += line;
         if (line.starts_with("LIST") && std::getline(lines, line))
-            out += " " + line.substr(line.find_first_not_of(' '), 4);
+            out.append(" ").append(line, line.find_first_not_of(' '), 4);
         out += "\n";
     }
     return out;
