@@ -54,8 +54,10 @@ Check nothing_past(size_t length) {
     };
 }
 
-Bytes wave() {
-    return riff("WAVE", chunk("fmt ", pattern(16)) + chunk("odd ", pattern(5)) +
+// A WAVE file; the same without its odd chunk.
+Bytes wave(bool with_odd = true) {
+    return riff("WAVE", chunk("fmt ", pattern(16)) +
+                            (with_odd ? chunk("odd ", pattern(5)) : Bytes{}) +
                             list("adtl", chunk("labl", pattern(3))) +
                             list("INFO", chunk("INAM", text("name") + Bytes{0})) +
                             chunk("data", pattern(9)));
@@ -154,9 +156,15 @@ TEST(RiffFaults, ReadersWritersAndWalksReportTheFailingStep) {
              const Bytes now = f.contents();
              EXPECT_TRUE(now == original || (op == FaultOp::Seek && now == w));
          }},
+        // A failed cut leaves the moved file, with its lowered size, and the old
+        // last bytes behind it.
         {"DeleteChunk", w + pattern(5000), 0,
          [](HANDLE h) { return riff_DeleteChunk(h, cc("odd "), nullptr, FALSE); }, "RWBW-",
-         nullptr},
+         [](const TempFile& f, const Bytes& original, FaultOp op) {
+             const Bytes moved =
+                 wave(false) + pattern(5000) + Bytes(original.end() - 14, original.end());
+             EXPECT_TRUE(op != FaultOp::Truncate || f.contents() == moved);
+         }},
     };
     for (const FaultCase& c : cases) sweep(c);
 }
