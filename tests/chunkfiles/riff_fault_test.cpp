@@ -8,13 +8,12 @@
 #include <functional>
 #include <map>
 #include <set>
+#include <tuple>
 
 #include "platform/posix/fault_plan.h"
 #include "tests/support/riff_files.h"
 
 using namespace qz::testing;
-using qz::testing::FaultOp;
-using qz::testing::FaultPlan;
 
 namespace {
 
@@ -47,16 +46,18 @@ void unchanged(const TempFile& f, const Bytes& original, FaultOp) {
     EXPECT_EQ(f.contents(), original);
 }
 void unchanged_unless_seek(const TempFile& f, const Bytes& original, FaultOp op) {
-    if (op != FaultOp::Seek) {
-        EXPECT_EQ(f.contents(), original);
-    }
+    EXPECT_TRUE(op == FaultOp::Seek || f.contents() == original);
 }
 Check nothing_past(size_t length) {
-    return [length](const TempFile& f, const Bytes&, FaultOp) { EXPECT_LE(f.size(), length); };
+    return [length](const TempFile& f, const Bytes&, FaultOp) {
+        EXPECT_LE(f.contents().size(), length);
+    };
 }
 
-Bytes wave() {
-    return riff("WAVE", chunk("fmt ", pattern(16)) + chunk("odd ", pattern(5)) +
+// A WAVE file; the same without its odd chunk.
+Bytes wave(bool with_odd = true) {
+    return riff("WAVE", chunk("fmt ", pattern(16)) +
+                            (with_odd ? chunk("odd ", pattern(5)) : Bytes{}) +
                             list("adtl", chunk("labl", pattern(3))) +
                             list("INFO", chunk("INAM", text("name") + Bytes{0})) +
                             chunk("data", pattern(9)));
@@ -95,59 +96,44 @@ void sweep(const FaultCase& c) {
 
 }  // namespace
 
-TEST(RiffFaults, ReadersAndWalksReportReadErrors) {
+TEST(RiffFaults, ReadersWritersAndWalksReportTheFailingStep) {
     const Bytes w = wave();
     const DWORD body = DWORD(w.size() - 12);
-    DWORD a = 0;
     static WCHAR text_buffer[16];
+    static const Bytes seven = pattern(7);
     const FaultCase cases[] = {
         {"ReadDataAlloc", w, 20,
-         [&](HANDLE h) {
+         [](HANDLE h) {
              QZRIFFDATA data{5, nullptr};
              const HRESULT hr = riff_ReadDataAlloc(h, &data);
-             if (FAILED(hr)) {
-                 EXPECT_EQ(data.pData, nullptr);
-             }
-             if (data.pData) {
-                 GlobalUnlock(GlobalHandle(data.pData));
-                 GlobalFree(GlobalHandle(data.pData));
-             }
+             EXPECT_EQ(FAILED(hr), data.pData == nullptr);
+             if (data.pData) GlobalUnlock(GlobalHandle(data.pData));
+             if (data.pData) GlobalFree(GlobalHandle(data.pData));
              return hr;
          },
          "R-R-M", unchanged},
         {"ReadANSIString", w, 12 + 24 + 14 + 24 + 12 + 8,
-         [&](HANDLE h) {
+         [](HANDLE h) {
              DWORD count = 5;
              return riff_ReadANSIString(h, text_buffer, 16, &count);
          },
          "R-R-M", unchanged},
         {"FindChunkHeader", w, 12,
-         [&](HANDLE h) {
+         [body](HANDLE h) {
              DWORD remaining = body;
-             const HRESULT hr = riff_FindChunkHeader(h, cc("data"), &a, &remaining);
-             if (hr == QZE_FILE_READ) {
-                 EXPECT_EQ(remaining, body);
-             }
+             const HRESULT hr = riff_FindChunkHeader(h, cc("data"), nullptr, &remaining);
+             EXPECT_TRUE(hr != QZE_FILE_READ || remaining == body);  // left as it was
              return hr;
          },
          "R-R--", unchanged},
         {"FindListChunkFromStart", w, 30,
-         [&](HANDLE h) { return riff_FindListChunkFromStart(h, cc("INFO"), &a); }, "R-R--",
+         [](HANDLE h) { return riff_FindListChunkFromStart(h, cc("INFO"), nullptr); }, "R-R--",
          unchanged},
-    };
-    for (const FaultCase& c : cases) sweep(c);
-}
-
-TEST(RiffFaults, WritersReportWriteErrors) {
-    static const Bytes body = pattern(7);
-    const FaultCase cases[] = {
         {"WriteChunk", Bytes{}, 0,
          [](HANDLE h) {
              DWORD written = 1;
-             const HRESULT hr = riff_WriteChunk(h, cc("odd "), body.data(), 7, &written);
-             if (FAILED(hr)) {
-                 EXPECT_EQ(written, 0u);
-             }
+             const HRESULT hr = riff_WriteChunk(h, cc("odd "), seven.data(), 7, &written);
+             EXPECT_TRUE(SUCCEEDED(hr) || written == 0);
              return hr;
          },
          "-W---", nothing_past(16)},
@@ -155,34 +141,8 @@ TEST(RiffFaults, WritersReportWriteErrors) {
          [](HANDLE h) { return riff_WriteANSIString(h, u"odd", nullptr); }, "-W--M",
          nothing_past(4)},
         // Nothing written unless the write itself went through.
-        {"SetRIFFSize", wave(), 40, [](HANDLE h) { return riff_SetRIFFSize(h, 1234); }, "-WW--",
+        {"SetRIFFSize", w, 40, [](HANDLE h) { return riff_SetRIFFSize(h, 1234); }, "-WW--",
          unchanged_unless_seek},
-    };
-    for (const FaultCase& c : cases) sweep(c);
-}
-
-TEST(RiffFaults, WriteFileIdLetsOnlyTheFormTypeDecide) {
-    struct Case {
-        unsigned failing_write;
-        HRESULT expected;
-        Bytes contents;
-    } cases[] = {
-        {1, S_OK, text("WAVE")},  // no id, so no size either; the form type still goes out
-        {2, S_OK, text("RIFFWAVE")},
-        {3, QZE_FILE_WRITE, text("RIFF") + le32(20)},
-    };
-    for (const Case& c : cases) {
-        TempFile f({});
-        FaultPlan plan;
-        plan.fail(FaultOp::Write, c.failing_write);
-        EXPECT_EQ(riff_WriteFileID(f.handle(), cc("WAVE"), 20), c.expected);
-        EXPECT_EQ(f.contents(), c.contents) << c.failing_write;
-    }
-}
-
-TEST(RiffFaults, SizeUpdatesAndDeletesReportTheFailingStep) {
-    const Bytes w = wave();
-    const FaultCase cases[] = {
         {"UpdateRIFFSize", w, 50, [](HANDLE h) { return riff_UpdateRIFFSize(h, -4); }, "RWB--",
          unchanged_unless_seek},
         // Past the limit the cut-back is the only change, and only when it works.
@@ -196,9 +156,31 @@ TEST(RiffFaults, SizeUpdatesAndDeletesReportTheFailingStep) {
              const Bytes now = f.contents();
              EXPECT_TRUE(now == original || (op == FaultOp::Seek && now == w));
          }},
+        // A failed cut leaves the moved file, with its lowered size, and the old
+        // last bytes behind it.
         {"DeleteChunk", w + pattern(5000), 0,
          [](HANDLE h) { return riff_DeleteChunk(h, cc("odd "), nullptr, FALSE); }, "RWBW-",
-         nullptr},
+         [](const TempFile& f, const Bytes& original, FaultOp op) {
+             const Bytes moved =
+                 wave(false) + pattern(5000) + Bytes(original.end() - 14, original.end());
+             EXPECT_TRUE(op != FaultOp::Truncate || f.contents() == moved);
+         }},
     };
     for (const FaultCase& c : cases) sweep(c);
+}
+
+TEST(RiffFaults, WriteFileIdLetsOnlyTheFormTypeDecide) {
+    // The write that fails, the result, what reached the file.
+    const std::tuple<unsigned, HRESULT, Bytes> cases[] = {
+        {1, S_OK, text("WAVE")},  // no id, so no size either; the form type still goes out
+        {2, S_OK, text("RIFFWAVE")},
+        {3, QZE_FILE_WRITE, text("RIFF") + le32(20)},
+    };
+    for (const auto& [failing_write, expected, contents] : cases) {
+        TempFile f({});
+        FaultPlan plan;
+        plan.fail(FaultOp::Write, failing_write);
+        EXPECT_EQ(riff_WriteFileID(f.handle(), cc("WAVE"), 20), expected);
+        EXPECT_EQ(f.contents(), contents) << failing_write;
+    }
 }

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -93,10 +92,6 @@ void TempFile::seek(uint64_t position) const {
     LARGE_INTEGER to{};
     to.QuadPart = LONGLONG(position);
     SetFilePointerEx(handle_, to, nullptr, FILE_BEGIN);
-}
-
-uint64_t TempFile::size() const {
-    return std::filesystem::file_size(path_);
 }
 
 std::string run_tool(const std::string& command, int* status) {

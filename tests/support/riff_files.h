@@ -50,7 +50,6 @@ public:
     Bytes contents() const { return read_file(path_); }
     uint64_t position() const;
     void seek(uint64_t position) const;
-    uint64_t size() const;
 
 private:
     TempDir dir_;
