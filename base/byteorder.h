@@ -81,11 +81,17 @@ inline uint16_t load16(const void* p, ByteOrder order) {
 inline uint32_t load32(const void* p, ByteOrder order) {
     return order == ByteOrder::Little ? load_le32(p) : load_be32(p);
 }
+inline uint64_t load64(const void* p, ByteOrder order) {
+    return order == ByteOrder::Little ? load_le64(p) : load_be64(p);
+}
 inline void store16(void* p, uint16_t v, ByteOrder order) {
     order == ByteOrder::Little ? store_le16(p, v) : store_be16(p, v);
 }
 inline void store32(void* p, uint32_t v, ByteOrder order) {
     order == ByteOrder::Little ? store_le32(p, v) : store_be32(p, v);
+}
+inline void store64(void* p, uint64_t v, ByteOrder order) {
+    order == ByteOrder::Little ? store_le64(p, v) : store_be64(p, v);
 }
 
 /*

@@ -10,7 +10,8 @@ namespace {
 HRESULT write_typed_header(_tMRIFF* m, DWORD id, DWORD type, DWORD size) {
     if (!m) return E_POINTER;
     const HRESULT hr = mriff_WriteChunkHeader(m, id, size);
-    const bool type_fits = MemorySource(*m).write_u32(type);
+    MemorySource image(*m);
+    const bool type_fits = write_word(image, type);
     return SUCCEEDED(hr) && type_fits ? S_OK : QZE_FILE_WRITE;
 }
 
@@ -19,8 +20,8 @@ HRESULT write_typed_header(_tMRIFF* m, DWORD id, DWORD type, DWORD size) {
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL mriff_WriteChunkHeader(_tMRIFF* m, DWORD id, DWORD size) {
     if (!m) return E_POINTER;
     MemorySource image(*m);
-    const bool id_fits = image.write_u32(id);
-    const bool size_fits = image.write_u32(size);
+    const bool id_fits = write_word(image, id);
+    const bool size_fits = write_word(image, size);
     return id_fits && size_fits ? S_OK : QZE_FILE_WRITE;
 }
 

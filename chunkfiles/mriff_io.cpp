@@ -44,12 +44,6 @@ DWORD MemorySource::write_some(const void* data, DWORD count) {
     return n;
 }
 
-bool MemorySource::write_u32(DWORD value) {
-    unsigned char bytes[4];
-    base::store_le32(bytes, value);
-    return write(bytes, sizeof bytes);
-}
-
 _tMRIFF read_cursor(LPCVOID base, DWORD size) {
     BYTE* bytes = static_cast<BYTE*>(const_cast<LPVOID>(base));
     _tMRIFF m{};
@@ -63,7 +57,7 @@ _tMRIFF read_cursor(LPCVOID base, DWORD size) {
 }
 
 HRESULT read_file_header(MemorySource& image, DWORD* riff_size, DWORD* form_type) {
-    const chunks::FileHeader header = chunks::read_file_header<chunks::RiffLayout>(image);
+    const auto header = chunks::read_file_header<chunks::RiffLayout>(image);
     if (header.arrived < 8 || header.id != kRiffId) {
         if (header.arrived > 8) image.skip(int64_t(8) - int64_t(header.arrived));
         return QZE_NO_RIFF_HEADER;

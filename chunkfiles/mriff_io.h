@@ -2,7 +2,8 @@
  * mriff_io.h - the memory image as the mriff_ family uses it.
  *
  * MemorySource wraps a caller's cursor with the moves the family needs and
- * is the source the shared chunk walk reads through. Every access goes
+ * is the source the shared chunk walk reads through; like the file source
+ * it moves bytes only, and the layouts encode the fields. Every access goes
  * through its offsets: a move is clamped into 0 .. data size, a read
  * copies at most up to the data end, a write at most up to the capacity
  * end. Before anything else it puts the cursor itself in order (capacity
@@ -57,7 +58,6 @@ public:
     /* Copies up to `count` bytes to the position, moving the data end up. */
     DWORD write_some(const void* data, DWORD count);
     bool write(const void* data, DWORD count) { return write_some(data, count) == count; }
-    bool write_u32(DWORD value);
 
     /* The chunk walk's source interface; moves are clamped and never fail. */
     bool read(void* buffer, DWORD count) { return read_some(buffer, count) == count; }
@@ -65,12 +65,12 @@ public:
         move_to(int64_t(offset()) + delta);
         return true;
     }
-    bool tell(DWORD* position) {
+    bool tell(uint64_t* position) {
         *position = offset();
         return true;
     }
-    bool seek_to(DWORD position) {
-        move_to(position);
+    bool seek_to(uint64_t position) {
+        move_to(position > uint64_t(INT64_MAX) ? INT64_MAX : int64_t(position));
         return true;
     }
 
@@ -81,6 +81,11 @@ private:
 };
 
 static_assert(chunks::ChunkSource<MemorySource>);
+
+/* One little-endian 32-bit field written as far as it fits: an id, a type or a size. */
+inline bool write_word(MemorySource& image, DWORD value) {
+    return chunks::write_id<chunks::RiffLayout>(image, value);
+}
 
 /* A cursor over `size` bytes at `base`, for reading; position at the base. */
 _tMRIFF read_cursor(LPCVOID base, DWORD size);

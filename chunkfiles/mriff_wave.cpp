@@ -89,10 +89,11 @@ QZ_API HRESULT QZ_STDCALL mriff_WriteWaveHeader(_tMRIFF* m, const WAVEFORMATEX* 
     const DWORD riff_size = riff_size_for(body_size, dataSize, extraSize);
 
     HRESULT hr = mriff_WriteChunkHeader(m, kRiffId, riff_size);
-    if (SUCCEEDED(hr) && !MemorySource(*m).write_u32(kWaveForm)) hr = QZE_FILE_WRITE;
+    MemorySource image(*m);
+    if (SUCCEEDED(hr) && !write_word(image, kWaveForm)) hr = QZE_FILE_WRITE;
     const HRESULT fmt = mriff_WriteChunkHeader(m, kFmtId, body_size);
     if (SUCCEEDED(hr)) hr = fmt;
-    if (!MemorySource(*m).write(body, body_size) && SUCCEEDED(hr)) hr = QZE_FILE_WRITE;
+    if (!image.write(body, body_size) && SUCCEEDED(hr)) hr = QZE_FILE_WRITE;
     // The caller writes the samples after this header and knows how far
     // its buffer reaches; the data header's own fit is not reported.
     mriff_WriteChunkHeader(m, kDataId, dataSize);

@@ -16,14 +16,15 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_SeekDataStart(HANDLE file) {
 }
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_SaveLocation(HANDLE file, DWORD* position) {
-    DWORD at = 0;
+    // This family's offsets are 32-bit: the position's low word.
+    uint64_t at = 0;
     FileSource(file).tell(&at);
-    if (position) *position = at;
+    if (position) *position = DWORD(at);
     return S_OK;
 }
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_RestoreLocation(HANDLE file, DWORD position) {
-    FileSource(file).seek_to(position);
+    FileSource(file).seek_to(uint64_t(position));
     return S_OK;
 }
 

@@ -53,29 +53,6 @@ HRESULT locate(FileSource& file, DWORD id_or_type, bool is_list, Span* span) {
     return S_OK;
 }
 
-/*
- * Copies everything after the span down over it, one block at a time:
- * read behind the span, write at the gap, until a block comes back short.
- * *end becomes the new end of the data.
- */
-HRESULT move_tail(FileSource& file, const Span& span, uint64_t* end) {
-    unsigned char block[kMoveBlockBytes];
-    uint64_t read_at = span.start + span.length;
-    uint64_t write_at = span.start;
-    DWORD got = 0;
-    if (!file.seek_to(read_at) || !file.read_some(block, sizeof block, &got)) return QZE_FILE_READ;
-    for (;;) {
-        read_at += got;
-        if (!file.seek_to(write_at) || !file.write(block, got)) return QZE_FILE_WRITE;
-        write_at += got;
-        if (got < sizeof block) break;
-        if (!file.seek_to(read_at) || !file.read_some(block, sizeof block, &got))
-            return QZE_FILE_READ;
-    }
-    *end = write_at;
-    return S_OK;
-}
-
 }  // namespace
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_DeleteChunk(HANDLE file, DWORD id_or_type,
@@ -86,7 +63,8 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_DeleteChunk(HANDLE file, DWORD id_or_
     HRESULT hr = locate(source, id_or_type, is_list != FALSE, &span);
     if (FAILED(hr)) return hr;
     uint64_t end = 0;
-    hr = move_tail(source, span, &end);
+    unsigned char block[kMoveBlockBytes];
+    hr = qz::chunks::close_gap(source, span.start, span.length, block, sizeof block, &end);
     if (FAILED(hr)) return hr;
     // A cut that fails leaves a copy of the tail's last bytes behind the
     // data; lowering the RIFF size anyway keeps the file a valid RIFF with
@@ -96,7 +74,7 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_DeleteChunk(HANDLE file, DWORD id_or_
     // size cannot fall below zero.
     const DWORD new_size = span.riff_size - DWORD(span.length);
     const bool resized = source.seek_to(uint64_t(kRiffSizeOffset)) &&
-                         source.write_u32(new_size) && source.seek_to(end);
+                         write_word(source, new_size) && source.seek_to(end);
     if (removed) *removed = DWORD(span.length);
     return cut && resized ? S_OK : QZE_FILE_WRITE;
 }

@@ -9,7 +9,7 @@ HRESULT read_file_header(FileSource& file, DWORD* riff_size, DWORD* form_type) {
     // reading the id first and stopping when it is not "RIFF": a file that
     // is not RIFF is told apart from one cut short, and is left just after
     // its first four bytes.
-    const chunks::FileHeader header = chunks::read_file_header<chunks::RiffLayout>(file);
+    const auto header = chunks::read_file_header<chunks::RiffLayout>(file);
     if (header.arrived < 4) return QZE_FILE_READ;
     if (header.id != kRiffId) {
         file.skip(int64_t(4) - int64_t(header.arrived));
@@ -92,22 +92,22 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_WriteListHeader(HANDLE file, DWORD li
     FileSource sink(file);
     const HRESULT hr = write_chunk_header(sink, kListId, size);
     if (FAILED(hr)) return hr;
-    return sink.write_u32(list_type) ? S_OK : QZE_FILE_WRITE;
+    return write_word(sink, list_type) ? S_OK : QZE_FILE_WRITE;
 }
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_WriteFileID(HANDLE file, DWORD form_type, DWORD size) {
     FileSource sink(file);
     // Only the form type's write decides the result; writers that patch the
     // size later with riff_SetRIFFSize have long relied on this leniency.
-    if (sink.write_u32(kRiffId)) sink.write_u32(size);
-    return sink.write_u32(form_type) ? S_OK : QZE_FILE_WRITE;
+    if (write_word(sink, kRiffId)) write_word(sink, size);
+    return write_word(sink, form_type) ? S_OK : QZE_FILE_WRITE;
 }
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_SetRIFFSize(HANDLE file, DWORD size) {
     FileSource sink(file);
     uint64_t position = 0;
     if (!sink.tell(&position)) return QZE_FILE_WRITE;
-    const bool written = sink.seek_to(uint64_t(kRiffSizeOffset)) && sink.write_u32(size);
+    const bool written = sink.seek_to(uint64_t(kRiffSizeOffset)) && write_word(sink, size);
     const bool restored = sink.seek_to(position);
     return written && restored ? S_OK : QZE_FILE_WRITE;
 }
@@ -117,7 +117,7 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_UpdateRIFFSize(HANDLE file, LONGLONG 
     uint64_t position = 0;
     if (!sink.tell(&position)) return QZE_FILE_READ;
     DWORD old_size = 0;
-    if (!sink.seek_to(uint64_t(kRiffSizeOffset)) || !sink.read_u32(&old_size)) {
+    if (!sink.seek_to(uint64_t(kRiffSizeOffset)) || !read_word(sink, &old_size)) {
         sink.seek_to(position);
         return QZE_FILE_READ;
     }
@@ -128,7 +128,7 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_UpdateRIFFSize(HANDLE file, LONGLONG 
     } else {
         // A sum below zero is written as its low 32 bits, as it always was.
         const auto new_size = DWORD(uint64_t(int64_t(old_size) + delta));
-        if (!sink.seek_to(uint64_t(kRiffSizeOffset)) || !sink.write_u32(new_size))
+        if (!sink.seek_to(uint64_t(kRiffSizeOffset)) || !write_word(sink, new_size))
             hr = QZE_FILE_WRITE;
     }
     if (!sink.seek_to(position) && SUCCEEDED(hr)) hr = QZE_FILE_WRITE;
