@@ -11,32 +11,30 @@
 // mistaken for an address the allocator returned nor name a later block
 // that reuses the slot: a double free of a moveable handle is detected.
 //
-// Callers such as the XML tree make millions of small blocks, so the table
-// is built for that: slots live in one array with a free list, and
-// addresses are found through an open-addressing hash of address to slot.
-// Each block costs a slot, a hash entry and the allocator's own block.
+// The blocks themselves live in a block store (block_store.h), which finds
+// them by address without touching memory it did not hand out.
 #include <algorithm>
 #include <cstdint>
 #include <mutex>
 #include <new>
 #include <vector>
 
-#include "platform/posix/address_index.h"
+#include "platform/posix/block_store.h"
 #include "platform/posix/fault_plan.h"
-#include "platform/posix/sized_block.h"
 #include "platform/posix/win32_internal.h"
 
 namespace qz::posix {
 
 namespace {
 
-struct GlobalBlock {
-    SizedBlock memory;
+struct GlobalExtra {
     uint32_t generation = 0; /* bumped when the slot is freed */
-    bool live = false;
     bool moveable = false;
     unsigned char locks = 0; /* only moveable blocks count locks */
 };
+
+using Store = BlockStore<GlobalExtra>;
+using GlobalBlock = Store::Slot;
 
 // A moveable handle: slot and generation, low bits 100.
 constexpr unsigned kSlotBits = sizeof(uintptr_t) == 8 ? 32 : 20;
@@ -45,60 +43,41 @@ constexpr uintptr_t kGenerationMask = (uintptr_t(1) << (sizeof(uintptr_t) * 8 - 
 
 struct GlobalTable {
     std::mutex lock;
-    std::vector<GlobalBlock> slots;
-    std::vector<uint32_t> free_slots;
-    AddressIndex by_address;
+    Store blocks;
 
     static HGLOBAL moveable_handle(uint32_t slot, uint32_t generation) {
         const uintptr_t g = uintptr_t(generation) & kGenerationMask;
         return reinterpret_cast<HGLOBAL>((((g << kSlotBits) | slot) << 3) | 4u);
     }
 
-    // The live block a handle names, or null.
-    GlobalBlock* find(HGLOBAL handle) {
+    // The live block a handle names, with its slot, or null.
+    GlobalBlock* find(HGLOBAL handle, uint32_t* slot_out = nullptr) {
         const uintptr_t value = reinterpret_cast<uintptr_t>(handle);
+        uint32_t slot = Store::kNone;
         if ((value & 7u) == 4u) {
-            const uintptr_t slot = (value >> 3) & kSlotMask;
+            slot = uint32_t((value >> 3) & kSlotMask);
             const uintptr_t generation = (value >> (3 + kSlotBits)) & kGenerationMask;
-            if (slot >= slots.size()) return nullptr;
-            GlobalBlock& b = slots[slot];
-            if (!b.live || !b.moveable || (b.generation & kGenerationMask) != generation)
-                return nullptr;
-            return &b;
+            if (!blocks.live(slot)) return nullptr;
+            const GlobalExtra& e = blocks.at(slot).extra;
+            if (!e.moveable || (e.generation & kGenerationMask) != generation) return nullptr;
+        } else {
+            slot = blocks.find(handle);
+            if (slot == Store::kNone || blocks.at(slot).extra.moveable) return nullptr;
         }
-        const uint32_t slot = by_address.find(handle);
-        if (slot == AddressIndex::kNone || slots[slot].moveable) return nullptr;
-        return &slots[slot];
+        if (slot_out) *slot_out = slot;
+        return &blocks.at(slot);
     }
 
-    uint32_t slot_of(const GlobalBlock* b) const { return uint32_t(b - slots.data()); }
-
-    HGLOBAL handle_of(const GlobalBlock* b) const {
-        return b->moveable ? moveable_handle(slot_of(b), b->generation) : b->memory.data;
+    HGLOBAL handle_of(uint32_t slot) {
+        const GlobalBlock& b = blocks.at(slot);
+        return b.extra.moveable ? moveable_handle(slot, b.extra.generation) : b.memory.data;
     }
 
-    // A free slot; throws std::bad_alloc.
-    uint32_t take_slot() {
-        if (!free_slots.empty()) {
-            const uint32_t slot = free_slots.back();
-            free_slots.pop_back();
-            return slot;
-        }
-        if (slots.size() > kSlotMask) throw std::bad_alloc();
-        // Room for every slot on the free list, so release never throws;
-        // grown geometrically like the slots themselves.
-        if (free_slots.capacity() < slots.size() + 1)
-            free_slots.reserve(std::max<size_t>(1024, 2 * (slots.size() + 1)));
-        slots.emplace_back();
-        return uint32_t(slots.size() - 1);
-    }
-
-    void release(GlobalBlock* b) {
-        b->live = false;
-        b->locks = 0;
-        ++b->generation;
-        b->memory = SizedBlock{};
-        free_slots.push_back(slot_of(b));
+    void release(uint32_t slot) {
+        GlobalExtra& e = blocks.at(slot).extra;
+        e.locks = 0;
+        ++e.generation;
+        blocks.release(slot);
     }
 };
 
@@ -123,10 +102,11 @@ HGLOBAL fail(DWORD error) {
 
 // GMEM_MODIFY: only the flags change. Making a fixed block moveable gives
 // it a handle of its own; the address stays.
-HGLOBAL modify_flags(GlobalTable& t, HGLOBAL handle, GlobalBlock& block, UINT flags) {
-    if (!(flags & GMEM_MOVEABLE) || block.moveable) return handle;
-    block.moveable = true;
-    return t.handle_of(&block);
+HGLOBAL modify_flags(GlobalTable& t, HGLOBAL handle, uint32_t slot, UINT flags) {
+    GlobalExtra& e = t.blocks.at(slot).extra;
+    if (!(flags & GMEM_MOVEABLE) || e.moveable) return handle;
+    e.moveable = true;
+    return t.handle_of(slot);
 }
 
 }  // namespace
@@ -137,27 +117,19 @@ using namespace qz::posix;
 
 QZ_EXTERN_C HGLOBAL GlobalAlloc(UINT flags, SIZE_T bytes) {
     if (alloc_fault()) return nullptr;
-    SizedBlock memory;
-    if (!allocate_block(memory, bytes, (flags & GMEM_ZEROINIT) != 0)) {
-        return fail(ERROR_NOT_ENOUGH_MEMORY);
-    }
     GlobalTable& t = table();
     std::lock_guard<std::mutex> guard(t.lock);
-    uint32_t slot = 0;
-    try {
-        slot = t.take_slot();
-        t.by_address.insert(memory.data, slot);
-    } catch (const std::bad_alloc&) {
-        if (slot < t.slots.size() && !t.slots[slot].live) t.free_slots.push_back(slot);
-        free_block(memory);
+    const uint32_t slot = t.blocks.allocate(bytes, (flags & GMEM_ZEROINIT) != 0);
+    if (slot == Store::kNone) return fail(ERROR_NOT_ENOUGH_MEMORY);
+    if (slot > kSlotMask) {
+        // Beyond what a moveable handle can name.
+        t.release(slot);
         return fail(ERROR_NOT_ENOUGH_MEMORY);
     }
-    GlobalBlock& block = t.slots[slot];
-    block.memory = memory;
-    block.live = true;
-    block.moveable = (flags & GMEM_MOVEABLE) != 0;
-    block.locks = 0;
-    return t.handle_of(&block);
+    GlobalExtra& e = t.blocks.at(slot).extra;
+    e.moveable = (flags & GMEM_MOVEABLE) != 0;
+    e.locks = 0;
+    return t.handle_of(slot);
 }
 
 QZ_EXTERN_C LPVOID GlobalLock(HGLOBAL memory) {
@@ -166,7 +138,7 @@ QZ_EXTERN_C LPVOID GlobalLock(HGLOBAL memory) {
     GlobalBlock* block = t.find(memory);
     if (!block) return fail(ERROR_INVALID_HANDLE);
     // The count saturates like the Windows one, which a byte holds.
-    if (block->moveable && block->locks < 0xFF) ++block->locks;
+    if (block->extra.moveable && block->extra.locks < 0xFF) ++block->extra.locks;
     return block->memory.data;
 }
 
@@ -178,15 +150,16 @@ QZ_EXTERN_C BOOL GlobalUnlock(HGLOBAL memory) {
         SetLastError(ERROR_INVALID_HANDLE);
         return FALSE;
     }
+    GlobalExtra& e = block->extra;
     // Fixed blocks have no lock count; unlocking one is harmless.
-    if (!block->moveable) return TRUE;
-    if (block->locks == 0) {
+    if (!e.moveable) return TRUE;
+    if (e.locks == 0) {
         SetLastError(ERROR_NOT_LOCKED);
         return FALSE;
     }
     // Reaching zero is reported as FALSE with NO_ERROR, so callers that
     // check the result can tell "now unlocked" from a failure.
-    if (--block->locks == 0) {
+    if (--e.locks == 0) {
         SetLastError(NO_ERROR);
         return FALSE;
     }
@@ -196,8 +169,8 @@ QZ_EXTERN_C BOOL GlobalUnlock(HGLOBAL memory) {
 QZ_EXTERN_C HGLOBAL GlobalHandle(LPCVOID address) {
     GlobalTable& t = table();
     std::lock_guard<std::mutex> guard(t.lock);
-    const uint32_t slot = t.by_address.find(address);
-    if (slot != AddressIndex::kNone) return t.handle_of(&t.slots[slot]);
+    const uint32_t slot = t.blocks.find(address);
+    if (slot != Store::kNone) return t.handle_of(slot);
     // A moveable handle names itself.
     HGLOBAL as_handle = const_cast<LPVOID>(address);
     if (t.find(as_handle)) return as_handle;
@@ -219,50 +192,29 @@ QZ_EXTERN_C HGLOBAL GlobalReAlloc(HGLOBAL memory, SIZE_T bytes, UINT flags) {
     if (alloc_fault()) return nullptr;
     GlobalTable& t = table();
     std::lock_guard<std::mutex> guard(t.lock);
-    GlobalBlock* block = t.find(memory);
+    uint32_t slot = Store::kNone;
+    GlobalBlock* block = t.find(memory, &slot);
     if (!block) return fail(ERROR_INVALID_HANDLE);
-    if (flags & GMEM_MODIFY) return modify_flags(t, memory, *block, flags);
+    if (flags & GMEM_MODIFY) return modify_flags(t, memory, slot, flags);
 
     // A fixed block, or a locked moveable one, has callers holding its
     // address: it may only move when the caller says so with GMEM_MOVEABLE.
-    const bool may_move = (flags & GMEM_MOVEABLE) || (block->moveable && block->locks == 0);
-    const void* old_address = block->memory.data;
-    SizedBlock resized = block->memory;
-    if (!resize_block(resized, bytes, (flags & GMEM_ZEROINIT) != 0, may_move)) {
+    const bool may_move =
+        (flags & GMEM_MOVEABLE) || (block->extra.moveable && block->extra.locks == 0);
+    if (!t.blocks.resize(slot, bytes, (flags & GMEM_ZEROINIT) != 0, may_move))
         return fail(ERROR_NOT_ENOUGH_MEMORY);
-    }
-    if (resized.data != old_address) {
-        // Re-key before committing, so a failure leaves the table right:
-        // the old storage is gone, but the block is still found under its
-        // new address.
-        const uint32_t slot = t.slot_of(block);
-        t.by_address.erase(old_address);
-        try {
-            t.by_address.insert(resized.data, slot);
-        } catch (const std::bad_alloc&) {
-            // The index shrank by one entry above, so this insert cannot grow it.
-        }
-        block = &t.slots[slot];
-    }
-    block->memory = resized;
-    return t.handle_of(block);
+    return t.handle_of(slot);
 }
 
 QZ_EXTERN_C HGLOBAL GlobalFree(HGLOBAL memory) {
     if (!memory) return nullptr;
-    SizedBlock released;
-    {
-        GlobalTable& t = table();
-        std::lock_guard<std::mutex> guard(t.lock);
-        GlobalBlock* block = t.find(memory);
-        if (!block) {
-            SetLastError(ERROR_INVALID_HANDLE);
-            return memory;
-        }
-        released = block->memory;
-        t.by_address.erase(released.data);
-        t.release(block);
+    GlobalTable& t = table();
+    std::lock_guard<std::mutex> guard(t.lock);
+    uint32_t slot = Store::kNone;
+    if (!t.find(memory, &slot)) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return memory;
     }
-    free_block(released);
+    t.release(slot);
     return nullptr;
 }

@@ -1,8 +1,7 @@
 // Private heaps: HeapCreate and friends.
 //
-// A heap is a handle object that records its blocks (in slots found by
-// address through an open-addressing index), so that HeapDestroy
-// can free every block still live and a pointer the heap did not hand out
+// A heap is a handle object that records its blocks in a block store
+// (block_store.h), so that HeapDestroy can free every block still live and a pointer the heap did not hand out
 // is refused (HeapFree FALSE, HeapSize (SIZE_T)-1, with
 // ERROR_INVALID_PARAMETER) instead of being passed to the allocator.
 #include <algorithm>
@@ -10,10 +9,9 @@
 #include <new>
 #include <vector>
 
-#include "platform/posix/address_index.h"
+#include "platform/posix/block_store.h"
 #include "platform/posix/fault_plan.h"
 #include "platform/posix/handles.h"
-#include "platform/posix/sized_block.h"
 
 namespace qz::posix {
 
@@ -34,81 +32,49 @@ public:
 
     void release_all() {
         std::lock_guard<std::mutex> guard(lock_);
-        for (SizedBlock& block : slots_)
-            if (block.data) free_block(block);
-        slots_.clear();
-        free_slots_.clear();
-        index_ = AddressIndex();
+        blocks_.release_all();
         in_use_ = 0;
     }
 
     LPVOID allocate(SIZE_T bytes, bool zero) {
         std::lock_guard<std::mutex> guard(lock_);
         if (!fits(0, bytes)) return out_of_memory();
-        SizedBlock block;
-        if (!allocate_block(block, bytes, zero)) return out_of_memory();
-        try {
-            const uint32_t slot = take_slot();
-            try {
-                index_.insert(block.data, slot);
-            } catch (const std::bad_alloc&) {
-                free_slots_.push_back(slot);
-                throw;
-            }
-            slots_[slot] = block;
-        } catch (const std::bad_alloc&) {
-            free_block(block);
-            return out_of_memory();
-        }
+        const uint32_t slot = blocks_.allocate(bytes, zero);
+        if (slot == Store::kNone) return out_of_memory();
         in_use_ += bytes;
-        return block.data;
+        return blocks_.at(slot).memory.data;
     }
 
     LPVOID reallocate(LPVOID memory, SIZE_T bytes, bool zero, bool may_move) {
         std::lock_guard<std::mutex> guard(lock_);
-        const uint32_t slot = index_.find(memory);
-        if (slot == AddressIndex::kNone) return not_ours();
-        SizedBlock& block = slots_[slot];
-        const SIZE_T old_size = block.size;
+        const uint32_t slot = blocks_.find(memory);
+        if (slot == Store::kNone) return not_ours();
+        const SIZE_T old_size = blocks_.at(slot).memory.size;
         if (!fits(old_size, bytes)) return out_of_memory();
-        if (!resize_block(block, bytes, zero, may_move)) return out_of_memory();
+        if (!blocks_.resize(slot, bytes, zero, may_move)) return out_of_memory();
         in_use_ = in_use_ - old_size + bytes;
-        LPVOID data = block.data;
-        if (data != memory) {
-            // One entry out, one in: the index never grows here, so a moved
-            // block is never lost.
-            index_.erase(memory);
-            index_.insert(data, slot);
-        }
-        return data;
+        return blocks_.at(slot).memory.data;
     }
 
     SIZE_T size(LPCVOID memory) {
         std::lock_guard<std::mutex> guard(lock_);
-        const uint32_t slot = index_.find(memory);
-        if (slot == AddressIndex::kNone) {
+        const uint32_t slot = blocks_.find(memory);
+        if (slot == Store::kNone) {
             not_ours();
             return kHeapSizeFailed;
         }
-        return slots_[slot].size;
+        return blocks_.at(slot).memory.size;
     }
 
     bool release(LPVOID memory) {
-        SizedBlock block;
-        {
-            std::lock_guard<std::mutex> guard(lock_);
-            const uint32_t slot = index_.find(memory);
-            if (slot == AddressIndex::kNone) {
-                not_ours();
-                return false;
-            }
-            block = slots_[slot];
-            slots_[slot] = SizedBlock{};
-            index_.erase(memory);
-            free_slots_.push_back(slot);  // room reserved when the slot was made
-            in_use_ -= block.size;
+        std::lock_guard<std::mutex> guard(lock_);
+        const uint32_t slot = blocks_.find(memory);
+        if (slot == Store::kNone) {
+            not_ours();
+            return false;
         }
-        free_block(block);
+        in_use_ -= blocks_.at(slot).memory.size;
+        blocks_.release(slot);
         return true;
     }
 
@@ -130,27 +96,11 @@ private:
         return nullptr;
     }
 
-    // A free slot; throws std::bad_alloc.
-    uint32_t take_slot() {
-        if (!free_slots_.empty()) {
-            const uint32_t slot = free_slots_.back();
-            free_slots_.pop_back();
-            return slot;
-        }
-        if (slots_.size() >= AddressIndex::kNone) throw std::bad_alloc();
-        // Room for every slot on the free list, so release never throws.
-        if (free_slots_.capacity() < slots_.size() + 1)
-            free_slots_.reserve(std::max<size_t>(1024, 2 * (slots_.size() + 1)));
-        slots_.emplace_back();
-        return uint32_t(slots_.size() - 1);
-    }
+    struct NoExtra {};
+    using Store = BlockStore<NoExtra>;
 
     std::mutex lock_;
-    // Blocks live in slots (a free data pointer marks an unused one) and
-    // are found by address through the index.
-    std::vector<SizedBlock> slots_;
-    std::vector<uint32_t> free_slots_;
-    AddressIndex index_;
+    Store blocks_;
     const SIZE_T maximum_;
     SIZE_T in_use_ = 0;
 };

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <vector>
 
 #include "platform/posix/fault_plan.h"
 #include "platform/win32api.h"
@@ -52,6 +53,43 @@ TEST(Heap, ReAllocZeroesGrowthAndInPlaceOnlyNeverMoves) {
     EXPECT_TRUE(all_bytes(q, 8, 1 << 20, 0));
     EXPECT_TRUE(HeapFree(heap, 0, q));
     HeapDestroy(heap);
+}
+
+// Blocks of up to 256 bytes share slabs by size class; growth walks them
+// across the class edges and out of the slabs, keeping and zeroing bytes,
+// and a block's neighbours or insides are never taken for it.
+TEST(Heap, SmallBlocksGrowAcrossTheirClassesAndStayApart) {
+    HANDLE heap = HeapCreate(0, 0, 0);
+    std::vector<unsigned char*> blocks;
+    for (SIZE_T bytes : {1ul, 16ul, 17ul, 255ul, 256ul, 257ul}) {
+        auto* p = static_cast<unsigned char*>(HeapAlloc(heap, 0, bytes));
+        ASSERT_NE(p, nullptr);
+        std::memset(p, int(bytes), bytes);
+        blocks.push_back(p);
+    }
+    for (unsigned char*& p : blocks) {
+        const SIZE_T old = HeapSize(heap, 0, p);
+        EXPECT_EQ(HeapSize(heap, 0, p + 8), kHeapSizeFailed) << old;
+        for (SIZE_T grown = old + 7; grown < 600; grown += 61) {
+            // Twice: the second growth finds stale bytes in the room it grows into.
+            for (int pass = 0; pass < 2; ++pass) {
+                auto* q = static_cast<unsigned char*>(HeapReAlloc(heap, HEAP_ZERO_MEMORY, p, grown));
+                ASSERT_NE(q, nullptr);
+                EXPECT_TRUE(all_bytes(q, 0, old, (unsigned char)old)) << old << " to " << grown;
+                EXPECT_TRUE(all_bytes(q, old, grown, 0)) << old << " to " << grown;
+                std::memset(q + old, 0x5A, grown - old);
+                p = static_cast<unsigned char*>(HeapReAlloc(heap, 0, q, old));
+                ASSERT_NE(p, nullptr);
+            }
+        }
+    }
+    unsigned char* first = blocks.front();
+    EXPECT_TRUE(HeapFree(heap, 0, first));
+    EXPECT_EQ(HeapSize(heap, 0, first), kHeapSizeFailed);
+    EXPECT_FALSE(HeapFree(heap, 0, first));
+    for (unsigned char* p : std::vector<unsigned char*>(blocks.begin() + 1, blocks.end()))
+        EXPECT_TRUE(HeapFree(heap, 0, p));
+    EXPECT_TRUE(HeapDestroy(heap));
 }
 
 TEST(Heap, ForeignAndFreedPointersAreRefused) {
