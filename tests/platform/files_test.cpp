@@ -250,17 +250,6 @@ TEST(WriteFile, AppendOnlyHandlesWriteAtTheEndWhateverTheirPointer) {
     EXPECT_EQ(native_read(dir.file("f")), "Zbc1234");
 }
 
-TEST(WriteFile, FullDeviceIsDiskFull) {
-    HANDLE h =
-        CreateFileW(u"/dev/full", GENERIC_WRITE, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
-    if (h == INVALID_HANDLE_VALUE) GTEST_SKIP() << "this system has no /dev/full";
-    DWORD written = 99;
-    EXPECT_FALSE(WriteFile(h, "abc", 3, &written, nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_DISK_FULL));
-    EXPECT_EQ(written, 0u);
-    CloseHandle(h);
-}
-
 TEST(WriteFile, RunningOutOfRoomReportsThePartOnDisk) {
     // A file-size limit makes the system stop a write part way, as a full
     // disk does; the layer must report what did reach the file.
