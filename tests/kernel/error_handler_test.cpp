@@ -52,7 +52,7 @@ TEST(ErrorMessages, LicensingAndUnlistedCodesHaveNoText) {
         EXPECT_EQ(QzErrorHandler_GetHresultString(HRESULT(code)), nullptr) << std::hex << code;
 }
 
-TEST(ErrorContexts, IdentifiersGiveTheirSentenceOthersTheDefaultOrTheCallersText) {
+TEST(ErrorCompose, ContextSentenceTakesTheExtraTextThenTheMessage) {
     EXPECT_EQ(narrow(QzErrorHandler_GetContextString(QZERRCTX_RECORDER)),
               "An error occurred while communicating with the portable recorder \"%s\".");
     for (DWORD_PTR unknown : {DWORD_PTR(57), DWORD_PTR(0xFFFF)})
@@ -60,9 +60,6 @@ TEST(ErrorContexts, IdentifiersGiveTheirSentenceOthersTheDefaultOrTheCallersText
     // Values above the identifier range are the caller's own text.
     static const WCHAR own[] = QZTEXT("Mixing %s went wrong.");
     EXPECT_EQ(QzErrorHandler_GetContextString(reinterpret_cast<DWORD_PTR>(own)), own);
-}
-
-TEST(ErrorCompose, ContextSentenceTakesTheExtraTextThenTheMessage) {
     EXPECT_EQ(narrow(QzErrorHandler_GetErrorMessage(QZERRCTX_FILE_OPEN, QZE_NOT_FOUND,
                                                     QZTEXT("take 3.wav"))),
               "An error occurred while opening the file \"take 3.wav\".\n\nThe item was not "
@@ -123,15 +120,6 @@ TEST(ErrorCompose, ComposeErrorTextAppendsTheDetailsCode) {
     QzErrorHandler_DetailsInit();
 }
 
-TEST(ErrorBox, CancellationAndNullTextShowNothing) {
-    MessageBoxCapture capture(7);
-    EXPECT_EQ(
-        QzErrorHandler_MsgBox(nullptr, 0x30, QZERRCTX_FILE_OPEN, QZE_CANCELLED, QZTEXT("a.wav"), 0),
-        1);
-    EXPECT_EQ(QzErrorHandler_MsgBoxText(nullptr, 0, nullptr, 0), 0);
-    EXPECT_TRUE(capture.boxes().empty());
-}
-
 TEST(ErrorBox, BoxShowsMessageDetailsAndHyperlink) {
     QzErrorHandler_DetailsInit();
     ASSERT_EQ(
@@ -150,6 +138,11 @@ TEST(ErrorBox, BoxShowsMessageDetailsAndHyperlink) {
     EXPECT_EQ(QzErrorHandler_MsgBox(nullptr, 0x10, QZERRCTX_FILE_OPEN, QZE_FILE_OPEN,
                                     QZTEXT("a.wav"), QZERRMB_NODETAILS | QZERRMB_NOHYPERLINK),
               7);
+    // A cancellation and a null text show nothing.
+    EXPECT_EQ(
+        QzErrorHandler_MsgBox(nullptr, 0x30, QZERRCTX_FILE_OPEN, QZE_CANCELLED, QZTEXT("a.wav"), 0),
+        1);
+    EXPECT_EQ(QzErrorHandler_MsgBoxText(nullptr, 0, nullptr, 0), 0);
     ASSERT_EQ(capture.boxes().size(), 2u);
     EXPECT_EQ(narrow(capture.boxes()[0].text),
               narrow(message) +
@@ -162,12 +155,9 @@ TEST(ErrorBox, BoxShowsMessageDetailsAndHyperlink) {
 }
 
 // Registration tests last: the registry lives for the process.
-const QzLocalText<1> kAppNotFound = qz::errors::english(QZTEXT("Not in the app's library."));
-const QzLocalText<1> kSecondNotFound = qz::errors::english(QZTEXT("Second table's text."));
 const QzLocalText<1> kAppOwnCode = qz::errors::english(QZTEXT("Loop has no tempo."));
 const QzLocalText<1> kRecorderFull = qz::errors::english(QZTEXT("The recorder's card is full."));
 constexpr HRESULT kAppCode = HRESULT(0xA0041001);
-constexpr HRESULT kBrokenCode = HRESULT(0xA0041002);
 
 TEST(ErrorTables, ResourceIdTablesResolveThroughTheirLanguage) {
     HQZLANG lang = nullptr;
@@ -184,18 +174,15 @@ TEST(ErrorTables, ResourceIdTablesResolveThroughTheirLanguage) {
               "\n\nThe portable recorder reported an error (E17D).");
 }
 
-TEST(ErrorTables, BadTablesAreRefusedWithoutRegistering) {
-    static const QZERROR_TABLE table[] = {{kAppCode, kAppOwnCode.record()}};
+TEST(ErrorTables, RegistrationStopsAt32WithResultOne) {
+    static QZERROR_TABLE tables[QZERROR_MAX_TABLES + 2][1];
     const int before = qz::errors::registered_table_count();
+    // Bad tables are refused without registering.
+    static const QZERROR_TABLE table[] = {{kAppCode, kAppOwnCode.record()}};
     EXPECT_EQ(QzErrorHandler_AddErrorTable(static_cast<const QZERROR_TABLE*>(nullptr), 1),
               E_POINTER);
     EXPECT_EQ(QzErrorHandler_AddErrorTable(table, 0), E_INVALIDARG);
     EXPECT_EQ(qz::errors::registered_table_count(), before);
-}
-
-TEST(ErrorTables, RegistrationStopsAt32WithResultOne) {
-    static QZERROR_TABLE tables[QZERROR_MAX_TABLES + 2][1];
-    const int before = qz::errors::registered_table_count();
     int accepted = 0;
     for (int i = 0; i < QZERROR_MAX_TABLES + 2; ++i) {
         tables[i][0] = {HRESULT(0xA0042000 + i), kAppOwnCode.record()};

@@ -13,12 +13,12 @@
 namespace {
 
 using qz::testing::append;
+using qz::testing::FaultOp;
+using qz::testing::FaultPlan;
 using qz::testing::fill;
 using qz::testing::tail_is_zero;
 using qz::testing::TestList;
 using qz::testing::values;
-using qz::testing::FaultOp;
-using qz::testing::FaultPlan;
 using V = std::vector<uint32_t>;
 
 constexpr DWORD kPtrSize = sizeof(void*);
@@ -47,16 +47,7 @@ TEST(ListCreate, RoundsItemSizeAndClampsStepAndInitialSlots) {
     }
 }
 
-TEST(ListCreate, RefusesBothKindsNullStorageAndNullOut) {
-    tQZLIST* list = reinterpret_cast<tQZLIST*>(0x1);
-    EXPECT_EQ(QzList_CreateExZ(&list, 4, 0, 0, QZLIST_VALUES | QZLIST_HEAPITEMS, 0, 0, 0), E_FAIL);
-    EXPECT_EQ(list, nullptr);
-    list = nullptr;
-    EXPECT_EQ(QzList_CreateExZ(&list, 4, 0, 0, QZLIST_INPLACE, 0, 0, 0), E_FAIL);
-    EXPECT_EQ(QzList_CreateExZ(nullptr, 4, 0, 0, 0, 0, 0, 0), E_POINTER);
-}
-
-TEST(ListCreate, InPlaceUsesAndKeepsTheCallersStorage) {
+TEST(ListCreate, InPlaceUsesTheCallersStorageAndBadRequestsAreRefused) {
     tQZLIST storage;
     std::memset(&storage, 0xAB, sizeof(storage));
     tQZLIST* list = &storage;
@@ -67,6 +58,12 @@ TEST(ListCreate, InPlaceUsesAndKeepsTheCallersStorage) {
     EXPECT_EQ(QzList_Destroy(list), S_OK);
     EXPECT_EQ(storage.signature, 0u);  // storage untouched otherwise and not freed
     EXPECT_FALSE(QzList_IsListFast(&storage));
+    // Both kinds of items, in-place storage not given, or no out pointer.
+    list = reinterpret_cast<tQZLIST*>(0x1);
+    EXPECT_EQ(QzList_CreateExZ(&list, 4, 0, 0, QZLIST_VALUES | QZLIST_HEAPITEMS, 0, 0, 0), E_FAIL);
+    EXPECT_EQ(list, nullptr);
+    EXPECT_EQ(QzList_CreateExZ(&list, 4, 0, 0, QZLIST_INPLACE, 0, 0, 0), E_FAIL);
+    EXPECT_EQ(QzList_CreateExZ(nullptr, 4, 0, 0, 0, 0, 0, 0), E_POINTER);
 }
 
 TEST(ListCreate, AllocationFailuresLeaveNothingBehind) {
@@ -85,23 +82,7 @@ TEST(ListCreate, AllocationFailuresLeaveNothingBehind) {
     }
 }
 
-TEST(ListInsert, IndexesOutsideTheItemsAppend) {
-    for (int index : {-1, 3, INT_MIN, INT_MAX}) {
-        TestList list(4, QZLIST_VALUES);
-        append(list.get(), {1, 2, 3});
-        const uint32_t v = 9;
-        ASSERT_EQ(QzList_InsertList(list.get(), index, &v, 1), S_OK);
-        EXPECT_EQ(values(list.get()), (V{1, 2, 3, 9})) << index;
-    }
-    TestList list(4, QZLIST_VALUES);
-    append(list.get(), {1, 2, 3});
-    const uint32_t two[] = {7, 8};
-    ASSERT_EQ(QzList_InsertList(list.get(), 0, two, 2), S_OK);
-    ASSERT_EQ(QzList_InsertList(list.get(), 3, two, 2), S_OK);
-    EXPECT_EQ(values(list.get()), (V{7, 8, 1, 7, 8, 2, 3}));
-}
-
-TEST(ListInsert, NegativeCountCopiesAndNullSourceNeedsThePendingItem) {
+TEST(ListInsert, IndexesNegativeCountsAndTheNullSourceOfThePendingItem) {
     TestList list(4, QZLIST_VALUES);
     const uint32_t three[] = {4, 5, 6};
     EXPECT_EQ(QzList_InsertList(list.get(), 0, three, -3), S_OK);
@@ -110,6 +91,12 @@ TEST(ListInsert, NegativeCountCopiesAndNullSourceNeedsThePendingItem) {
     EXPECT_EQ(QzList_InsertList(list.get(), 0, nullptr, -1), E_FAIL);  // nothing pending
     EXPECT_EQ(QzList_InsertList(list.get(), 0, three, 0), S_OK);
     EXPECT_EQ(list->count, 3);
+    // Indexes outside the items append; inside, the items go in front.
+    const uint32_t two[] = {7, 8};
+    for (int index : {3, INT_MIN, INT_MAX})
+        ASSERT_EQ(QzList_InsertList(list.get(), index, two, 1), S_OK);
+    ASSERT_EQ(QzList_InsertList(list.get(), 1, two, 2), S_OK);
+    EXPECT_EQ(values(list.get()), (V{4, 7, 8, 5, 6, 7, 7, 7}));
 
     TestList owner(0, QZLIST_HEAPITEMS | QZLIST_PRIVATEHEAP);
     void* block = HeapAlloc(owner->item_heap, HEAP_ZERO_MEMORY, 8);
