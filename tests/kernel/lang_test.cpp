@@ -8,16 +8,11 @@
 #include "kernel/lang.h"
 #include "qz/qzlang.h"
 #include "qz/qzresult.h"
+#include "tests/support/error_support.h"
 
 namespace {
 
-using WString = std::basic_string<WCHAR>;
-
-std::string qz_narrow(const WCHAR* text) {
-    std::string out;
-    for (; *text; ++text) out += char(*text);
-    return out;
-}
+using qz::testing::WString;
 
 // Opens an instance for one test and closes it afterwards.
 class LangInstance {
@@ -144,7 +139,7 @@ TEST(LangLoadString, FindsIdsNewestTableFirstAndExpands) {
     WCHAR buffer[32];
     auto load = [&](UINT id, int size) {
         const int n = QzLoadString(lang.get(), id, buffer, size);
-        return std::to_string(n) + ":" + qz_narrow(buffer);
+        return std::to_string(n) + ":" + qz::testing::narrow(buffer);
     };
     EXPECT_EQ(load(200, 32), "6:second");
     ASSERT_EQ(QzLang_SetLanguage(lang.get(), QZLANG_GERMAN), S_OK);

@@ -2,12 +2,9 @@
 // copies and concurrent writers.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <atomic>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <sstream>
 #include <string>
@@ -20,38 +17,21 @@
 namespace {
 
 namespace fs = std::filesystem;
+using qz::testing::native_exists;
+using qz::testing::native_read;
+using qz::testing::TempDir;
 using qz::testing::wide;
 using qz::testing::WString;
 
+// A log file in a fresh folder for each test.
 class LogFile : public ::testing::Test {
 protected:
-    void SetUp() override {
-        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-        dir_ =
-            fs::temp_directory_path() / ("qzlog_" + std::to_string(getpid()) + "_" + info->name());
-        fs::remove_all(dir_);
-        fs::create_directories(dir_);
-        path_ = dir_ / "app.log";
-        name_ = wide(path_.string());
-    }
-    void TearDown() override {
-        std::error_code ignored;
-        fs::permissions(dir_, fs::perms::owner_all, fs::perm_options::add, ignored);
-        fs::remove_all(dir_, ignored);
-    }
+    std::string contents() const { return native_read(path_); }
+    std::string previous() const { return native_read(path_ + ".previous"); }
 
-    static std::string read(const fs::path& path) {
-        std::ifstream in(path, std::ios::binary);
-        std::ostringstream text;
-        text << in.rdbuf();
-        return text.str();
-    }
-    std::string contents() const { return read(path_); }
-    std::string previous() const { return read(fs::path(path_.string() + ".previous")); }
-
-    fs::path dir_;
-    fs::path path_;
-    WString name_;
+    TempDir dir_;
+    const std::string path_ = dir_.file("app.log");
+    const WString name_ = wide(path_);
 };
 
 TEST_F(LogFile, InitRefusesBadArgumentsAndWritingNeedsIt) {
@@ -61,18 +41,18 @@ TEST_F(LogFile, InitRefusesBadArgumentsAndWritingNeedsIt) {
     EXPECT_EQ(log.Init(QZTEXT(""), QZLOG_ALL_LEVELS, -1, 0), E_INVALIDARG);
     EXPECT_EQ(log.Init(name_.c_str(), 0, -1, 0), E_INVALIDARG);
     // The ".previous" name must fit 260 characters with its zero.
-    const std::string stem = dir_.string() + "/";
+    const std::string stem = dir_.path() + "/";
     const std::string longest = stem + std::string(250 - stem.size(), 'n');
     EXPECT_EQ(log.Init(wide(longest + "n").c_str(), QZLOG_ALL_LEVELS, -1, 0), E_INVALIDARG);
-    EXPECT_FALSE(fs::exists(longest + "n"));
+    EXPECT_FALSE(native_exists(longest + "n"));
     EXPECT_EQ(log.Init(wide(longest).c_str(), QZLOG_ALL_LEVELS, -1, 0), S_OK);
     EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, nullptr), E_POINTER);
     EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("fits")), S_OK);
     log.Shutdown();
     EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("late")), QZE_INIT_FAILED);
-    EXPECT_EQ(read(longest), "fits\n");
+    EXPECT_EQ(native_read(longest), "fits\n");
     // A folder that cannot take the file leaves the log disabled.
-    const WString missing = wide((dir_ / "missing" / "app.log").string());
+    const WString missing = wide(dir_.file("missing/app.log"));
     EXPECT_EQ(log.Init(missing.c_str(), QZLOG_ALL_LEVELS, -1, 0), QZE_FILE_OPEN);
     EXPECT_EQ(log.Write(QZLOG_ERROR, nullptr, 0, QZTEXT("lost")), QZE_INIT_FAILED);
 }
@@ -156,7 +136,7 @@ TEST_F(LogFile, FileMovesToPreviousWhenItReachesTheLimit) {
     std::string first, second;
     for (int i = 0; i < 10; ++i) first += write(i);
     EXPECT_EQ(contents(), first);  // exactly at the limit: not moved yet
-    EXPECT_FALSE(fs::exists(path_.string() + ".previous"));
+    EXPECT_FALSE(native_exists(path_ + ".previous"));
     for (int i = 10; i < 20; ++i) second += write(i);
     EXPECT_EQ(previous(), first);
     const std::string last = write(20);
@@ -176,7 +156,7 @@ TEST_F(LogFile, WriteErrorsAndAFailedReopeningAreReported) {
     EXPECT_EQ(contents(), "kept\n");
     ASSERT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("more than ten bytes")), S_OK);
     // The folder goes away under the open file: the rotation cannot reopen.
-    fs::remove_all(dir_);
+    fs::remove_all(dir_.path());
     EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("x")), QZE_FILE_OPEN);
     EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("x")), QZE_INIT_FAILED);
 }
@@ -216,7 +196,7 @@ TEST_F(LogFile, TwoLogsOnOneFileKeepEveryLineOnceAndWhole) {
     // About 560 KB of lines in all: a limit of 320 KB rotates exactly once.
     for (int limit : {-1, 320 * 1024}) {
         fs::remove(path_);
-        fs::remove(path_.string() + ".previous");
+        fs::remove(path_ + ".previous");
         CLog original;
         ASSERT_EQ(original.Init(name_.c_str(), QZLOG_ALL_LEVELS, limit, QZLOG_SH_DENYNO), S_OK);
         CLog copy(original);
@@ -238,7 +218,7 @@ TEST_F(LogFile, TwoLogsOnOneFileKeepEveryLineOnceAndWhole) {
         EXPECT_EQ(failures.load(), 0);
 
         const std::string newer = contents();
-        const bool rotated = fs::exists(path_.string() + ".previous");
+        const bool rotated = native_exists(path_ + ".previous");
         EXPECT_EQ(rotated, limit > 0) << limit;
         const std::string older = rotated ? previous() : std::string();
         if (rotated) {

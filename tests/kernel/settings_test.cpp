@@ -1,45 +1,23 @@
 // The kernel's settings stores and their file-backed POSIX backend.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
 
 #include "kernel/settings.h"
+#include "tests/support/platform_testing.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using WString = std::basic_string<WCHAR>;
+using qz::testing::WString;
 
-WString test_wide(const std::string& text) {
-    return WString(text.begin(), text.end());
-}
 constexpr DWORD kVersion = 0x0A000086;
 
 // Points $XDG_CONFIG_HOME at a fresh folder for one test.
 class SettingsTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        const char* old = std::getenv("XDG_CONFIG_HOME");
-        had_old_ = old != nullptr;
-        if (had_old_) old_ = old;
-        folder_ = fs::temp_directory_path() /
-                  ("qz_settings_" + std::to_string(getpid()) + "_" +
-                   ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(folder_);
-        fs::create_directories(folder_);
-        setenv("XDG_CONFIG_HOME", folder_.c_str(), 1);
-    }
-    void TearDown() override {
-        if (had_old_)
-            setenv("XDG_CONFIG_HOME", old_.c_str(), 1);
-        else
-            unsetenv("XDG_CONFIG_HOME");
-        fs::remove_all(folder_);
-    }
     HQZMETRIC open(LPCWSTR product = QZTEXT("Test Product")) {
         HQZMETRIC store = nullptr;
         EXPECT_EQ(qz::settings::open(product, kVersion, QZTEXT("Kernel"), &store), S_OK);
@@ -53,11 +31,11 @@ protected:
         const bool is_text = qz::settings::get_text(store, name, &text) == S_OK;
         if (is_number == is_text) return is_number ? QZTEXT("both") : QZTEXT("-");
         WString shown(1, WCHAR(is_number ? '#' : '='));
-        return shown.append(is_number ? test_wide(std::to_string(number)) : text);
+        return shown.append(is_number ? qz::testing::wide(std::to_string(number)) : text);
     }
-    fs::path folder_;
-    bool had_old_ = false;
-    std::string old_;
+    qz::testing::TempDir dir_;
+    const fs::path folder_ = dir_.path();
+    qz::testing::ScopedEnv config_{"XDG_CONFIG_HOME", dir_.path()};
 };
 
 TEST_F(SettingsTest, ValuesSurviveReopeningByName) {
