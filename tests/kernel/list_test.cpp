@@ -6,15 +6,12 @@
 #include <thread>
 #include <vector>
 
-#include "platform/posix/fault_plan.h"
 #include "platform/win32api.h"
 #include "tests/support/list_support.h"
 
 namespace {
 
 using qz::testing::append;
-using qz::testing::FaultOp;
-using qz::testing::FaultPlan;
 using qz::testing::fill;
 using qz::testing::tail_is_zero;
 using qz::testing::TestList;
@@ -64,22 +61,6 @@ TEST(ListCreate, InPlaceUsesTheCallersStorageAndBadRequestsAreRefused) {
     EXPECT_EQ(list, nullptr);
     EXPECT_EQ(QzList_CreateExZ(&list, 4, 0, 0, QZLIST_INPLACE, 0, 0, 0), E_FAIL);
     EXPECT_EQ(QzList_CreateExZ(nullptr, 4, 0, 0, 0, 0, 0, 0), E_POINTER);
-}
-
-TEST(ListCreate, AllocationFailuresLeaveNothingBehind) {
-    struct Case {
-        DWORD options;
-        unsigned failing_allocation;  // 1: header, 2: slot block
-    };
-    const Case cases[] = {{QZLIST_VALUES, 1}, {QZLIST_VALUES, 2}, {QZLIST_HEAPITEMS, 2}};
-    for (const Case& c : cases) {
-        FaultPlan plan;
-        plan.fail(FaultOp::Alloc, c.failing_allocation);
-        tQZLIST* list = nullptr;
-        EXPECT_EQ(QzList_CreateExZ(&list, 4, 0, 0, c.options, 0, 0, 0), E_OUTOFMEMORY);
-        EXPECT_EQ(list, nullptr);
-        EXPECT_EQ(plan.failures(FaultOp::Alloc), 1u);
-    }
 }
 
 TEST(ListInsert, IndexesNegativeCountsAndTheNullSourceOfThePendingItem) {
