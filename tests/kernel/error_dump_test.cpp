@@ -123,8 +123,14 @@ TEST(DumpHexDWords, FourWordsALineAndUnreadableWords) {
               " 000000005A59FFFA: A1B2C3D4 ........ ........ \r\n");
 }
 
-TEST(MemoryProbe, BothProbesRefuseAProtNonePageAndReadOthers) {
+TEST(MemoryProbe, BothProbesRefuseAProtNonePageAndReadOthersLargeOnesInPieces) {
     using qz::platform::detail::ProbeResult;
+    // The pipe probe reads large ranges in pieces.
+    std::vector<unsigned char> source(70000), copy(70000);
+    for (size_t i = 0; i < source.size(); ++i) source[i] = static_cast<unsigned char>(i * 7);
+    ASSERT_EQ(qz::platform::detail::read_by_pipe(source.data(), copy.data(), source.size()),
+              ProbeResult::Read);
+    EXPECT_EQ(source, copy);
     GuardedPage page;
     NEED_PAGE(page);
     std::memset(page.boundary() - 16, 0x6B, 16);
@@ -138,14 +144,6 @@ TEST(MemoryProbe, BothProbesRefuseAProtNonePageAndReadOthers) {
     }
     unsigned char out[4];
     EXPECT_FALSE(qz::platform::read_memory(nullptr, out, 1));
-}
-
-TEST(MemoryProbe, PipeProbeReadsLargeRangesInPieces) {
-    std::vector<unsigned char> source(70000), copy(70000);
-    for (size_t i = 0; i < source.size(); ++i) source[i] = static_cast<unsigned char>(i * 7);
-    ASSERT_EQ(qz::platform::detail::read_by_pipe(source.data(), copy.data(), source.size()),
-              qz::platform::detail::ProbeResult::Read);
-    EXPECT_EQ(source, copy);
 }
 
 int module_function(int x) {

@@ -22,7 +22,7 @@ WString text_of(HRESULT code) {
     return text ? WString(text) : WString(QZTEXT("<null>"));
 }
 
-TEST(ErrorMessages, TextsFollowTwoLineBreaksWordForWord) {
+TEST(ErrorMessages, TextsFollowTwoLineBreaksAndUnlistedCodesHaveNone) {
     // The codes as numbers, so the test does not lean on the names: the
     // first and last of the table, the kernel's and Windows' ranges.
     const struct {
@@ -43,9 +43,6 @@ TEST(ErrorMessages, TextsFollowTwoLineBreaksWordForWord) {
     for (const auto& c : cases)
         EXPECT_EQ(narrow(text_of(HRESULT(c.code))), "\n\n" + std::string(c.text))
             << std::hex << c.code;
-}
-
-TEST(ErrorMessages, LicensingAndUnlistedCodesHaveNoText) {
     // The licensing block 0x8004E12C..54 (around the kernel's own 0x8004E142).
     for (DWORD code : {0x8004E12Cu, 0x8004E141u, 0x8004E143u, 0x8004E154u, 0x00000000u, 0x8004E013u,
                        0x8004E18Bu, 0x0004E001u, 0xFFFFFFFFu})
@@ -76,7 +73,7 @@ TEST(ErrorCompose, ContextSentenceTakesTheExtraTextThenTheMessage) {
                        text_of(QZE_RESOURCE_MISSING)));
 }
 
-TEST(ErrorCompose, CallersSentenceIsFormattedOnlyWithOneStringConversion) {
+TEST(ErrorCompose, CallersSentenceTakesOneStringConversionAndTheMessageBelow1948Characters) {
     const struct {
         const char* sentence;
         const char* expected;
@@ -93,16 +90,14 @@ TEST(ErrorCompose, CallersSentenceIsFormattedOnlyWithOneStringConversion) {
         EXPECT_EQ(narrow(message), std::string(c.expected) + "\n\nThe item was not found.")
             << c.sentence;
     }
-}
-
-TEST(ErrorCompose, MessageIsAppendedOnlyBelow1948Characters) {
-    const WString message = text_of(QZE_NOT_FOUND);
+    // The message is appended only below 1948 characters.
+    const WString not_found = text_of(QZE_NOT_FOUND);
     for (size_t length : {1947u, 1948u, 5000u}) {
         const WString sentence(length, WCHAR('x'));
         const WString composed = QzErrorHandler_GetErrorMessage(
             reinterpret_cast<DWORD_PTR>(sentence.c_str()), QZE_NOT_FOUND, nullptr);
         if (length < 1948)
-            EXPECT_EQ(composed, sentence + message) << length;
+            EXPECT_EQ(composed, sentence + not_found) << length;
         else
             EXPECT_EQ(composed, sentence.substr(0, QZERROR_MESSAGE_CHARS - 1)) << length;
     }

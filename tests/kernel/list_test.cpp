@@ -111,20 +111,7 @@ TEST(ListDelete, RangeForms) {
     }
 }
 
-TEST(ListDelete, ShrinkFlagReleasesFreeSlotsBeyondOneGrowStep) {
-    TestList list(4, QZLIST_VALUES);
-    fill(list.get(), 0, 100);
-    ASSERT_EQ(list->allocated, 112);
-    ASSERT_EQ(QzList_DeleteList(list.get(), 10, 90, TRUE), S_OK);
-    EXPECT_EQ(list->allocated, 16);  // 102 free: 96 released in whole steps
-    fill(list.get(), 10, 6);
-    ASSERT_EQ(QzList_DeleteList(list.get(), 0, 1, TRUE), S_OK);
-    EXPECT_EQ(list->allocated, 16);  // one free slot: kept
-    ASSERT_EQ(QzList_DeleteList(list.get(), 0, 1, FALSE), S_OK);
-    EXPECT_EQ(values(list.get()), (V{2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}));
-}
-
-TEST(ListGrowShrink, WholeGrowStepsOnly) {
+TEST(ListGrowShrink, WholeGrowStepsOnlyAlsoWhenDeletionShrinks) {
     struct Case {
         bool grow;
         int n;
@@ -151,9 +138,20 @@ TEST(ListGrowShrink, WholeGrowStepsOnly) {
     EXPECT_EQ(list->allocated, 0);
     fill(list.get(), 7, 3);  // an empty allocation still grows
     EXPECT_EQ(values(list.get()), (V{7, 8, 9}));
+    // Deleting with the shrink flag releases free slots beyond one grow step.
+    TestList deleted(4, QZLIST_VALUES);
+    fill(deleted.get(), 0, 100);
+    ASSERT_EQ(deleted->allocated, 112);
+    ASSERT_EQ(QzList_DeleteList(deleted.get(), 10, 90, TRUE), S_OK);
+    EXPECT_EQ(deleted->allocated, 16);  // 102 free: 96 released in whole steps
+    fill(deleted.get(), 10, 6);
+    ASSERT_EQ(QzList_DeleteList(deleted.get(), 0, 1, TRUE), S_OK);
+    EXPECT_EQ(deleted->allocated, 16);  // one free slot: kept
+    ASSERT_EQ(QzList_DeleteList(deleted.get(), 0, 1, FALSE), S_OK);
+    EXPECT_EQ(values(deleted.get()), (V{2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}));
 }
 
-TEST(ListMoveRange, MovesTheBlockAndKeepsTheOthersInOrder) {
+TEST(ListMoveRange, MovesTheBlockAndKeepsTheOthersInOrderWhateverItsSize) {
     struct Case {
         int from, to, count;
         HRESULT result;
@@ -175,21 +173,18 @@ TEST(ListMoveRange, MovesTheBlockAndKeepsTheOthersInOrder) {
             << c.from << "->" << c.to << " x" << c.count;
         EXPECT_EQ(values(list.get()), c.after) << c.from << "->" << c.to << " x" << c.count;
     }
-}
-
-TEST(ListMoveRange, LargeBlocksUseGlobalScratch) {
-    TestList list(64, QZLIST_VALUES);  // 9 items of 64 bytes exceed the stack scratch
+    TestList large(64, QZLIST_VALUES);  // 9 items of 64 bytes exceed the stack scratch
     for (uint32_t v = 0; v < 12; ++v) {
         uint32_t item[16] = {v, v, v};
-        ASSERT_EQ(QzList_InsertList(list.get(), -1, item, 1), S_OK);
+        ASSERT_EQ(QzList_InsertList(large.get(), -1, item, 1), S_OK);
     }
     auto first_words = [&] {
         V out;
-        for (LONG i = 0; i < list->count; ++i)
-            out.push_back(*static_cast<uint32_t*>(QZLIST_ITEMADDR(list.get(), i)));
+        for (LONG i = 0; i < large->count; ++i)
+            out.push_back(*static_cast<uint32_t*>(QZLIST_ITEMADDR(large.get(), i)));
         return out;
     };
-    ASSERT_EQ(QzList_MoveRange(list.get(), 0, 3, 9), S_OK);
+    ASSERT_EQ(QzList_MoveRange(large.get(), 0, 3, 9), S_OK);
     EXPECT_EQ(first_words(), (V{9, 10, 11, 0, 1, 2, 3, 4, 5, 6, 7, 8}));
 }
 

@@ -84,31 +84,27 @@ TEST_F(LogFile, DecorationsHaveTheirExactLayout) {
                   S_OK);
         log.Write(QZLOG_ERROR, QZTEXT("C:\\src\\mixer.cpp"), 42, QZTEXT("gain %d dB"), -3);
     }
-    const std::string line = contents();
-    std::tm t{};
-    ASSERT_EQ(std::sscanf(line.c_str(), "ERR  %4d-%2d-%2d %2d:%2d:%2d", &t.tm_year, &t.tm_mon,
-                          &t.tm_mday, &t.tm_hour, &t.tm_min, &t.tm_sec),
-              6)
-        << line;
-    char expected[128];
-    std::snprintf(expected, sizeof expected,
-                  "ERR  %04d-%02d-%02d %02d:%02d:%02d       mixer.cpp(  42): gain -3 dB\n",
-                  t.tm_year, t.tm_mon, t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec);
-    EXPECT_EQ(line, expected);
-}
-
-TEST_F(LogFile, SourcePositionIsRightAlignedNameAndLine) {
     {
+        // The source position alone: a right-aligned name and line.
         CLog log;
         ASSERT_EQ(log.Init(name_.c_str(), QZLOG_ALL_LEVELS | QZLOG_SOURCE, -1, 0), S_OK);
         log.Write(QZLOG_INFO, QZTEXT("/home/dev/kernel/log.cpp"), 7, QZTEXT("a"));
         log.Write(QZLOG_PLAIN, nullptr, 12345, QZTEXT("b"));
         log.Write(QZLOG_DEBUG, QZTEXT("a_very_long_source_name.cpp"), -1, QZTEXT("c"));
     }
-    EXPECT_EQ(contents(),
-              "INFO        log.cpp(   7): a\n"
-              "               (12345): b\n"
-              "DBG a_very_long_source_name.cpp(  -1): c\n");
+    const std::string text = contents();
+    std::tm t{};
+    ASSERT_EQ(std::sscanf(text.c_str(), "ERR  %4d-%2d-%2d %2d:%2d:%2d", &t.tm_year, &t.tm_mon,
+                          &t.tm_mday, &t.tm_hour, &t.tm_min, &t.tm_sec),
+              6)
+        << text;
+    char timed[128];
+    std::snprintf(timed, sizeof timed,
+                  "ERR  %04d-%02d-%02d %02d:%02d:%02d       mixer.cpp(  42): gain -3 dB\n",
+                  t.tm_year, t.tm_mon, t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec);
+    EXPECT_EQ(text, timed + std::string("INFO        log.cpp(   7): a\n"
+                                        "               (12345): b\n"
+                                        "DBG a_very_long_source_name.cpp(  -1): c\n"));
 }
 
 TEST_F(LogFile, MessagesAreCutAt1023Characters) {
@@ -161,7 +157,7 @@ TEST_F(LogFile, WriteErrorsAndAFailedReopeningAreReported) {
     EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("x")), QZE_INIT_FAILED);
 }
 
-TEST_F(LogFile, CopiesOpenTheFileForThemselves) {
+TEST_F(LogFile, CopiesOpenTheFileForThemselvesUnlessItIsExclusive) {
     auto shared = std::make_unique<CLog>();
     ASSERT_EQ(shared->Init(name_.c_str(), QZLOG_ALL_LEVELS, -1, QZLOG_SH_DENYNO), S_OK);
     CLog copy(*shared);
@@ -175,16 +171,15 @@ TEST_F(LogFile, CopiesOpenTheFileForThemselves) {
 
     copy = CLog();
     EXPECT_EQ(copy.GetLogFileName()[0], 0);
-}
 
-TEST_F(LogFile, CopyOfAnExclusiveLogStaysDisabled) {
-    CLog log;
-    ASSERT_EQ(log.Init(name_.c_str(), QZLOG_ALL_LEVELS, 500, QZLOG_EXCLUSIVE), S_OK);
-    CLog copy = log;
-    EXPECT_EQ(copy.GetLogFileName(), name_);
-    EXPECT_EQ(copy.Write(QZLOG_INFO, nullptr, 0, QZTEXT("x")), QZE_INIT_FAILED);
-    EXPECT_EQ(log.Write(QZLOG_INFO, nullptr, 0, QZTEXT("y")), S_OK);
-    EXPECT_EQ(contents(), "INFOy\n");
+    // The copy of an exclusive log stays disabled.
+    CLog exclusive;
+    ASSERT_EQ(exclusive.Init(name_.c_str(), QZLOG_ALL_LEVELS, 500, QZLOG_EXCLUSIVE), S_OK);
+    CLog refused = exclusive;
+    EXPECT_EQ(refused.GetLogFileName(), name_);
+    EXPECT_EQ(refused.Write(QZLOG_INFO, nullptr, 0, QZTEXT("x")), QZE_INIT_FAILED);
+    EXPECT_EQ(exclusive.Write(QZLOG_INFO, nullptr, 0, QZTEXT("y")), S_OK);
+    EXPECT_EQ(contents(), "INFOoriginal\nINFOcopy\nERR still\nINFOy\n");
 }
 
 // A log and its copy share one file, four writer threads each. Without a
