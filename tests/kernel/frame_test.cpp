@@ -130,19 +130,6 @@ TEST_F(FrameInitTest, LateTerminationClearsEveryHandle) {
     EXPECT_NE(qz::lang::kernel_instance(), nullptr);
 }
 
-TEST(FrameAttach, RecognisesRunDllWhateverTheCaseAndFolder) {
-    struct Case {
-        const WCHAR* path;
-        bool rundll;
-    };
-    const Case cases[] = {{QZTEXT("rundll32.exe"), true},
-                          {QZTEXT("C:\\Windows\\SysWOW64\\RUNDLL32.EXE"), true},
-                          {QZTEXT("C:\\rundll32.exe\\host.exe"), false},
-                          {QZTEXT("rundll32.exe.bak"), false},
-                          {nullptr, false}};
-    for (const Case& c : cases) EXPECT_EQ(qz::frame::is_rundll_host(c.path), c.rundll);
-}
-
 int g_registered = 0;
 int g_unregistered = 0;
 void count_register(HMODULE) {
@@ -153,7 +140,7 @@ void count_unregister(HMODULE) {
 }
 constexpr qz::frame::WindowSteps kCountingSteps = {count_register, count_unregister};
 
-TEST(FrameAttach, RunDllHostSkipsTheWindowStepsBothWays) {
+TEST(FrameAttach, RunDllHostIsRecognisedAndSkipsTheWindowStepsBothWays) {
     const HMODULE module = QzKernel_GetAppKernel();
     g_registered = g_unregistered = 0;
     ASSERT_TRUE(qz::frame::process_detach(kCountingSteps));  // the load-time attach
@@ -177,6 +164,17 @@ TEST(FrameAttach, RunDllHostSkipsTheWindowStepsBothWays) {
 
     ASSERT_TRUE(qz::platform::on_process_attach(module));  // as the loader glue does
     EXPECT_EQ(QzKernel_GetAppKernel(), module);
+    // The host is recognised whatever the case and the folder.
+    struct Case {
+        const WCHAR* path;
+        bool rundll;
+    };
+    const Case cases[] = {{QZTEXT("rundll32.exe"), true},
+                          {QZTEXT("C:\\Windows\\SysWOW64\\RUNDLL32.EXE"), true},
+                          {QZTEXT("C:\\rundll32.exe\\host.exe"), false},
+                          {QZTEXT("rundll32.exe.bak"), false},
+                          {nullptr, false}};
+    for (const Case& c : cases) EXPECT_EQ(qz::frame::is_rundll_host(c.path), c.rundll);
 }
 
 TEST(FrameThreadStorage, BlocksLiveUntilTheirThreadEnds) {

@@ -356,33 +356,6 @@ TEST(GetFileSize, ReportsTheHighWordAndTellsAllOnesFromFailure) {
     EXPECT_EQ(high, 0u);
 }
 
-TEST(Handles, InvalidAndClosedHandlesFailWithInvalidHandle) {
-    TempDir dir;
-    HANDLE closed = open_file(dir.wide("f"), GENERIC_READ | GENERIC_WRITE, CREATE_NEW);
-    ASSERT_NE(closed, INVALID_HANDLE_VALUE);
-    ASSERT_TRUE(CloseHandle(closed));
-    int not_a_handle = 0;
-    const HANDLE bad[] = {nullptr, INVALID_HANDLE_VALUE, closed, &not_a_handle};
-    for (HANDLE h : bad) {
-        SCOPED_TRACE(testing::Message() << h);
-        char buffer[4];
-        DWORD count = 99;
-        LONG high = 0;
-        LARGE_INTEGER where{};
-        const auto expect_invalid = [](bool failed) {
-            EXPECT_TRUE(failed);
-            EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
-        };
-        expect_invalid(!ReadFile(h, buffer, 4, &count, nullptr));
-        EXPECT_EQ(count, 0u);
-        expect_invalid(!WriteFile(h, buffer, 4, &count, nullptr));
-        expect_invalid(SetFilePointer(h, 0, &high, FILE_BEGIN) == INVALID_SET_FILE_POINTER);
-        expect_invalid(!GetFileSizeEx(h, &where));
-        expect_invalid(!CloseHandle(h));
-        expect_invalid(CreateFileMappingW(h, nullptr, PAGE_READONLY, 0, 0, nullptr) == nullptr);
-    }
-}
-
 TEST(FaultInjection, EachPlannedFailureLeavesTheFileAsItWas) {
     TempDir dir;
     Handle h(open_file(dir.wide("f"), GENERIC_READ | GENERIC_WRITE, CREATE_NEW));
