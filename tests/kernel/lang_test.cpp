@@ -37,7 +37,7 @@ const QzLocalText<2> kNullGerman = {QZLANG_TEXT_MARKER, 2, {QZTEXT("Fallback"), 
 const QzLocalText<1> kWrongMarker = {0xFFFE, 1, {QZTEXT("Swapped")}};
 const QzLocalText<1> kNoLanguages = {QZLANG_TEXT_MARKER, 0, {QZTEXT("Unused")}};
 
-TEST(LangGetString, ResolvesTheSlotAndFallsBackToEnglish) {
+TEST(LangGetString, ResolvesTheSlotFallsBackToEnglishAndRejectsBadArguments) {
     struct Case {
         const QZLOCALTEXT* record;
         DWORD language;
@@ -62,6 +62,16 @@ TEST(LangGetString, ResolvesTheSlotAndFallsBackToEnglish) {
                   c.expected ? c.expected : QZTEXT("<null>"))
             << "language " << c.language;
     }
+    // Instance calls reject bad arguments.
+    HQZLANG opened = nullptr;
+    EXPECT_EQ(QzLang_Open(nullptr, nullptr), E_POINTER);
+    EXPECT_EQ(QzLang_Close(nullptr), S_OK);
+    ASSERT_EQ(QzLang_Open(nullptr, &opened), S_OK);
+    const QZLANGSTRING entry = {1, kEnglishOnly.record()};
+    EXPECT_EQ(QzLang_AddStrings(opened, &entry, -1), E_INVALIDARG);
+    EXPECT_EQ(QzLang_AddStrings(opened, nullptr, 1), E_INVALIDARG);
+    EXPECT_EQ(QzLang_SetLanguage(opened, QZLANG_COUNT), E_INVALIDARG);
+    EXPECT_EQ(QzLang_Close(opened), S_OK);
 }
 
 TEST(LangLocale, PicksTheLanguageSlotAndSeparators) {
@@ -150,18 +160,6 @@ TEST(LangLoadString, FindsIdsNewestTableFirstAndExpands) {
     EXPECT_EQ(QzLoadString(lang.get(), 300, buffer, 32), 0);
     EXPECT_EQ(buffer[0], 0);
     EXPECT_EQ(QzLoadString(lang.get(), 100, nullptr, 32), 0);
-}
-
-TEST(LangInstanceCalls, RejectBadArguments) {
-    HQZLANG lang = nullptr;
-    EXPECT_EQ(QzLang_Open(nullptr, nullptr), E_POINTER);
-    EXPECT_EQ(QzLang_Close(nullptr), S_OK);
-    ASSERT_EQ(QzLang_Open(nullptr, &lang), S_OK);
-    const QZLANGSTRING entry = {1, kEnglishOnly.record()};
-    EXPECT_EQ(QzLang_AddStrings(lang, &entry, -1), E_INVALIDARG);
-    EXPECT_EQ(QzLang_AddStrings(lang, nullptr, 1), E_INVALIDARG);
-    EXPECT_EQ(QzLang_SetLanguage(lang, QZLANG_COUNT), E_INVALIDARG);
-    EXPECT_EQ(QzLang_Close(lang), S_OK);
 }
 
 }  // namespace

@@ -43,7 +43,7 @@ constexpr char16_t kExpected1252[32] = {
     u'\u02DC', u'\u2122', u'\u0161', u'\u203A', u'\u0153', u'\u009D', u'\u017E', u'\u0178',
 };
 
-TEST(Cp1252, EveryByteMapsAndSurvivesARoundTrip) {
+TEST(Cp1252, EveryByteMapsAndSurvivesARoundTripAndTheRestBecomesTheDefault) {
     std::string all;
     for (int byte = 1; byte < 256; ++byte) all.push_back(static_cast<char>(byte));
     const std::u16string wide = to_wide(CP_ACP, all);
@@ -55,9 +55,7 @@ TEST(Cp1252, EveryByteMapsAndSurvivesARoundTrip) {
     BOOL used_default = TRUE;
     EXPECT_EQ(to_bytes(CP_ACP, wide, 0, nullptr, &used_default), all);
     EXPECT_FALSE(used_default);
-}
-
-TEST(Cp1252, WhatItCannotShowBecomesTheDefaultCharacter) {
+    // What it cannot show becomes the default character.
     struct Case {
         std::u16string text;
         const char* default_char;
@@ -72,10 +70,10 @@ TEST(Cp1252, WhatItCannotShowBecomesTheDefaultCharacter) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.expected);
-        BOOL used_default = FALSE;
-        EXPECT_EQ(to_bytes(CP_ACP, c.text, WC_NO_BEST_FIT_CHARS, c.default_char, &used_default),
+        BOOL defaulted = FALSE;
+        EXPECT_EQ(to_bytes(CP_ACP, c.text, WC_NO_BEST_FIT_CHARS, c.default_char, &defaulted),
                   c.expected);
-        EXPECT_TRUE(used_default);
+        EXPECT_TRUE(defaulted);
     }
 }
 

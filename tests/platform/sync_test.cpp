@@ -39,19 +39,18 @@ TEST(CriticalSection, IsRecursiveAndExcludesOtherThreads) {
     EXPECT_TRUE(other_entered);
 }
 
-TEST(Event, InitialStateAndManualResetStaysSignalled) {
-    Event manual(true, true);
-    EXPECT_EQ(WaitForSingleObject(manual.handle, 0), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForSingleObject(manual.handle, 0), WAIT_OBJECT_0);
-    EXPECT_TRUE(ResetEvent(manual.handle));
-    EXPECT_EQ(WaitForSingleObject(manual.handle, 0), WAIT_TIMEOUT);
+TEST(Event, ASetReleasesOneAutoResetWaiterOrEveryManualResetWaiterAndStays) {
+    // The initial state; a manual-reset event stays set, an automatic one is consumed.
+    Event kept(true, true);
+    EXPECT_EQ(WaitForSingleObject(kept.handle, 0), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(kept.handle, 0), WAIT_OBJECT_0);
+    EXPECT_TRUE(ResetEvent(kept.handle));
+    EXPECT_EQ(WaitForSingleObject(kept.handle, 0), WAIT_TIMEOUT);
 
     Event automatic(false, true);
     EXPECT_EQ(WaitForSingleObjectEx(automatic.handle, 0, TRUE), WAIT_OBJECT_0);
     EXPECT_EQ(WaitForSingleObject(automatic.handle, 0), WAIT_TIMEOUT);  // consumed
-}
 
-TEST(Event, ASetReleasesOneAutoResetWaiterOrEveryManualResetWaiter) {
     for (bool manual : {false, true}) {
         SCOPED_TRACE(manual ? "manual" : "auto");
         Event event(manual);
