@@ -38,7 +38,7 @@ protected:
     qz::testing::ScopedEnv config_{"XDG_CONFIG_HOME", dir_.path()};
 };
 
-TEST_F(SettingsTest, ValuesSurviveReopeningByName) {
+TEST_F(SettingsTest, ValuesSurviveReopeningByNameAndBadArgumentsAreRefused) {
     const WString awkward = QZTEXT("Caf\u00e9 = \"x\"\nline two\\ \r end");
     const WString awkward_name = QZTEXT("a=b\nc\\");
     HQZMETRIC store = open();
@@ -60,6 +60,17 @@ TEST_F(SettingsTest, ValuesSurviveReopeningByName) {
     // A value changes kind when it is set as the other kind.
     EXPECT_EQ(qz::settings::set_text(store, QZTEXT("Count"), QZTEXT("many")), S_OK);
     EXPECT_EQ(get(store, QZTEXT("Count")), QZTEXT("=many"));
+    qz::settings::close(store);
+    // Bad arguments are refused.
+    store = reinterpret_cast<HQZMETRIC>(1);
+    EXPECT_EQ(qz::settings::open(QZTEXT(""), kVersion, QZTEXT("Kernel"), &store), E_INVALIDARG);
+    EXPECT_EQ(store, nullptr);
+    EXPECT_EQ(qz::settings::open(QZTEXT("P"), kVersion, nullptr, &store), E_INVALIDARG);
+    EXPECT_EQ(qz::settings::open(QZTEXT("P"), kVersion, QZTEXT("Kernel"), nullptr), E_POINTER);
+    DWORD number = 0;
+    EXPECT_EQ(qz::settings::get_number(nullptr, QZTEXT("Count"), &number), E_HANDLE);
+    store = open();
+    EXPECT_EQ(qz::settings::set_number(store, QZTEXT(""), 1), E_INVALIDARG);
     qz::settings::close(store);
 }
 
@@ -91,19 +102,6 @@ TEST_F(SettingsTest, ProductNamesStayInsideTheFolderAndAFailedWriteKeepsTheView)
     std::ofstream(folder_ / ".._a_b" / "10.0") << "in the way";
     EXPECT_EQ(qz::settings::set_number(store, QZTEXT("Count"), 2), QZE_FILE_CREATE);
     EXPECT_EQ(get(store, QZTEXT("Count")), QZTEXT("#1"));
-    qz::settings::close(store);
-}
-
-TEST_F(SettingsTest, RejectsBadArguments) {
-    HQZMETRIC store = reinterpret_cast<HQZMETRIC>(1);
-    EXPECT_EQ(qz::settings::open(QZTEXT(""), kVersion, QZTEXT("Kernel"), &store), E_INVALIDARG);
-    EXPECT_EQ(store, nullptr);
-    EXPECT_EQ(qz::settings::open(QZTEXT("P"), kVersion, nullptr, &store), E_INVALIDARG);
-    EXPECT_EQ(qz::settings::open(QZTEXT("P"), kVersion, QZTEXT("Kernel"), nullptr), E_POINTER);
-    DWORD number = 0;
-    EXPECT_EQ(qz::settings::get_number(nullptr, QZTEXT("Count"), &number), E_HANDLE);
-    store = open();
-    EXPECT_EQ(qz::settings::set_number(store, QZTEXT(""), 1), E_INVALIDARG);
     qz::settings::close(store);
 }
 
