@@ -16,7 +16,7 @@ std::string narrow(const WCHAR* text) {
 // Texts with a width are formatted into the buffer; the others are the
 // language's own strings, with the buffer emptied. 129 keeps its width only
 // in the text table.
-TEST(WaveFormatText, FormattedAndFixedTexts) {
+TEST(WaveFormatText, FormattedTextsStopAtTheBufferAndFixedOnesNeedNone) {
     const struct {
         DWORD type;
         const char *sample_type, *bit_depth;
@@ -37,6 +37,14 @@ TEST(WaveFormatText, FormattedAndFixedTexts) {
                   r.bit_depth)
             << r.type;
     }
+    WCHAR cut[8];
+    for (WCHAR& c : cut) c = '#';
+    // 4 characters: three of text and the terminator.
+    EXPECT_EQ(narrow(QzAudio_GetSampleTypeText(QZST_FLOAT32, cut, 4)), "32 ");
+    for (int i = 4; i < 8; ++i) EXPECT_EQ(cut[i], '#') << i;
+    // No buffer: nothing is written, fixed texts still come back.
+    EXPECT_EQ(QzAudio_GetSampleTypeText(QZST_PCM16, nullptr, 0), nullptr);
+    EXPECT_EQ(narrow(QzAudio_GetSampleTypeText(QZST_PCM24IN32, nullptr, 0)), "24 Bit (Unpacked)");
 }
 
 TEST(WaveFormatText, UnknownTypesEmptyTheBufferForeignAndRecordsFollowTheType) {
@@ -64,17 +72,6 @@ TEST(WaveFormatText, UnknownTypesEmptyTheBufferForeignAndRecordsFollowTheType) {
     buf[0] = 'X';
     EXPECT_EQ(QzAudio_GetSampleTypeText(static_cast<const _qzwaveformat*>(nullptr), buf, 32), buf);
     EXPECT_EQ(buf[0], 0);
-}
-
-TEST(WaveFormatText, FormattedTextsStopAtTheBuffer) {
-    WCHAR buf[8];
-    for (WCHAR& c : buf) c = '#';
-    // 4 characters: three of text and the terminator.
-    EXPECT_EQ(narrow(QzAudio_GetSampleTypeText(QZST_FLOAT32, buf, 4)), "32 ");
-    for (int i = 4; i < 8; ++i) EXPECT_EQ(buf[i], '#') << i;
-    // No buffer: nothing is written, fixed texts still come back.
-    EXPECT_EQ(QzAudio_GetSampleTypeText(QZST_PCM16, nullptr, 0), nullptr);
-    EXPECT_EQ(narrow(QzAudio_GetSampleTypeText(QZST_PCM24IN32, nullptr, 0)), "24 Bit (Unpacked)");
 }
 
 }  // namespace

@@ -53,7 +53,7 @@ TEST(Format, IntegerConversionsFollowPrintf) {
         EXPECT_EQ(narrow_format(64, c.format, int(c.value)), c.expected) << c.format;
 }
 
-TEST(Format, SizePrefixesReadTheRightWidth) {
+TEST(Format, SizePrefixesReadTheRightWidthAndPointersTheirs) {
     // "l" is 32 bits, as on Windows; ll and I64 are 64; h and hh narrow.
     EXPECT_EQ(narrow_format(64, "%ld %lu", int32_t(-5), uint32_t(0xFFFFFFFF)), "-5 4294967295");
     EXPECT_EQ(narrow_format(64, "%lld", -1234567890123LL), "-1234567890123");
@@ -61,12 +61,9 @@ TEST(Format, SizePrefixesReadTheRightWidth) {
     EXPECT_EQ(narrow_format(64, "%hd %hhu", 70000, 257), "4464 1");
     EXPECT_EQ(narrow_format(64, "%Iu", size_t(42)), "42");
     EXPECT_EQ(narrow_format(64, "%zu", size_t(1) << 40), "1099511627776");
-}
-
-TEST(Format, PointerIsUpperCaseHexOfPointerWidth) {
-    const void* p = reinterpret_cast<const void*>(uintptr_t(0xABCDEF));
-    const std::string expected = sizeof(void*) == 8 ? "0000000000ABCDEF" : "00ABCDEF";
-    EXPECT_EQ(narrow_format(64, "%p", p), expected);
+    // %p is upper-case hex of the pointer's width.
+    EXPECT_EQ(narrow_format(64, "%p", reinterpret_cast<const void*>(uintptr_t(0xABCDEF))),
+              sizeof(void*) == 8 ? "0000000000ABCDEF" : "00ABCDEF");
 }
 
 TEST(Format, LowerSIsTheFormatsWidthAndCapitalSTheOther) {
@@ -111,16 +108,14 @@ TEST(Format, OutputIsCutAtCapacityAndAlwaysTerminated) {
         EXPECT_EQ(r.truncated, std::strlen(text) > 7) << text;
         EXPECT_EQ(r.length, 7u);
     }
+    // A null format gives the empty text.
+    EXPECT_EQ(qz::base::format(buffer, sizeof buffer, static_cast<const char*>(nullptr)).length,
+              0u);
+    EXPECT_EQ(buffer[0], '\0');
 
     WCHAR wide[4];
     EXPECT_TRUE(qz::base::format(wide, 4, QZTEXT("%s"), QZTEXT("abcdef")).truncated);
     EXPECT_EQ(WString(wide), QZTEXT("abc"));
-}
-
-TEST(Format, NullFormatGivesEmptyText) {
-    char buffer[4] = "xyz";
-    EXPECT_EQ(qz::base::format(buffer, sizeof buffer, static_cast<const char*>(nullptr)).length, 0u);
-    EXPECT_EQ(buffer[0], '\0');
 }
 
 TEST(ByteOrder, LoadsTakeTheFirstByteAsTheirOrderSays) {

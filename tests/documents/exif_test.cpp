@@ -3,8 +3,6 @@
 // exif_interop_test.cpp.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 #include "platform/posix/fault_plan.h"
 #include "tests/support/exif_files.h"
 
@@ -126,8 +124,7 @@ const std::string kThumbnailSegment(
 TEST(ExifWrite, ThumbnailTagsReplaceApp0ToApp2WithThreeIfds) {
     qz::testing::TempDir dir;
     const std::string icc("\xFF\xE2\0\x0EICC_PROFILE\0", 16);
-    native_write(dir.file("t.jpg"),
-                 "\xFF\xD8" + kJfif + app1("old") + icc + baseline_jpeg_image());
+    native_write(dir.file("t.jpg"), "\xFF\xD8" + kJfif + app1("old") + icc + baseline_jpeg_image());
     qz::testing::TestList list(0, QZLIST_HEAPITEMS);
     CQzExifMetaDataHelper helper;
     ASSERT_EQ(helper.AddDefaultThumbnailExifTagsToSummaryList(list.get()), S_OK);
@@ -182,9 +179,7 @@ TEST(ExifDateTime, TextsBothWays) {
     EXPECT_EQ(std::u16string(text), u"2024:01:02 03:04:05");
     EXPECT_EQ(helper.SystemTimeToLocalDateTimeString(&t, text, 19), E_FAIL);
 
-    const char* old = std::getenv("TZ");
-    const std::string saved = old ? old : "";
-    setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+    qz::testing::ScopedEnv zone("TZ", "CET-1CEST,M3.5.0,M10.5.0/3");
     const std::pair<const char16_t*, LONGLONG> cases[] = {
         {u"2024:07:01 12:00:00", 133643016000000000},  // 10:00 UTC, summer time
         {u"2024:01:01 12:00:00", 133485804000000000},  // 11:00 UTC
@@ -199,7 +194,6 @@ TEST(ExifDateTime, TextsBothWays) {
                   ticks ? S_OK : E_INVALIDARG);
         EXPECT_EQ(utc, ticks) << &local - &cases[0].first;
     }
-    old ? setenv("TZ", saved.c_str(), 1) : unsetenv("TZ");
 }
 
 }  // namespace

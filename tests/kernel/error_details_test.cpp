@@ -31,7 +31,7 @@ protected:
     }
 };
 
-TEST_F(Details, LinesAreKeptWithTheirSeparatorCodeAndOwner) {
+TEST_F(Details, LinesAreKeptWithTheirSeparatorCodeAndTheFirstThreadAsOwner) {
     EXPECT_EQ(QzErrorHandler_DetailsAddString(QZE_NOT_FOUND, nullptr), E_POINTER);
     EXPECT_EQ(QzErrorHandler_DetailsAddString(QZE_FILE_READ, QZTEXT("Reading %s at %u"),
                                               QZTEXT("a.wav"), 44u),
@@ -48,9 +48,9 @@ TEST_F(Details, LinesAreKeptWithTheirSeparatorCodeAndOwner) {
     EXPECT_EQ(QzErrorHandler_GetLastError(), QZE_FILE_WRITE);
     EXPECT_EQ(lines, 3);
     EXPECT_EQ(owner, GetCurrentThreadId());
-}
 
-TEST_F(Details, OwnerIsTheFirstThreadToAddAndOthersKeepItsCode) {
+    // The owner is the first thread to add; other threads keep its code.
+    QzErrorHandler_DetailsInit();
     DWORD helper_id = 0;
     HRESULT same = 0, other = 0;
     std::thread([&] {
@@ -59,7 +59,6 @@ TEST_F(Details, OwnerIsTheFirstThreadToAddAndOthersKeepItsCode) {
     }).join();
     same = QzErrorHandler_DetailsAddString(QZE_FILE_OPEN, QZTEXT("from another thread"));
     other = QzErrorHandler_DetailsAddString(QZE_FILE_READ, QZTEXT("unrelated"));
-    DWORD owner = 0;
     QzErrorHandler_DetailsInfo(nullptr, nullptr, &owner);
     EXPECT_EQ(owner, helper_id);
     EXPECT_EQ(same, S_OK);

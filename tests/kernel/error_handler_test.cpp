@@ -22,7 +22,7 @@ WString text_of(HRESULT code) {
     return text ? WString(text) : WString(QZTEXT("<null>"));
 }
 
-TEST(ErrorMessages, TextsFollowTwoLineBreaksWordForWord) {
+TEST(ErrorMessages, TextsFollowTwoLineBreaksAndUnlistedCodesHaveNone) {
     // The codes as numbers, so the test does not lean on the names: the
     // first and last of the table, the kernel's and Windows' ranges.
     const struct {
@@ -43,16 +43,13 @@ TEST(ErrorMessages, TextsFollowTwoLineBreaksWordForWord) {
     for (const auto& c : cases)
         EXPECT_EQ(narrow(text_of(HRESULT(c.code))), "\n\n" + std::string(c.text))
             << std::hex << c.code;
-}
-
-TEST(ErrorMessages, LicensingAndUnlistedCodesHaveNoText) {
     // The licensing block 0x8004E12C..54 (around the kernel's own 0x8004E142).
     for (DWORD code : {0x8004E12Cu, 0x8004E141u, 0x8004E143u, 0x8004E154u, 0x00000000u, 0x8004E013u,
                        0x8004E18Bu, 0x0004E001u, 0xFFFFFFFFu})
         EXPECT_EQ(QzErrorHandler_GetHresultString(HRESULT(code)), nullptr) << std::hex << code;
 }
 
-TEST(ErrorContexts, IdentifiersGiveTheirSentenceOthersTheDefaultOrTheCallersText) {
+TEST(ErrorCompose, ContextSentenceTakesTheExtraTextThenTheMessage) {
     EXPECT_EQ(narrow(QzErrorHandler_GetContextString(QZERRCTX_RECORDER)),
               "An error occurred while communicating with the portable recorder \"%s\".");
     for (DWORD_PTR unknown : {DWORD_PTR(57), DWORD_PTR(0xFFFF)})
@@ -60,9 +57,6 @@ TEST(ErrorContexts, IdentifiersGiveTheirSentenceOthersTheDefaultOrTheCallersText
     // Values above the identifier range are the caller's own text.
     static const WCHAR own[] = QZTEXT("Mixing %s went wrong.");
     EXPECT_EQ(QzErrorHandler_GetContextString(reinterpret_cast<DWORD_PTR>(own)), own);
-}
-
-TEST(ErrorCompose, ContextSentenceTakesTheExtraTextThenTheMessage) {
     EXPECT_EQ(narrow(QzErrorHandler_GetErrorMessage(QZERRCTX_FILE_OPEN, QZE_NOT_FOUND,
                                                     QZTEXT("take 3.wav"))),
               "An error occurred while opening the file \"take 3.wav\".\n\nThe item was not "
@@ -79,7 +73,7 @@ TEST(ErrorCompose, ContextSentenceTakesTheExtraTextThenTheMessage) {
                        text_of(QZE_RESOURCE_MISSING)));
 }
 
-TEST(ErrorCompose, CallersSentenceIsFormattedOnlyWithOneStringConversion) {
+TEST(ErrorCompose, CallersSentenceTakesOneStringConversionAndTheMessageBelow1948Characters) {
     const struct {
         const char* sentence;
         const char* expected;
@@ -96,16 +90,14 @@ TEST(ErrorCompose, CallersSentenceIsFormattedOnlyWithOneStringConversion) {
         EXPECT_EQ(narrow(message), std::string(c.expected) + "\n\nThe item was not found.")
             << c.sentence;
     }
-}
-
-TEST(ErrorCompose, MessageIsAppendedOnlyBelow1948Characters) {
-    const WString message = text_of(QZE_NOT_FOUND);
+    // The message is appended only below 1948 characters.
+    const WString not_found = text_of(QZE_NOT_FOUND);
     for (size_t length : {1947u, 1948u, 5000u}) {
         const WString sentence(length, WCHAR('x'));
         const WString composed = QzErrorHandler_GetErrorMessage(
             reinterpret_cast<DWORD_PTR>(sentence.c_str()), QZE_NOT_FOUND, nullptr);
         if (length < 1948)
-            EXPECT_EQ(composed, sentence + message) << length;
+            EXPECT_EQ(composed, sentence + not_found) << length;
         else
             EXPECT_EQ(composed, sentence.substr(0, QZERROR_MESSAGE_CHARS - 1)) << length;
     }
@@ -121,15 +113,6 @@ TEST(ErrorCompose, ComposeErrorTextAppendsTheDetailsCode) {
     EXPECT_EQ(WString(buffer),
               QzErrorHandler_GetErrorMessage(QZERRCTX_FILE_READ, QZE_FILE_READ, QZTEXT("a.aif")));
     QzErrorHandler_DetailsInit();
-}
-
-TEST(ErrorBox, CancellationAndNullTextShowNothing) {
-    MessageBoxCapture capture(7);
-    EXPECT_EQ(
-        QzErrorHandler_MsgBox(nullptr, 0x30, QZERRCTX_FILE_OPEN, QZE_CANCELLED, QZTEXT("a.wav"), 0),
-        1);
-    EXPECT_EQ(QzErrorHandler_MsgBoxText(nullptr, 0, nullptr, 0), 0);
-    EXPECT_TRUE(capture.boxes().empty());
 }
 
 TEST(ErrorBox, BoxShowsMessageDetailsAndHyperlink) {
@@ -150,6 +133,11 @@ TEST(ErrorBox, BoxShowsMessageDetailsAndHyperlink) {
     EXPECT_EQ(QzErrorHandler_MsgBox(nullptr, 0x10, QZERRCTX_FILE_OPEN, QZE_FILE_OPEN,
                                     QZTEXT("a.wav"), QZERRMB_NODETAILS | QZERRMB_NOHYPERLINK),
               7);
+    // A cancellation and a null text show nothing.
+    EXPECT_EQ(
+        QzErrorHandler_MsgBox(nullptr, 0x30, QZERRCTX_FILE_OPEN, QZE_CANCELLED, QZTEXT("a.wav"), 0),
+        1);
+    EXPECT_EQ(QzErrorHandler_MsgBoxText(nullptr, 0, nullptr, 0), 0);
     ASSERT_EQ(capture.boxes().size(), 2u);
     EXPECT_EQ(narrow(capture.boxes()[0].text),
               narrow(message) +
@@ -162,12 +150,9 @@ TEST(ErrorBox, BoxShowsMessageDetailsAndHyperlink) {
 }
 
 // Registration tests last: the registry lives for the process.
-const QzLocalText<1> kAppNotFound = qz::errors::english(QZTEXT("Not in the app's library."));
-const QzLocalText<1> kSecondNotFound = qz::errors::english(QZTEXT("Second table's text."));
 const QzLocalText<1> kAppOwnCode = qz::errors::english(QZTEXT("Loop has no tempo."));
 const QzLocalText<1> kRecorderFull = qz::errors::english(QZTEXT("The recorder's card is full."));
 constexpr HRESULT kAppCode = HRESULT(0xA0041001);
-constexpr HRESULT kBrokenCode = HRESULT(0xA0041002);
 
 TEST(ErrorTables, ResourceIdTablesResolveThroughTheirLanguage) {
     HQZLANG lang = nullptr;
@@ -184,18 +169,15 @@ TEST(ErrorTables, ResourceIdTablesResolveThroughTheirLanguage) {
               "\n\nThe portable recorder reported an error (E17D).");
 }
 
-TEST(ErrorTables, BadTablesAreRefusedWithoutRegistering) {
-    static const QZERROR_TABLE table[] = {{kAppCode, kAppOwnCode.record()}};
+TEST(ErrorTables, RegistrationStopsAt32WithResultOne) {
+    static QZERROR_TABLE tables[QZERROR_MAX_TABLES + 2][1];
     const int before = qz::errors::registered_table_count();
+    // Bad tables are refused without registering.
+    static const QZERROR_TABLE table[] = {{kAppCode, kAppOwnCode.record()}};
     EXPECT_EQ(QzErrorHandler_AddErrorTable(static_cast<const QZERROR_TABLE*>(nullptr), 1),
               E_POINTER);
     EXPECT_EQ(QzErrorHandler_AddErrorTable(table, 0), E_INVALIDARG);
     EXPECT_EQ(qz::errors::registered_table_count(), before);
-}
-
-TEST(ErrorTables, RegistrationStopsAt32WithResultOne) {
-    static QZERROR_TABLE tables[QZERROR_MAX_TABLES + 2][1];
-    const int before = qz::errors::registered_table_count();
     int accepted = 0;
     for (int i = 0; i < QZERROR_MAX_TABLES + 2; ++i) {
         tables[i][0] = {HRESULT(0xA0042000 + i), kAppOwnCode.record()};

@@ -12,7 +12,7 @@ struct Case {
     std::vector<DWORD> errors;
 };
 
-TEST(TranslateWin32Error, OwnCodesAndEFailForEverythingElse) {
+TEST(TranslateErrors, Win32OwnCodesAndEFailForEverythingElseAndCommonDialogErrors) {
     const Case cases[] = {{S_OK, {0}},
                           {E_INVALIDARG, {1}},
                           {QZE_NOT_FOUND, {2, 3, 126, 127}},
@@ -34,16 +34,14 @@ TEST(TranslateWin32Error, OwnCodesAndEFailForEverythingElse) {
     for (const Case& c : cases)
         for (DWORD error : c.errors)
             EXPECT_EQ(QzErrorHandler_TranslateWin32Error(error), c.expected) << error;
-}
-
-TEST(TranslateCommDlgError, EveryDocumentedValue) {
-    const Case cases[] = {{S_OK, {0}},
-                          {E_INVALIDARG, {1, 3, 4, 11, 0x3003, 0x4001, 0xFFFF}},
-                          {E_OUTOFMEMORY, {2, 5, 7, 8, 9, 10, 0x3001}},
-                          {QZE_RESOURCE_MISSING, {6}},
-                          {QZE_BAD_FILE_NAME, {0x3002}},
-                          {E_FAIL, {12, 0x1001, 0x2001, 0x3004, 0x10000}}};
-    for (const Case& c : cases)
+    // The common-dialog errors, every documented value.
+    const Case dialog_cases[] = {{S_OK, {0}},
+                                 {E_INVALIDARG, {1, 3, 4, 11, 0x3003, 0x4001, 0xFFFF}},
+                                 {E_OUTOFMEMORY, {2, 5, 7, 8, 9, 10, 0x3001}},
+                                 {QZE_RESOURCE_MISSING, {6}},
+                                 {QZE_BAD_FILE_NAME, {0x3002}},
+                                 {E_FAIL, {12, 0x1001, 0x2001, 0x3004, 0x10000}}};
+    for (const Case& c : dialog_cases)
         for (DWORD error : c.errors)
             EXPECT_EQ(QzErrorHandler_TranslateCommDlgError(error), c.expected) << std::hex << error;
 }

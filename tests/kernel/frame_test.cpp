@@ -11,35 +11,15 @@
 #include "platform/win32api.h"
 #include "qz/qzerror.h"
 #include "qz/qzkernel.h"
+#include "tests/support/error_support.h"
 
 namespace {
 
-using WString = std::basic_string<WCHAR>;
 using qz::frame::state;
+using qz::testing::MessageBoxCapture;
+using qz::testing::WString;
 
-struct Box {
-    HWND owner;
-    WString text;
-    WString caption;
-    UINT style;
-};
-
-int QZ_STDCALL record_box(void* context, HWND owner, LPCWSTR text, LPCWSTR caption, UINT style) {
-    static_cast<std::vector<Box>*>(context)->push_back({owner, text, caption, style});
-    return IDOK;
-}
-
-class FrameTest : public ::testing::Test {
-protected:
-    void SetUp() override { QzKernel_SetMessageBoxHandler(record_box, &boxes_); }
-    void TearDown() override {
-        QzKernel_SetMessageBoxHandler(nullptr, nullptr);
-        qz::frame::set_system_check(nullptr);
-    }
-    std::vector<Box> boxes_;
-};
-
-TEST_F(FrameTest, CheckVersionAgreesOrExplainsWhy) {
+TEST(FrameTest, CheckVersionAgreesOrExplainsWhy) {
     const WString incompatible =
         QZTEXT("The version of the Kavo Kernel is incompatible with the following client:\n\n");
     const WString too_old = QZTEXT("The version of the Kavo Kernel is too old.");
@@ -61,26 +41,29 @@ TEST_F(FrameTest, CheckVersionAgreesOrExplainsWhy) {
         {long_name.c_str(), 0, 1, FALSE, E_FAIL, incompatible + WString(128, u'x') + u'.'}};
     HWND owner = reinterpret_cast<HWND>(0x42);
     for (const Case& c : cases) {
-        boxes_.clear();
+        MessageBoxCapture capture;
+        const auto& boxes = capture.boxes();
         EXPECT_EQ(QzKernel_CheckVersion(owner, c.client, c.required, c.agreement, 0, c.quiet),
                   c.result);
         if (c.message.empty()) {
-            EXPECT_TRUE(boxes_.empty());
+            EXPECT_TRUE(boxes.empty());
             continue;
         }
-        ASSERT_EQ(boxes_.size(), 1u);
-        EXPECT_EQ(boxes_[0].text, c.message);
-        EXPECT_EQ(boxes_[0].caption, WString(QZTEXT("Kavo Kernel")));
-        EXPECT_EQ(boxes_[0].style, UINT(MB_ICONINFORMATION));
-        EXPECT_EQ(boxes_[0].owner, owner);
+        ASSERT_EQ(boxes.size(), 1u);
+        EXPECT_EQ(boxes[0].text, c.message);
+        EXPECT_EQ(boxes[0].caption, WString(QZTEXT("Kavo Kernel")));
+        EXPECT_EQ(boxes[0].style, UINT(MB_ICONINFORMATION));
+        EXPECT_EQ(boxes[0].owner, owner);
     }
-}
-
-TEST_F(FrameTest, CheckVersionRefusesATooOldSystemFirst) {
+    // A system too old is refused first.
+    MessageBoxCapture capture;
+    const auto& boxes = capture.boxes();
     qz::frame::set_system_check([] { return true; });
-    EXPECT_EQ(QzKernel_CheckVersion(nullptr, "Vegas", 0x0A000086, 3, 0, FALSE), E_FAIL);
-    ASSERT_EQ(boxes_.size(), 1u);
-    EXPECT_EQ(boxes_[0].text,
+    const HRESULT refused = QzKernel_CheckVersion(nullptr, "Vegas", 0x0A000086, 3, 0, FALSE);
+    qz::frame::set_system_check(nullptr);
+    EXPECT_EQ(refused, E_FAIL);
+    ASSERT_EQ(boxes.size(), 1u);
+    EXPECT_EQ(boxes[0].text,
               WString(QZTEXT("This product requires Windows 95 or Windows NT 4.0 or later.")));
 }
 
@@ -147,19 +130,6 @@ TEST_F(FrameInitTest, LateTerminationClearsEveryHandle) {
     EXPECT_NE(qz::lang::kernel_instance(), nullptr);
 }
 
-TEST(FrameAttach, RecognisesRunDllWhateverTheCaseAndFolder) {
-    struct Case {
-        const WCHAR* path;
-        bool rundll;
-    };
-    const Case cases[] = {{QZTEXT("rundll32.exe"), true},
-                          {QZTEXT("C:\\Windows\\SysWOW64\\RUNDLL32.EXE"), true},
-                          {QZTEXT("C:\\rundll32.exe\\host.exe"), false},
-                          {QZTEXT("rundll32.exe.bak"), false},
-                          {nullptr, false}};
-    for (const Case& c : cases) EXPECT_EQ(qz::frame::is_rundll_host(c.path), c.rundll);
-}
-
 int g_registered = 0;
 int g_unregistered = 0;
 void count_register(HMODULE) {
@@ -170,7 +140,7 @@ void count_unregister(HMODULE) {
 }
 constexpr qz::frame::WindowSteps kCountingSteps = {count_register, count_unregister};
 
-TEST(FrameAttach, RunDllHostSkipsTheWindowStepsBothWays) {
+TEST(FrameAttach, RunDllHostIsRecognisedAndSkipsTheWindowStepsBothWays) {
     const HMODULE module = QzKernel_GetAppKernel();
     g_registered = g_unregistered = 0;
     ASSERT_TRUE(qz::frame::process_detach(kCountingSteps));  // the load-time attach
@@ -194,6 +164,17 @@ TEST(FrameAttach, RunDllHostSkipsTheWindowStepsBothWays) {
 
     ASSERT_TRUE(qz::platform::on_process_attach(module));  // as the loader glue does
     EXPECT_EQ(QzKernel_GetAppKernel(), module);
+    // The host is recognised whatever the case and the folder.
+    struct Case {
+        const WCHAR* path;
+        bool rundll;
+    };
+    const Case cases[] = {{QZTEXT("rundll32.exe"), true},
+                          {QZTEXT("C:\\Windows\\SysWOW64\\RUNDLL32.EXE"), true},
+                          {QZTEXT("C:\\rundll32.exe\\host.exe"), false},
+                          {QZTEXT("rundll32.exe.bak"), false},
+                          {nullptr, false}};
+    for (const Case& c : cases) EXPECT_EQ(qz::frame::is_rundll_host(c.path), c.rundll);
 }
 
 TEST(FrameThreadStorage, BlocksLiveUntilTheirThreadEnds) {
@@ -221,17 +202,7 @@ TEST(FrameThreadStorage, BlocksLiveUntilTheirThreadEnds) {
     EXPECT_EQ(table->count, before);
 }
 
-TEST(FrameUserPrefChanges, ColourChangesRecreateTheDrawingObjects) {
-    const DWORD generation = state().colour_generation;
-    QzKernel_UserPrefChanges(nullptr, WM_DISPLAYCHANGE, 0, 0);
-    EXPECT_EQ(state().colour_generation, generation);
-    QzKernel_UserPrefChanges(nullptr, WM_SYSCOLORCHANGE, 0, 0);
-    EXPECT_EQ(state().colour_generation, generation + 1);
-    EXPECT_TRUE(state().colours_created);
-    EXPECT_TRUE(qz::frame::high_colour());  // no display information: the default
-}
-
-TEST(FrameQueries, PathOfTheKernelModuleAndTheSplash) {
+TEST(FrameQueries, ModulePathSplashAndColourChanges) {
     WCHAR path[MAX_PATH] = {};
     ASSERT_EQ(QzKernel_GetAppKernelPathName(path, MAX_PATH), S_OK);
     const WString text(path), suffix = QZTEXT("/qz_kernel_tests");
@@ -242,6 +213,14 @@ TEST(FrameQueries, PathOfTheKernelModuleAndTheSplash) {
     HWND splash = reinterpret_cast<HWND>(0x77);
     EXPECT_EQ(QzKernel_SetSplash(splash), splash);
     EXPECT_EQ(state().splash, splash);
+    // Colour changes, not display changes, recreate the drawing objects.
+    const DWORD generation = state().colour_generation;
+    QzKernel_UserPrefChanges(nullptr, WM_DISPLAYCHANGE, 0, 0);
+    EXPECT_EQ(state().colour_generation, generation);
+    QzKernel_UserPrefChanges(nullptr, WM_SYSCOLORCHANGE, 0, 0);
+    EXPECT_EQ(state().colour_generation, generation + 1);
+    EXPECT_TRUE(state().colours_created);
+    EXPECT_TRUE(qz::frame::high_colour());  // no display information: the default
 }
 
 }  // namespace

@@ -8,16 +8,11 @@
 #include "kernel/lang.h"
 #include "qz/qzlang.h"
 #include "qz/qzresult.h"
+#include "tests/support/error_support.h"
 
 namespace {
 
-using WString = std::basic_string<WCHAR>;
-
-std::string qz_narrow(const WCHAR* text) {
-    std::string out;
-    for (; *text; ++text) out += char(*text);
-    return out;
-}
+using qz::testing::WString;
 
 // Opens an instance for one test and closes it afterwards.
 class LangInstance {
@@ -42,7 +37,7 @@ const QzLocalText<2> kNullGerman = {QZLANG_TEXT_MARKER, 2, {QZTEXT("Fallback"), 
 const QzLocalText<1> kWrongMarker = {0xFFFE, 1, {QZTEXT("Swapped")}};
 const QzLocalText<1> kNoLanguages = {QZLANG_TEXT_MARKER, 0, {QZTEXT("Unused")}};
 
-TEST(LangGetString, ResolvesTheSlotAndFallsBackToEnglish) {
+TEST(LangGetString, ResolvesTheSlotFallsBackToEnglishAndRejectsBadArguments) {
     struct Case {
         const QZLOCALTEXT* record;
         DWORD language;
@@ -67,6 +62,16 @@ TEST(LangGetString, ResolvesTheSlotAndFallsBackToEnglish) {
                   c.expected ? c.expected : QZTEXT("<null>"))
             << "language " << c.language;
     }
+    // Instance calls reject bad arguments.
+    HQZLANG opened = nullptr;
+    EXPECT_EQ(QzLang_Open(nullptr, nullptr), E_POINTER);
+    EXPECT_EQ(QzLang_Close(nullptr), S_OK);
+    ASSERT_EQ(QzLang_Open(nullptr, &opened), S_OK);
+    const QZLANGSTRING entry = {1, kEnglishOnly.record()};
+    EXPECT_EQ(QzLang_AddStrings(opened, &entry, -1), E_INVALIDARG);
+    EXPECT_EQ(QzLang_AddStrings(opened, nullptr, 1), E_INVALIDARG);
+    EXPECT_EQ(QzLang_SetLanguage(opened, QZLANG_COUNT), E_INVALIDARG);
+    EXPECT_EQ(QzLang_Close(opened), S_OK);
 }
 
 TEST(LangLocale, PicksTheLanguageSlotAndSeparators) {
@@ -95,7 +100,7 @@ TEST(LangLocale, PicksTheLanguageSlotAndSeparators) {
     }
 }
 
-TEST(LangExpandText, ReplacesAppNameAndCutsToCapacity) {
+TEST(LangExpandText, ReplacesAppNameCutsToCapacityAndMeasures) {
     AppNameGuard guard;
     ASSERT_EQ(QzLang_SetAppName(QZTEXT("Vegas")), S_OK);
     struct Case {
@@ -110,30 +115,20 @@ TEST(LangExpandText, ReplacesAppNameAndCutsToCapacity) {
         {QZTEXT("ab$(AppName)"), 5, QZTEXT("abVe")},  // cut inside the name
         {QZTEXT("abc"), 3, QZTEXT("ab")},
         {QZTEXT("tail $("), 64, QZTEXT("tail $(")}};
+    WCHAR buffer[80];
     for (const Case& c : cases) {
-        WCHAR buffer[80];
         std::fill(std::begin(buffer), std::end(buffer), WCHAR(0x7777));
         const int n = QzLang_ExpandText(c.text, buffer, c.capacity);
         EXPECT_EQ(WString(buffer), WString(c.expected));
         EXPECT_EQ(n, int(WString(c.expected).size()));
         EXPECT_EQ(buffer[c.capacity], WCHAR(0x7777)) << "wrote past the capacity";
     }
-}
-
-TEST(LangExpandText, NullBufferReportsTheWholeLength) {
-    AppNameGuard guard;
-    ASSERT_EQ(QzLang_SetAppName(QZTEXT("Sound Forge")), S_OK);
-    EXPECT_EQ(QzLang_ExpandText(QZTEXT("Quit $(AppName)?"), nullptr, 0), 17);
-    WCHAR buffer[4] = {0x7777};
+    // Without a buffer the whole length; without a text the empty string.
+    EXPECT_EQ(QzLang_ExpandText(QZTEXT("Quit $(AppName) now?"), nullptr, 0), 15);
     EXPECT_EQ(QzLang_ExpandText(nullptr, buffer, 4), 0);
     EXPECT_EQ(buffer[0], 0);
-}
-
-TEST(LangExpandText, DefaultAppNameIsTheHostExecutable) {
-    AppNameGuard guard;
-    ASSERT_EQ(QzLang_SetAppName(QZTEXT("Other")), S_OK);
-    ASSERT_EQ(QzLang_SetAppName(QZTEXT("")), S_OK);  // back to the default
-    WCHAR buffer[64];
+    // An empty name goes back to the default: the host executable's.
+    ASSERT_EQ(QzLang_SetAppName(QZTEXT("")), S_OK);
     QzLang_ExpandText(QZTEXT("$(AppName)"), buffer, 64);
     EXPECT_EQ(WString(buffer), WString(QZTEXT("qz_kernel_tests")));
 }
@@ -154,7 +149,7 @@ TEST(LangLoadString, FindsIdsNewestTableFirstAndExpands) {
     WCHAR buffer[32];
     auto load = [&](UINT id, int size) {
         const int n = QzLoadString(lang.get(), id, buffer, size);
-        return std::to_string(n) + ":" + qz_narrow(buffer);
+        return std::to_string(n) + ":" + qz::testing::narrow(buffer);
     };
     EXPECT_EQ(load(200, 32), "6:second");
     ASSERT_EQ(QzLang_SetLanguage(lang.get(), QZLANG_GERMAN), S_OK);
@@ -165,18 +160,6 @@ TEST(LangLoadString, FindsIdsNewestTableFirstAndExpands) {
     EXPECT_EQ(QzLoadString(lang.get(), 300, buffer, 32), 0);
     EXPECT_EQ(buffer[0], 0);
     EXPECT_EQ(QzLoadString(lang.get(), 100, nullptr, 32), 0);
-}
-
-TEST(LangInstanceCalls, RejectBadArguments) {
-    HQZLANG lang = nullptr;
-    EXPECT_EQ(QzLang_Open(nullptr, nullptr), E_POINTER);
-    EXPECT_EQ(QzLang_Close(nullptr), S_OK);
-    ASSERT_EQ(QzLang_Open(nullptr, &lang), S_OK);
-    const QZLANGSTRING entry = {1, kEnglishOnly.record()};
-    EXPECT_EQ(QzLang_AddStrings(lang, &entry, -1), E_INVALIDARG);
-    EXPECT_EQ(QzLang_AddStrings(lang, nullptr, 1), E_INVALIDARG);
-    EXPECT_EQ(QzLang_SetLanguage(lang, QZLANG_COUNT), E_INVALIDARG);
-    EXPECT_EQ(QzLang_Close(lang), S_OK);
 }
 
 }  // namespace

@@ -12,9 +12,9 @@
 
 namespace {
 
-using qz::testing::TestList;
 using qz::testing::FaultOp;
 using qz::testing::FaultPlan;
+using qz::testing::TestList;
 
 constexpr DWORD kStandard = QZLIST_HEAPITEMS;
 constexpr DWORD kPrivate = QZLIST_HEAPITEMS | QZLIST_PRIVATEHEAP;
@@ -36,15 +36,20 @@ std::vector<uint32_t> tags(const tQZLIST* list) {
     return out;
 }
 
-TEST(ListAllocItem, OnePendingItemOnHeapItemListsOnly) {
+// New blocks: one pending item at a time, or allocated and inserted at
+// once, and a failure of either allocation leaves nothing behind.
+TEST(ListAllocItem, PendingItemsAndInsertedCopiesOnHeapItemListsOnly) {
     TestList values(4, QZLIST_VALUES);
     void* block = reinterpret_cast<void*>(0x1);
     EXPECT_EQ(QzList_AllocItem(values.get(), 8, &block), E_FAIL);
     EXPECT_EQ(block, nullptr);
     EXPECT_EQ(QzList_AllocItem(values.get(), 8, nullptr), E_POINTER);
+    int at = 0;
+    EXPECT_EQ(QzList_AllocAndInsertItem(values.get(), nullptr, 4, 0, &at), E_FAIL);
+    EXPECT_EQ(at, -1);
 
     for (DWORD options : {kStandard, kPrivate}) {
-        TestList list(0, options);
+        TestList list(0, options, 4, 4);
         void* first = nullptr;
         void* second = nullptr;
         ASSERT_EQ(QzList_AllocItem(list.get(), 24, &first), S_OK);
@@ -55,20 +60,14 @@ TEST(ListAllocItem, OnePendingItemOnHeapItemListsOnly) {
         ASSERT_EQ(QzList_InsertList(list.get(), 5, nullptr, -1), S_OK);
         EXPECT_EQ(list->pending_item, nullptr);
         EXPECT_EQ(QZLIST_ITEMPTR(list.get(), 0), first);
-        ASSERT_EQ(QzList_AllocItem(list.get(), 8, &second), S_OK);  // freed by destroy
-    }
-}
+        *static_cast<uint32_t*>(first) = 1;
 
-TEST(ListAllocAndInsertItem, CopiesInsertsAndCleansUpOnFailure) {
-    for (DWORD options : {kStandard, kPrivate}) {
-        TestList list(0, options, 4, 4);
-        for (uint32_t tag : {1u, 2u, 3u}) add_tagged(list.get(), tag);
+        for (uint32_t tag : {2u, 3u}) add_tagged(list.get(), tag);
         const uint32_t front = 9;
-        int at = -2;
+        at = -2;
         ASSERT_EQ(QzList_AllocAndInsertItem(list.get(), &front, 4, 0, &at), S_OK);
         EXPECT_EQ(at, 0);
         EXPECT_EQ(tags(list.get()), (std::vector<uint32_t>{9, 1, 2, 3}));
-
         // The block allocation fails, then the growth of the full slot block.
         for (unsigned failing : {1u, 2u}) {
             FaultPlan plan;
@@ -80,14 +79,11 @@ TEST(ListAllocAndInsertItem, CopiesInsertsAndCleansUpOnFailure) {
             EXPECT_EQ(list->count, 4);
             EXPECT_EQ(plan.failures(FaultOp::Alloc), 1u);
         }
+        ASSERT_EQ(QzList_AllocItem(list.get(), 8, &second), S_OK);  // freed by destroy
     }
-    TestList values(4, QZLIST_VALUES);
-    int at = 0;
-    EXPECT_EQ(QzList_AllocAndInsertItem(values.get(), nullptr, 4, 0, &at), E_FAIL);
-    EXPECT_EQ(at, -1);
 }
 
-TEST(ListReAllocItem, KeepsTheBytesAndZeroesTheRest) {
+TEST(ListReAllocItem, KeepsTheBytesZeroesTheRestAndSizesAreThoseAskedFor) {
     for (DWORD options : {kStandard, kPrivate}) {
         TestList list(0, options);
         add_tagged(list.get(), 0xCAFE);
@@ -107,29 +103,22 @@ TEST(ListReAllocItem, KeepsTheBytesAndZeroesTheRest) {
         EXPECT_EQ(QZLIST_ITEMPTR(list.get(), 0), bytes);
         EXPECT_EQ(QzList_AllocSize(list.get(), 0), 4000);
         EXPECT_EQ(*reinterpret_cast<const uint32_t*>(bytes), 0xCAFEu);
-    }
-    TestList values(4, QZLIST_VALUES);
-    qz::testing::fill(values.get(), 0, 2);
-    EXPECT_EQ(QzList_ReAllocItem(values.get(), 0, 8), E_FAIL);
-}
 
-TEST(ListAllocSize, ReportsTheSizesAskedForAndTheWholeList) {
-    for (DWORD options : {kStandard, kPrivate}) {
-        TestList list(0, options);
         for (UINT size : {5u, 100u, 0u, 4097u}) {
             int at = -1;
             ASSERT_EQ(QzList_AllocAndInsertItem(list.get(), nullptr, size, -1, &at), S_OK);
             EXPECT_EQ(QzList_AllocSize(list.get(), at), LONG_PTR(size));
         }
-        EXPECT_EQ(QzList_AllocSize(list.get(), 4), -1);
-        const LONG_PTR whole =
-            5 + 100 + 0 + 4097 + LONG_PTR(GlobalSize(list->items)) + LONG_PTR(sizeof(tQZLIST));
+        EXPECT_EQ(QzList_AllocSize(list.get(), 5), -1);
+        const LONG_PTR whole = 4000 + 5 + 100 + 0 + 4097 + LONG_PTR(GlobalSize(list->items)) +
+                               LONG_PTR(sizeof(tQZLIST));
         EXPECT_EQ(QzList_AllocSize(list.get(), -1), whole);
     }
     TestList values(12, QZLIST_VALUES);
     const uint32_t item[3] = {};
     ASSERT_EQ(QzList_InsertList(values.get(), 0, item, 1), S_OK);
     EXPECT_EQ(QzList_AllocSize(values.get(), 0), 12);
+    EXPECT_EQ(QzList_ReAllocItem(values.get(), 0, 8), E_FAIL);
 }
 
 TEST(ListMoveItemsBetweenHeapLists, HandsBlocksOverInOrder) {

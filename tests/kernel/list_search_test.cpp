@@ -14,7 +14,7 @@ using qz::testing::compare_u32;
 using qz::testing::TestList;
 using V = std::vector<uint32_t>;
 
-TEST(ListFindSpecificItem, ComparesBytesOrPointersOverTheRange) {
+TEST(ListFindSpecificItem, ComparesBytesPointersOrByTheCallbackOverTheRange) {
     TestList list(4, QZLIST_VALUES);
     append(list.get(), {7, 8, 9, 7, 8});
     struct Case {
@@ -34,20 +34,18 @@ TEST(ListFindSpecificItem, ComparesBytesOrPointersOverTheRange) {
     EXPECT_EQ(QzList_FindSpecificItemRange(pointers.get(), 1, -1, &a), 2);
     int same_value = 0;  // equal contents, another address
     EXPECT_EQ(QzList_FindSpecificItemRange(pointers.get(), 0, -1, &same_value), -1);
-}
-
-TEST(ListFindItem, UsesTheComparisonWithTheStoredCriteria) {
-    TestList list(4, QZLIST_VALUES);
-    append(list.get(), {3, 1, 2, 1});
+    // QzList_FindItemRange compares with the callback instead.
+    TestList compared(4, QZLIST_VALUES);
+    append(compared.get(), {3, 1, 2, 1});
     const uint32_t key = 1;
-    EXPECT_EQ(QzList_FindItemRange(list.get(), &key, 2, -1, compare_u32), 3);
-    EXPECT_EQ(QzList_FindItemRange(list.get(), &key, 2, 1, compare_u32), -1);
-    EXPECT_EQ(QzList_FindItemRange(list.get(), &key, 0, -1, nullptr), -1);
+    EXPECT_EQ(QzList_FindItemRange(compared.get(), &key, 2, -1, compare_u32), 3);
+    EXPECT_EQ(QzList_FindItemRange(compared.get(), &key, 2, 1, compare_u32), -1);
+    EXPECT_EQ(QzList_FindItemRange(compared.get(), &key, 0, -1, nullptr), -1);
 }
 
 // Ranges that start inside [10, 20, 30, 40, 50]; whole lists are checked
 // against lower_bound below.
-TEST(ListFindSortedInsertIndex, BisectsTheRangeOnly) {
+TEST(ListFindSortedInsertIndex, BisectsTheRangeOnlyWithTheCriteriaOfTheLastSort) {
     TestList list(4, QZLIST_VALUES);
     append(list.get(), {10, 20, 30, 40, 50});
     struct Case {
@@ -62,6 +60,15 @@ TEST(ListFindSortedInsertIndex, BisectsTheRangeOnly) {
             QzList_FindSortedInsertIndexRange(list.get(), &c.key, c.start, c.count, compare_u32),
             c.expected)
             << c.key << " in [" << c.start << ", +" << c.count << ")";
+    // Both sorted searches use the criteria of the last sort.
+    TestList sorted(4, QZLIST_VALUES);
+    append(sorted.get(), {3, 9, 1, 7, 5});
+    ASSERT_EQ(QzList_HeapSort(sorted.get(), 1, compare_u32), S_OK);  // descending
+    EXPECT_EQ(qz::testing::values(sorted.get()), (V{9, 7, 5, 3, 1}));
+    const uint32_t present = 3, absent = 4;
+    EXPECT_EQ(QzList_FindSortedItemRange(sorted.get(), &present, 0, -1, compare_u32), 3);
+    EXPECT_EQ(QzList_FindSortedItemRange(sorted.get(), &absent, 0, -1, compare_u32), -1);
+    EXPECT_EQ(QzList_FindSortedInsertIndexRange(sorted.get(), &absent, 0, -1, compare_u32), 3);
 }
 
 // Against the standard library on random sorted lists: distinct keys go
@@ -95,17 +102,6 @@ TEST(ListFindSortedInsertIndex, KeepsTheOrderOnRandomLists) {
             }
         }
     }
-}
-
-TEST(ListFindSortedItem, UsesTheCriteriaOfTheLastSort) {
-    TestList list(4, QZLIST_VALUES);
-    append(list.get(), {3, 9, 1, 7, 5});
-    ASSERT_EQ(QzList_HeapSort(list.get(), 1, compare_u32), S_OK);  // descending
-    EXPECT_EQ(qz::testing::values(list.get()), (V{9, 7, 5, 3, 1}));
-    const uint32_t present = 3, absent = 4;
-    EXPECT_EQ(QzList_FindSortedItemRange(list.get(), &present, 0, -1, compare_u32), 3);
-    EXPECT_EQ(QzList_FindSortedItemRange(list.get(), &absent, 0, -1, compare_u32), -1);
-    EXPECT_EQ(QzList_FindSortedInsertIndexRange(list.get(), &absent, 0, -1, compare_u32), 3);
 }
 
 }  // namespace

@@ -1,45 +1,23 @@
 // The kernel's settings stores and their file-backed POSIX backend.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
 
 #include "kernel/settings.h"
+#include "tests/support/platform_testing.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using WString = std::basic_string<WCHAR>;
+using qz::testing::WString;
 
-WString test_wide(const std::string& text) {
-    return WString(text.begin(), text.end());
-}
 constexpr DWORD kVersion = 0x0A000086;
 
 // Points $XDG_CONFIG_HOME at a fresh folder for one test.
 class SettingsTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        const char* old = std::getenv("XDG_CONFIG_HOME");
-        had_old_ = old != nullptr;
-        if (had_old_) old_ = old;
-        folder_ = fs::temp_directory_path() /
-                  ("qz_settings_" + std::to_string(getpid()) + "_" +
-                   ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(folder_);
-        fs::create_directories(folder_);
-        setenv("XDG_CONFIG_HOME", folder_.c_str(), 1);
-    }
-    void TearDown() override {
-        if (had_old_)
-            setenv("XDG_CONFIG_HOME", old_.c_str(), 1);
-        else
-            unsetenv("XDG_CONFIG_HOME");
-        fs::remove_all(folder_);
-    }
     HQZMETRIC open(LPCWSTR product = QZTEXT("Test Product")) {
         HQZMETRIC store = nullptr;
         EXPECT_EQ(qz::settings::open(product, kVersion, QZTEXT("Kernel"), &store), S_OK);
@@ -53,14 +31,14 @@ protected:
         const bool is_text = qz::settings::get_text(store, name, &text) == S_OK;
         if (is_number == is_text) return is_number ? QZTEXT("both") : QZTEXT("-");
         WString shown(1, WCHAR(is_number ? '#' : '='));
-        return shown.append(is_number ? test_wide(std::to_string(number)) : text);
+        return shown.append(is_number ? qz::testing::wide(std::to_string(number)) : text);
     }
-    fs::path folder_;
-    bool had_old_ = false;
-    std::string old_;
+    qz::testing::TempDir dir_;
+    const fs::path folder_ = dir_.path();
+    qz::testing::ScopedEnv config_{"XDG_CONFIG_HOME", dir_.path()};
 };
 
-TEST_F(SettingsTest, ValuesSurviveReopeningByName) {
+TEST_F(SettingsTest, ValuesSurviveReopeningByNameAndBadArgumentsAreRefused) {
     const WString awkward = QZTEXT("Caf\u00e9 = \"x\"\nline two\\ \r end");
     const WString awkward_name = QZTEXT("a=b\nc\\");
     HQZMETRIC store = open();
@@ -83,6 +61,17 @@ TEST_F(SettingsTest, ValuesSurviveReopeningByName) {
     EXPECT_EQ(qz::settings::set_text(store, QZTEXT("Count"), QZTEXT("many")), S_OK);
     EXPECT_EQ(get(store, QZTEXT("Count")), QZTEXT("=many"));
     qz::settings::close(store);
+    // Bad arguments are refused.
+    store = reinterpret_cast<HQZMETRIC>(1);
+    EXPECT_EQ(qz::settings::open(QZTEXT(""), kVersion, QZTEXT("Kernel"), &store), E_INVALIDARG);
+    EXPECT_EQ(store, nullptr);
+    EXPECT_EQ(qz::settings::open(QZTEXT("P"), kVersion, nullptr, &store), E_INVALIDARG);
+    EXPECT_EQ(qz::settings::open(QZTEXT("P"), kVersion, QZTEXT("Kernel"), nullptr), E_POINTER);
+    DWORD number = 0;
+    EXPECT_EQ(qz::settings::get_number(nullptr, QZTEXT("Count"), &number), E_HANDLE);
+    store = open();
+    EXPECT_EQ(qz::settings::set_number(store, QZTEXT(""), 1), E_INVALIDARG);
+    qz::settings::close(store);
 }
 
 TEST_F(SettingsTest, SkipsLinesOfAnotherShape) {
@@ -104,34 +93,15 @@ TEST_F(SettingsTest, SkipsLinesOfAnotherShape) {
     qz::settings::close(store);
 }
 
-TEST_F(SettingsTest, AFailedWriteKeepsTheStoresView) {
-    HQZMETRIC store = open(QZTEXT("Blocked"));
+TEST_F(SettingsTest, ProductNamesStayInsideTheFolderAndAFailedWriteKeepsTheView) {
+    HQZMETRIC store = open(QZTEXT("../a/b"));
     ASSERT_EQ(qz::settings::set_number(store, QZTEXT("Count"), 1), S_OK);
+    EXPECT_TRUE(fs::exists(folder_ / ".._a_b" / "10.0" / "Kernel.ini"));
     // The version folder becomes a file: the store cannot be written.
-    fs::remove_all(folder_ / "Blocked" / "10.0");
-    std::ofstream(folder_ / "Blocked" / "10.0") << "in the way";
+    fs::remove_all(folder_ / ".._a_b" / "10.0");
+    std::ofstream(folder_ / ".._a_b" / "10.0") << "in the way";
     EXPECT_EQ(qz::settings::set_number(store, QZTEXT("Count"), 2), QZE_FILE_CREATE);
     EXPECT_EQ(get(store, QZTEXT("Count")), QZTEXT("#1"));
-    qz::settings::close(store);
-}
-
-TEST_F(SettingsTest, ProductNamesStayInsideTheConfigurationFolder) {
-    HQZMETRIC store = open(QZTEXT("../a/b"));
-    ASSERT_EQ(qz::settings::set_number(store, QZTEXT("Count"), 3), S_OK);
-    qz::settings::close(store);
-    EXPECT_TRUE(fs::exists(folder_ / ".._a_b" / "10.0" / "Kernel.ini"));
-}
-
-TEST_F(SettingsTest, RejectsBadArguments) {
-    HQZMETRIC store = reinterpret_cast<HQZMETRIC>(1);
-    EXPECT_EQ(qz::settings::open(QZTEXT(""), kVersion, QZTEXT("Kernel"), &store), E_INVALIDARG);
-    EXPECT_EQ(store, nullptr);
-    EXPECT_EQ(qz::settings::open(QZTEXT("P"), kVersion, nullptr, &store), E_INVALIDARG);
-    EXPECT_EQ(qz::settings::open(QZTEXT("P"), kVersion, QZTEXT("Kernel"), nullptr), E_POINTER);
-    DWORD number = 0;
-    EXPECT_EQ(qz::settings::get_number(nullptr, QZTEXT("Count"), &number), E_HANDLE);
-    store = open();
-    EXPECT_EQ(qz::settings::set_number(store, QZTEXT(""), 1), E_INVALIDARG);
     qz::settings::close(store);
 }
 

@@ -43,7 +43,7 @@ constexpr char16_t kExpected1252[32] = {
     u'\u02DC', u'\u2122', u'\u0161', u'\u203A', u'\u0153', u'\u009D', u'\u017E', u'\u0178',
 };
 
-TEST(Cp1252, EveryByteMapsAndSurvivesARoundTrip) {
+TEST(Cp1252, EveryByteMapsAndSurvivesARoundTripAndTheRestBecomesTheDefault) {
     std::string all;
     for (int byte = 1; byte < 256; ++byte) all.push_back(static_cast<char>(byte));
     const std::u16string wide = to_wide(CP_ACP, all);
@@ -55,9 +55,7 @@ TEST(Cp1252, EveryByteMapsAndSurvivesARoundTrip) {
     BOOL used_default = TRUE;
     EXPECT_EQ(to_bytes(CP_ACP, wide, 0, nullptr, &used_default), all);
     EXPECT_FALSE(used_default);
-}
-
-TEST(Cp1252, WhatItCannotShowBecomesTheDefaultCharacter) {
+    // What it cannot show becomes the default character.
     struct Case {
         std::u16string text;
         const char* default_char;
@@ -72,73 +70,56 @@ TEST(Cp1252, WhatItCannotShowBecomesTheDefaultCharacter) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.expected);
-        BOOL used_default = FALSE;
-        EXPECT_EQ(to_bytes(CP_ACP, c.text, WC_NO_BEST_FIT_CHARS, c.default_char, &used_default),
+        BOOL defaulted = FALSE;
+        EXPECT_EQ(to_bytes(CP_ACP, c.text, WC_NO_BEST_FIT_CHARS, c.default_char, &defaulted),
                   c.expected);
-        EXPECT_TRUE(used_default);
+        EXPECT_TRUE(defaulted);
     }
 }
 
-TEST(Utf8, DecodingReplacesEachMalformedSequenceOnce) {
-    struct Case {
+// Each malformed sequence or lone surrogate becomes one U+FFFD, and the
+// strict flags refuse them.
+TEST(Utf8, MalformedSequencesAndLoneSurrogatesBecomeReplacementCharacters) {
+    const std::u16string R = u"\uFFFD";
+    const std::string R8 = "\xEF\xBF\xBD";
+    const struct {
         const char* what;
         std::string bytes;
-        std::u16string expected;
-        bool well_formed;
-    };
-    const std::u16string R = u"\uFFFD";
-    const Case cases[] = {
-        {"ASCII", "Az", u"Az", true},
-        {"two bytes", "\xC3\xA9", u"\u00E9", true},
-        {"four bytes become a pair", "\xF0\x9F\x8E\xB5", u"\U0001F3B5", true},
-        {"byte order mark is kept", "\xEF\xBB\xBF\x61", u"\uFEFFa", true},
-        {"overlong", "\xC0\x80", R + R, false},
-        {"encoded surrogate", "\xED\xA0\x80", R + R + R, false},
-        {"past U+10FFFF", "\xF4\x90\x80\x80", R + R + R + R, false},
-        {"cut at the end", "a\xE2\x82", u"a" + R, false},
-        {"stray continuation", "\x80\x62", R + u"b", false},
-        {"never a lead", "\xFF\xFE", R + R, false},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        EXPECT_EQ(to_wide(CP_UTF8, c.bytes), c.expected);
-        SetLastError(kSentinel);
-        const int n = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, c.bytes.data(),
-                                          static_cast<int>(c.bytes.size()), nullptr, 0);
-        if (c.well_formed) {
-            EXPECT_EQ(n, static_cast<int>(c.expected.size()));
-        } else {
-            EXPECT_EQ(n, 0);
-            EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NO_UNICODE_TRANSLATION));
-        }
-    }
-}
-
-TEST(Utf8, EncodingTurnsLoneSurrogatesIntoReplacementCharacters) {
-    struct Case {
-        const char* what;
         std::u16string text;
-        std::string expected;
         bool well_formed;
+        bool decoding;  // false: encoding `text`, which gives `bytes`
+    } cases[] = {
+        {"ASCII", "Az", u"Az", true, true},
+        {"two bytes", "\xC3\xA9", u"\u00E9", true, true},
+        {"four bytes become a pair", "\xF0\x9F\x8E\xB5", u"\U0001F3B5", true, true},
+        {"byte order mark is kept", "\xEF\xBB\xBF\x61", u"\uFEFFa", true, true},
+        {"overlong", "\xC0\x80", R + R, false, true},
+        {"encoded surrogate", "\xED\xA0\x80", R + R + R, false, true},
+        {"past U+10FFFF", "\xF4\x90\x80\x80", R + R + R + R, false, true},
+        {"cut at the end", "a\xE2\x82", u"a" + R, false, true},
+        {"stray continuation", "\x80\x62", R + u"b", false, true},
+        {"never a lead", "\xFF\xFE", R + R, false, true},
+        {"pair", "\xF0\x9F\x8E\xB5", u"\U0001F3B5", true, false},
+        {"lone high", "a" + R8, std::u16string(u"a\xD83C"), false, false},
+        {"high then not low", R8 + "A", std::u16string(u"\xD83C\x41"), false, false},
+        {"two highs", R8 + "\xF0\x9F\x8E\xB5", std::u16string(u"\xD83C\xD83C\xDFB5"), false, false},
     };
-    const std::string R = "\xEF\xBF\xBD";
-    const Case cases[] = {
-        {"pair", u"\U0001F3B5", "\xF0\x9F\x8E\xB5", true},
-        {"lone high", std::u16string(u"a\xD83C"), "a" + R, false},
-        {"high then not low", std::u16string(u"\xD83C\x41"), R + "A", false},
-        {"two highs", std::u16string(u"\xD83C\xD83C\xDFB5"), R + "\xF0\x9F\x8E\xB5", false},
-    };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        EXPECT_EQ(to_bytes(CP_UTF8, c.text), c.expected);
         SetLastError(kSentinel);
-        const int n =
-            WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, c.text.data(),
-                                static_cast<int>(c.text.size()), nullptr, 0, nullptr, nullptr);
-        if (c.well_formed) {
-            EXPECT_EQ(n, static_cast<int>(c.expected.size()));
+        int n = 0;
+        if (c.decoding) {
+            EXPECT_EQ(to_wide(CP_UTF8, c.bytes), c.text);
+            n = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, c.bytes.data(),
+                                    static_cast<int>(c.bytes.size()), nullptr, 0);
         } else {
-            EXPECT_EQ(n, 0);
+            EXPECT_EQ(to_bytes(CP_UTF8, c.text), c.bytes);
+            n = WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, c.text.data(),
+                                    static_cast<int>(c.text.size()), nullptr, 0, nullptr, nullptr);
+        }
+        const size_t length = c.decoding ? c.text.size() : c.bytes.size();
+        EXPECT_EQ(n, c.well_formed ? static_cast<int>(length) : 0);
+        if (!c.well_formed) {
             EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NO_UNICODE_TRANSLATION));
         }
     }
@@ -185,32 +166,30 @@ TEST(CodePages, BadArgumentsFailWithTheirErrors) {
         bool null_source, null_target;
         int length, capacity;
         const char* default_char;
-        bool ask_used_default;
         DWORD error;
     };
     const DWORD P = ERROR_INVALID_PARAMETER, F = ERROR_INVALID_FLAGS;
     const Case cases[] = {
-        {true, CP_UTF8, 0, true, false, 3, 4, nullptr, false, P},
-        {true, CP_UTF8, 0, false, false, 0, 4, nullptr, false, P},
-        {true, CP_UTF8, 0, false, true, 3, 4, nullptr, false, P},
-        {true, 932, 0, false, false, 3, 4, nullptr, false, P},
-        {true, CP_UTF8, MB_PRECOMPOSED, false, false, 3, 4, nullptr, false, F},
-        {false, CP_ACP, 0, false, true, 3, 4, nullptr, false, P},
-        {false, CP_UTF8, 0, false, false, 3, 4, "?", false, P},
-        {false, CP_ACP, WC_ERR_INVALID_CHARS, false, false, 3, 4, nullptr, false, F},
+        {true, CP_UTF8, 0, true, false, 3, 4, nullptr, P},
+        {true, CP_UTF8, 0, false, false, 0, 4, nullptr, P},
+        {true, CP_UTF8, 0, false, true, 3, 4, nullptr, P},
+        {true, 932, 0, false, false, 3, 4, nullptr, P},
+        {true, CP_UTF8, MB_PRECOMPOSED, false, false, 3, 4, nullptr, F},
+        {false, CP_ACP, 0, false, true, 3, 4, nullptr, P},
+        {false, CP_UTF8, 0, false, false, 3, 4, "?", P},
+        {false, CP_ACP, WC_ERR_INVALID_CHARS, false, false, 3, 4, nullptr, F},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(&c - cases);
         WCHAR wide[4] = {u'#', u'#', u'#', u'#'};
         char narrow[4] = {'#', '#', '#', '#'};
-        BOOL used = FALSE;
         SetLastError(kSentinel);
         const int n =
             c.to_wide ? MultiByteToWideChar(c.code_page, c.flags, c.null_source ? nullptr : "abc",
                                             c.length, c.null_target ? nullptr : wide, c.capacity)
                       : WideCharToMultiByte(c.code_page, c.flags, c.null_source ? nullptr : u"abc",
                                             c.length, c.null_target ? nullptr : narrow, c.capacity,
-                                            c.default_char, c.ask_used_default ? &used : nullptr);
+                                            c.default_char, nullptr);
         EXPECT_EQ(n, 0);
         EXPECT_EQ(GetLastError(), c.error);
         EXPECT_EQ(std::u16string(wide, 4), u"####");

@@ -41,25 +41,16 @@ bool catch_fault(Fault fault) {
     return faulted;
 }
 
-class ProtNonePage : public ::testing::Test {
-protected:
-    void SetUp() override {
-        size_ = size_t(sysconf(_SC_PAGESIZE));
-        void* p = mmap(nullptr, size_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        ASSERT_NE(p, MAP_FAILED);
-        page_ = static_cast<volatile unsigned char*>(p);
-    }
-    void TearDown() override { munmap(const_cast<unsigned char*>(page_), size_); }
-
-    volatile unsigned char* page_ = nullptr;
-    size_t size_ = 0;
-};
-
 #if defined(__x86_64__) || defined(__i386__)
-TEST_F(ProtNonePage, WriteFaultIsFlaggedAsAWrite) {
-    ASSERT_TRUE(catch_fault([&] { page_[8] = 1; }));
+TEST(SignalAdapter, AWriteFaultOnAProtNonePageIsFlaggedAsAWrite) {
+    const size_t size = size_t(sysconf(_SC_PAGESIZE));
+    void* p = mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(p, MAP_FAILED);
+    auto* page = static_cast<volatile unsigned char*>(p);
+    ASSERT_TRUE(catch_fault([&] { page[8] = 1; }));
     EXPECT_EQ(g_record.ExceptionInformation[0], 1u);
-    EXPECT_EQ(g_record.ExceptionInformation[1], reinterpret_cast<ULONG_PTR>(page_ + 8));
+    EXPECT_EQ(g_record.ExceptionInformation[1], reinterpret_cast<ULONG_PTR>(page + 8));
+    munmap(p, size);
 }
 #endif
 

@@ -26,7 +26,7 @@ std::set<std::u16string> listing(const std::u16string& pattern, DWORD* error) {
     return names;
 }
 
-TEST(FindFirstFile, PatternsMatchAsOnWindows) {
+TEST(FindFirstFile, PatternsMatchAsOnWindowsAndTheFolderHasFreeSpace) {
     TempDir dir;
     native_write(dir.file("a.txt"), "12345");
     native_write(dir.file("README"), "");
@@ -53,10 +53,7 @@ TEST(FindFirstFile, PatternsMatchAsOnWindows) {
     EXPECT_EQ(data.nFileSizeLow, 5u);
     EXPECT_EQ(data.dwFileAttributes, FILE_ATTRIBUTE_NORMAL);
     FindClose(find);
-}
-
-TEST(DiskFreeSpace, ReportsTheFileSystemOfTheFolder) {
-    TempDir dir;
+    // The free space is that of the folder's file system.
     ULARGE_INTEGER free_bytes{}, total{};
     ASSERT_TRUE(GetDiskFreeSpaceExW(dir.wide("").c_str(), &free_bytes, &total, nullptr));
     EXPECT_GT(total.QuadPart, 0u);

@@ -18,7 +18,7 @@ bool all_bytes(const void* data, SIZE_T from, SIZE_T to, unsigned char value) {
     return std::all_of(p + from, p + to, [&](unsigned char b) { return b == value; });
 }
 
-TEST(GlobalMemory, FixedHandleIsTheAddressAndMoveableIsNot) {
+TEST(GlobalMemory, FixedHandleIsTheAddressMoveableIsNotAndLocksCount) {
     HGLOBAL fixed = GlobalAlloc(GMEM_FIXED, 40);
     ASSERT_NE(fixed, nullptr);
     EXPECT_EQ(GlobalLock(fixed), fixed);
@@ -36,20 +36,18 @@ TEST(GlobalMemory, FixedHandleIsTheAddressAndMoveableIsNot) {
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
     GlobalUnlock(h);
     EXPECT_EQ(GlobalFree(h), nullptr);
-}
-
-TEST(GlobalMemory, UnlockReportsTheCountReachingZeroAndUnlockedBlocks) {
-    HGLOBAL h = GlobalAlloc(GMEM_MOVEABLE, 8);
-    ASSERT_NE(h, nullptr);
-    void* first = GlobalLock(h);
-    EXPECT_EQ(GlobalLock(h), first);
-    EXPECT_TRUE(GlobalUnlock(h));  // still locked once
+    // Unlocking reports the count reaching zero, and blocks not locked.
+    HGLOBAL counted = GlobalAlloc(GMEM_MOVEABLE, 8);
+    ASSERT_NE(counted, nullptr);
+    void* first = GlobalLock(counted);
+    EXPECT_EQ(GlobalLock(counted), first);
+    EXPECT_TRUE(GlobalUnlock(counted));  // still locked once
     SetLastError(ERROR_GEN_FAILURE);
-    EXPECT_FALSE(GlobalUnlock(h));  // now unlocked: FALSE with NO_ERROR
+    EXPECT_FALSE(GlobalUnlock(counted));  // now unlocked: FALSE with NO_ERROR
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(NO_ERROR));
-    EXPECT_FALSE(GlobalUnlock(h));  // was not locked
+    EXPECT_FALSE(GlobalUnlock(counted));  // was not locked
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_LOCKED));
-    GlobalFree(h);
+    GlobalFree(counted);
 }
 
 TEST(GlobalMemory, SizeIsWhatWasAskedAndZeroInitZeroes) {
@@ -68,7 +66,7 @@ TEST(GlobalMemory, SizeIsWhatWasAskedAndZeroInitZeroes) {
     }
 }
 
-TEST(GlobalMemory, MoveableReAllocKeepsHandleContentsAndZeroesGrowth) {
+TEST(GlobalMemory, ReAllocKeepsHandleContentsAndZeroesGrowthOrModifiesFlagsOnly) {
     HGLOBAL h = GlobalAlloc(GMEM_MOVEABLE, 100);
     ASSERT_NE(h, nullptr);
     auto* p = static_cast<unsigned char*>(GlobalLock(h));
@@ -94,6 +92,18 @@ TEST(GlobalMemory, MoveableReAllocKeepsHandleContentsAndZeroesGrowth) {
     EXPECT_TRUE(all_bytes(p, 10, 1 << 20, 0));
     GlobalUnlock(h);
     GlobalFree(h);
+    // GMEM_MODIFY changes the flags only: a fixed block gets a handle.
+    HGLOBAL fixed = GlobalAlloc(GMEM_FIXED, 32);
+    ASSERT_NE(fixed, nullptr);
+    HGLOBAL modified = GlobalReAlloc(fixed, 4096, GMEM_MODIFY | GMEM_MOVEABLE);
+    ASSERT_NE(modified, nullptr);
+    EXPECT_NE(modified, fixed);
+    EXPECT_EQ(GlobalSize(modified), 32u);  // the size argument is ignored
+    EXPECT_EQ(GlobalLock(modified), fixed);
+    EXPECT_EQ(GlobalHandle(fixed), modified);
+    GlobalUnlock(modified);
+    EXPECT_EQ(GlobalFree(fixed), fixed);  // the old handle is gone
+    EXPECT_EQ(GlobalFree(modified), nullptr);
 }
 
 TEST(GlobalMemory, HeldAddressesMoveOnlyWhenTheCallerAllows) {
@@ -122,21 +132,7 @@ TEST(GlobalMemory, HeldAddressesMoveOnlyWhenTheCallerAllows) {
     EXPECT_EQ(GlobalFree(moved), nullptr);
 }
 
-TEST(GlobalMemory, ModifyChangesFlagsOnly) {
-    HGLOBAL fixed = GlobalAlloc(GMEM_FIXED, 32);
-    ASSERT_NE(fixed, nullptr);
-    HGLOBAL h = GlobalReAlloc(fixed, 4096, GMEM_MODIFY | GMEM_MOVEABLE);
-    ASSERT_NE(h, nullptr);
-    EXPECT_NE(h, fixed);
-    EXPECT_EQ(GlobalSize(h), 32u);  // the size argument is ignored
-    EXPECT_EQ(GlobalLock(h), fixed);
-    EXPECT_EQ(GlobalHandle(fixed), h);
-    GlobalUnlock(h);
-    EXPECT_EQ(GlobalFree(fixed), fixed);  // the old handle is gone
-    EXPECT_EQ(GlobalFree(h), nullptr);
-}
-
-TEST(GlobalMemory, InvalidAndDoubleFreesAreRefusedWithoutACrash) {
+TEST(GlobalMemory, BadHandlesAndFailedAllocationsAreRefusedWithoutACrash) {
     HGLOBAL moveable = GlobalAlloc(GMEM_MOVEABLE, 8);
     HGLOBAL fixed = GlobalAlloc(GMEM_FIXED, 8);
     ASSERT_EQ(GlobalFree(moveable), nullptr);
@@ -151,9 +147,7 @@ TEST(GlobalMemory, InvalidAndDoubleFreesAreRefusedWithoutACrash) {
         EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
     }
     EXPECT_EQ(GlobalFree(nullptr), nullptr);
-}
-
-TEST(GlobalMemory, AllocationFaultsFailCleanly) {
+    // Failed allocations fail cleanly.
     HGLOBAL h = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, 4);
     ASSERT_NE(h, nullptr);
     {

@@ -10,9 +10,12 @@
 
 namespace {
 
-HANDLE new_event() { return CreateEventW(nullptr, TRUE, FALSE, nullptr); }
+HANDLE new_event() {
+    return CreateEventW(nullptr, TRUE, FALSE, nullptr);
+}
 
-TEST(HandleTable, StaleAndForeignHandlesAreInvalid) {
+// Stale, foreign and invalid handles fail every call with ERROR_INVALID_HANDLE.
+TEST(HandleTable, StaleForeignAndInvalidHandlesAreRefused) {
     const HANDLE first = new_event();
     ASSERT_NE(first, nullptr);
     ASSERT_TRUE(CloseHandle(first));
@@ -23,10 +26,23 @@ TEST(HandleTable, StaleAndForeignHandlesAreInvalid) {
     int local = 0;
     for (HANDLE h : {first, HANDLE(nullptr), INVALID_HANDLE_VALUE, HANDLE(uintptr_t(0x1234)),
                      HANDLE(uintptr_t(0x1235)), HANDLE(&local)}) {
-        SetLastError(0);
-        EXPECT_FALSE(SetEvent(h));
-        EXPECT_EQ(GetLastError(), DWORD(ERROR_INVALID_HANDLE));
-        EXPECT_FALSE(CloseHandle(h));
+        SCOPED_TRACE(testing::Message() << h);
+        const auto expect_invalid = [](bool failed) {
+            EXPECT_TRUE(failed);
+            EXPECT_EQ(GetLastError(), DWORD(ERROR_INVALID_HANDLE));
+        };
+        char buffer[4];
+        DWORD count = 99;
+        LONG high = 0;
+        LARGE_INTEGER where{};
+        expect_invalid(!SetEvent(h));
+        expect_invalid(!ReadFile(h, buffer, 4, &count, nullptr));
+        EXPECT_EQ(count, 0u);
+        expect_invalid(!WriteFile(h, buffer, 4, &count, nullptr));
+        expect_invalid(SetFilePointer(h, 0, &high, FILE_BEGIN) == INVALID_SET_FILE_POINTER);
+        expect_invalid(!GetFileSizeEx(h, &where));
+        expect_invalid(CreateFileMappingW(h, nullptr, PAGE_READONLY, 0, 0, nullptr) == nullptr);
+        expect_invalid(!CloseHandle(h));
     }
     EXPECT_TRUE(SetEvent(second));
     EXPECT_TRUE(CloseHandle(second));

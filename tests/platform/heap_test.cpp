@@ -17,7 +17,7 @@ bool all_bytes(const void* data, SIZE_T from, SIZE_T to, unsigned char value) {
     return std::all_of(p + from, p + to, [&](unsigned char b) { return b == value; });
 }
 
-TEST(Heap, AllocSizeAndZeroMemory) {
+TEST(Heap, AllocSizeAndZeroMemoryOnPrivateAndProcessHeaps) {
     HANDLE heap = HeapCreate(0, 0, 0);
     ASSERT_NE(heap, nullptr);
     for (SIZE_T bytes : {0ul, 33ul, 65536ul}) {
@@ -29,6 +29,15 @@ TEST(Heap, AllocSizeAndZeroMemory) {
     }
     EXPECT_TRUE(HeapFree(heap, 0, nullptr));
     EXPECT_TRUE(HeapDestroy(heap));
+    // The process heap is shared and cannot be destroyed.
+    HANDLE process = GetProcessHeap();
+    ASSERT_NE(process, nullptr);
+    EXPECT_EQ(GetProcessHeap(), process);
+    void* shared = HeapAlloc(process, HEAP_ZERO_MEMORY, 12);
+    ASSERT_NE(shared, nullptr);
+    EXPECT_FALSE(HeapDestroy(process));
+    EXPECT_FALSE(CloseHandle(process));
+    EXPECT_TRUE(HeapFree(process, 0, shared));
 }
 
 TEST(Heap, ReAllocZeroesGrowthAndInPlaceOnlyNeverMoves) {
@@ -92,7 +101,7 @@ TEST(Heap, SmallBlocksGrowAcrossTheirClassesAndStayApart) {
     EXPECT_TRUE(HeapDestroy(heap));
 }
 
-TEST(Heap, ForeignAndFreedPointersAreRefused) {
+TEST(Heap, ForeignFreedPointersAndDestroyedHeapsAreRefused) {
     HANDLE a = HeapCreate(0, 0, 0);
     HANDLE b = HeapCreate(0, 0, 0);
     void* in_a = HeapAlloc(a, 0, 16);
@@ -109,9 +118,7 @@ TEST(Heap, ForeignAndFreedPointersAreRefused) {
     EXPECT_EQ(HeapSize(a, 0, in_a), kHeapSizeFailed);
     HeapDestroy(a);
     HeapDestroy(b);
-}
-
-TEST(Heap, DestroyFreesLiveBlocksAndInvalidatesTheHandle) {
+    // Destruction frees live blocks and invalidates the handle.
     HANDLE heap = HeapCreate(0, 0, 0);
     for (int i = 0; i < 100; ++i) ASSERT_NE(HeapAlloc(heap, 0, 100 + i), nullptr);
     void* grown = HeapReAlloc(heap, 0, HeapAlloc(heap, 0, 10), 100000);
@@ -136,17 +143,6 @@ TEST(Heap, MaximumSizeBoundsTheBlocksTogether) {
     ASSERT_NE(HeapReAlloc(heap, 0, a, 100), nullptr);
     EXPECT_NE(HeapAlloc(heap, 0, 500), nullptr);
     HeapDestroy(heap);
-}
-
-TEST(Heap, ProcessHeapIsSharedAndCannotBeDestroyed) {
-    HANDLE heap = GetProcessHeap();
-    ASSERT_NE(heap, nullptr);
-    EXPECT_EQ(GetProcessHeap(), heap);
-    void* p = HeapAlloc(heap, HEAP_ZERO_MEMORY, 12);
-    ASSERT_NE(p, nullptr);
-    EXPECT_FALSE(HeapDestroy(heap));
-    EXPECT_FALSE(CloseHandle(heap));
-    EXPECT_TRUE(HeapFree(heap, 0, p));
 }
 
 TEST(Heap, AllocationFaultsFailCleanly) {

@@ -26,18 +26,15 @@ std::u16string module_file_name(HMODULE module) {
     return std::u16string(buffer.data(), n);
 }
 
-TEST(ModuleFileName, NullModuleIsTheExecutable) {
-    const std::u16string expected = wide(self_exe());
-    ASSERT_FALSE(expected.empty());
-    EXPECT_EQ(module_file_name(nullptr), expected);
+TEST(ModuleFileName, NullModuleIsTheExecutableAndShortBuffersTruncate) {
+    const std::u16string full = wide(self_exe());
+    ASSERT_FALSE(full.empty());
+    EXPECT_EQ(module_file_name(nullptr), full);
     const HMODULE executable = GetModuleHandleW(nullptr);
     ASSERT_NE(executable, nullptr);
-    EXPECT_EQ(module_file_name(executable), expected);
-    EXPECT_EQ(GetModuleHandleW(expected.c_str()), executable);
-}
+    EXPECT_EQ(module_file_name(executable), full);
+    EXPECT_EQ(GetModuleHandleW(full.c_str()), executable);
 
-TEST(ModuleFileName, ShortBuffersTruncateWithATerminator) {
-    const std::u16string full = module_file_name(nullptr);
     const DWORD length = static_cast<DWORD>(full.size());
     for (DWORD size : {1u, 5u, length, length + 1}) {
         SCOPED_TRACE(size);

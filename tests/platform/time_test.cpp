@@ -2,10 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 
 #include "platform/win32api.h"
+#include "tests/support/platform_testing.h"
 
 namespace {
 
@@ -33,25 +33,9 @@ std::string show(const SYSTEMTIME& t) {
 constexpr ULONGLONG kSecond = 10'000'000;
 constexpr ULONGLONG kHour = 3600 * kSecond;
 
-// Sets TZ for one test and puts the old value back.
-class TimeZone {
-public:
-    explicit TimeZone(const char* zone) : had_(std::getenv("TZ") != nullptr) {
-        if (had_) saved_ = std::getenv("TZ");
-        setenv("TZ", zone, 1);
-        tzset();
-    }
-    ~TimeZone() {
-        had_ ? setenv("TZ", saved_.c_str(), 1) : unsetenv("TZ");
-        tzset();
-    }
+using TimeZone = qz::testing::ScopedEnv;
 
-private:
-    bool had_;
-    std::string saved_;
-};
-
-TEST(FileTime, KnownInstantsConvertBothWays) {
+TEST(FileTime, KnownInstantsConvertBothWaysInvalidTimesAndRangeEndsAreRefused) {
     struct Case {
         SYSTEMTIME time;
         ULONGLONG ticks;
@@ -73,9 +57,6 @@ TEST(FileTime, KnownInstantsConvertBothWays) {
         c.time.wDayOfWeek = c.day_of_week;
         EXPECT_EQ(show(back), show(c.time));
     }
-}
-
-TEST(FileTime, InvalidTimesAndRangeEndsAreRefused) {
     // Year, month, day, hour, minute, second, milliseconds.
     const WORD bad[][7] = {
         {2001, 0, 1, 0, 0, 0, 0},    {2001, 13, 1, 0, 0, 0, 0},  {2001, 2, 29, 0, 0, 0, 0},
@@ -99,7 +80,7 @@ TEST(FileTime, InvalidTimesAndRangeEndsAreRefused) {
 }
 
 TEST(LocalTime, FollowsTheZoneAndItsSummerTime) {
-    TimeZone zone("CET-1CEST,M3.5.0,M10.5.0/3");
+    TimeZone zone("TZ", "CET-1CEST,M3.5.0,M10.5.0/3");
     struct Case {
         SYSTEMTIME utc;
         WORD local_hour;
@@ -122,19 +103,8 @@ TEST(LocalTime, FollowsTheZoneAndItsSummerTime) {
     }
 }
 
-TEST(LocalTime, RangeEndsAreRefused) {
-    TimeZone zone("XYZ-5");
-    const FILETIME last = file_time(0x7FFFFFFFFFFFFFFFull - kHour);
-    FILETIME out{};
-    EXPECT_FALSE(FileTimeToLocalFileTime(&last, &out));
-    TimeZone west("XYZ+5");
-    const FILETIME first = file_time(kHour);
-    EXPECT_FALSE(FileTimeToLocalFileTime(&first, &out));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
-}
-
-TEST(LocalTime, CurrentLocalTimeFollowsTheZone) {
-    TimeZone zone("XYZ-5");  // five hours east of UTC, no summer time
+TEST(LocalTime, TheCurrentTimeFollowsTheZoneAndRangeEndsAreRefused) {
+    TimeZone zone("TZ", "XYZ-5");  // five hours east of UTC, no summer time
     FILETIME before{}, after{}, local_ft{};
     GetSystemTimeAsFileTime(&before);
     SYSTEMTIME local{};
@@ -144,6 +114,14 @@ TEST(LocalTime, CurrentLocalTimeFollowsTheZone) {
     // Read between the two samples, to the millisecond.
     EXPECT_GE(ticks(local_ft) + 10'000, ticks(before) + 5 * kHour);
     EXPECT_LE(ticks(local_ft), ticks(after) + 5 * kHour);
+
+    const FILETIME last = file_time(0x7FFFFFFFFFFFFFFFull - kHour);
+    FILETIME out{};
+    EXPECT_FALSE(FileTimeToLocalFileTime(&last, &out));
+    TimeZone west("TZ", "XYZ+5");
+    const FILETIME first = file_time(kHour);
+    EXPECT_FALSE(FileTimeToLocalFileTime(&first, &out));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
 }
 
 }  // namespace

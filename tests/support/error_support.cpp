@@ -34,10 +34,11 @@ MessageBoxCapture::~MessageBoxCapture() {
     QzKernel_SetMessageBoxHandler(nullptr, nullptr);
 }
 
-int QZ_STDCALL MessageBoxCapture::handler(void* context, HWND, LPCWSTR text, LPCWSTR caption,
+int QZ_STDCALL MessageBoxCapture::handler(void* context, HWND owner, LPCWSTR text, LPCWSTR caption,
                                           UINT style) {
     auto* self = static_cast<MessageBoxCapture*>(context);
-    self->boxes_.push_back({text ? text : WString(), caption ? caption : WString(), style});
+    const WString null = QZTEXT("<null>");
+    self->boxes_.push_back({text ? text : null, caption ? caption : null, style, owner});
     return self->answer_;
 }
 

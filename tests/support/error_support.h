@@ -23,9 +23,10 @@ WString expanded(const WString& text);
 class MessageBoxCapture {
 public:
     struct Box {
-        WString text;
+        WString text;  // "<null>" for a null text, and the same for the caption
         WString caption;
         UINT style;
+        HWND owner;
     };
     explicit MessageBoxCapture(int answer = 1);
     ~MessageBoxCapture();

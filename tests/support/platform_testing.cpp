@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -45,6 +46,18 @@ WString wide(const std::string& utf8) {
         }
     }
     return out;
+}
+
+ScopedEnv::ScopedEnv(const char* name, const std::string& value)
+    : name_(name), had_(std::getenv(name) != nullptr) {
+    if (had_) old_ = std::getenv(name);
+    ::setenv(name, value.c_str(), 1);
+    ::tzset();
+}
+
+ScopedEnv::~ScopedEnv() {
+    had_ ? ::setenv(name_, old_.c_str(), 1) : ::unsetenv(name_);
+    ::tzset();
 }
 
 bool native_exists(const std::string& path) {

@@ -35,6 +35,21 @@ private:
     std::string path_;
 };
 
+/* Sets an environment variable (TZ takes effect at once) while the object
+   lives, then puts the old value back. */
+class ScopedEnv {
+public:
+    ScopedEnv(const char* name, const std::string& value);
+    ~ScopedEnv();
+    ScopedEnv(const ScopedEnv&) = delete;
+    ScopedEnv& operator=(const ScopedEnv&) = delete;
+
+private:
+    const char* name_;
+    bool had_;
+    std::string old_;
+};
+
 bool native_exists(const std::string& path);
 /* The file's bytes, or "<missing>" when it cannot be read. */
 std::string native_read(const std::string& path);
