@@ -73,7 +73,7 @@ TEST(Format, LowerSIsTheFormatsWidthAndCapitalSTheOther) {
     EXPECT_EQ(wide_format(QZTEXT("[%s]"), QZTEXT("wide")), QZTEXT("[wide]"));
     EXPECT_EQ(wide_format(QZTEXT("[%S|%hs]"), "S", "hs"), QZTEXT("[S|hs]"));
     EXPECT_EQ(wide_format(QZTEXT("[%ls|%ws]"), QZTEXT("l"), QZTEXT("w")), QZTEXT("[l|w]"));
-    EXPECT_EQ(wide_format(QZTEXT("%c%C"), int(u'\u00E9'), int('x')), QZTEXT("\u00E9x"));
+    EXPECT_EQ(wide_format(QZTEXT("%c%C"), int(QZTEXT('\u00E9')), int('x')), QZTEXT("\u00E9x"));
     // 8-bit text is read in the ANSI code page: 0x80 is the euro sign.
     EXPECT_EQ(wide_format(QZTEXT("%hs"), "\x80"), QZTEXT("\u20AC"));
     EXPECT_EQ(narrow_format(64, "[%s]", "narrow"), "[narrow]");

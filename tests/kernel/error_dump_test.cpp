@@ -2,10 +2,11 @@
 // their exact formats, their room rules and unreadable memory.
 #include <gtest/gtest.h>
 
+#if !defined(_WIN32)
 #include <dlfcn.h>
-#include <pthread.h>
 #include <sys/mman.h>
 #include <unistd.h>
+#endif
 
 #include <cstdio>
 #include <cstring>
@@ -14,8 +15,10 @@
 
 #include "kernel/error_internal.h"
 #include "platform/platform.h"
-#include "platform/posix/diagnostics_posix.h"
 #include "platform/win32api.h"
+#if !defined(_WIN32)
+#include "platform/posix/diagnostics_posix.h"
+#endif
 #include "tests/support/error_support.h"
 
 namespace {
@@ -49,9 +52,38 @@ std::string word_dump(const void* address, int count, int size = 4096) {
     return dump_with(QzErrorHandler_DumpHexDWords, address, count, size);
 }
 
-// A readable page that ends at 0x5A5A0000, followed by a PROT_NONE page, so
-// that dumps of it print the same addresses on every run. The rows the
-// tests pin are those of 64-bit builds.
+// A readable page that ends at 0x5A5A0000, followed by a page that cannot
+// be read, so that dumps of it print the same addresses on every run. The
+// rows the tests pin are those of 64-bit builds.
+#if defined(_WIN32)
+// Windows reserves address space in 64 KiB units: the reservation holds the
+// 64 KiB below the boundary, committed and readable, and one page above it
+// left reserved only.
+class GuardedPage {
+public:
+    static constexpr uintptr_t kBoundary = 0x5A5A0000;
+    static constexpr size_t kGranule = 0x10000;
+    GuardedPage() {
+        void* const want = reinterpret_cast<void*>(kBoundary - kGranule);
+        void* p = VirtualAlloc(want, 2 * kGranule, MEM_RESERVE, PAGE_NOACCESS);
+        if (p && p != want) VirtualFree(p, 0, MEM_RELEASE);
+        reserved_ = p == want ? static_cast<unsigned char*>(p) : nullptr;
+        if (reserved_ && !VirtualAlloc(reserved_, kGranule, MEM_COMMIT, PAGE_READWRITE)) {
+            VirtualFree(reserved_, 0, MEM_RELEASE);
+            reserved_ = nullptr;
+        }
+    }
+    ~GuardedPage() {
+        if (reserved_) VirtualFree(reserved_, 0, MEM_RELEASE);
+    }
+    bool ok() const { return reserved_ != nullptr && sizeof(void*) == 8; }
+    // The first byte that cannot be read.
+    unsigned char* boundary() const { return reserved_ + kGranule; }
+
+private:
+    unsigned char* reserved_;
+};
+#else
 class GuardedPage {
 public:
     static constexpr uintptr_t kBoundary = 0x5A5A0000;
@@ -74,6 +106,7 @@ private:
     size_t size_;
     unsigned char* base_;
 };
+#endif
 
 #define NEED_PAGE(page) \
     if (!(page).ok()) GTEST_SKIP() << "no 64-bit page below 0x5A5A0000 for the literal rows"
@@ -127,6 +160,27 @@ TEST(DumpHexDWords, FourWordsALineAndUnreadableWords) {
               " 000000005A59FFFA: A1B2C3D4 ........ ........ \r\n");
 }
 
+#if defined(_WIN32)
+// Windows asks the memory manager (platform/win32/diagnostics_win32.cpp).
+TEST(MemoryProbe, AReservedPageIsRefusedAndACommittedOneRead) {
+    GuardedPage page;
+    NEED_PAGE(page);
+    std::memset(page.boundary() - 16, 0x6B, 16);
+    unsigned char out[32] = {};
+    EXPECT_TRUE(qz::platform::read_memory(page.boundary() - 16, out, 16));
+    EXPECT_EQ(out[15], 0x6B);
+    EXPECT_FALSE(qz::platform::read_memory(page.boundary() - 8, out, 16));
+    // A guard page keeps its guard: it is refused without being touched.
+    DWORD old = 0;
+    ASSERT_TRUE(VirtualProtect(page.boundary() - 4096, 4096, PAGE_READWRITE | PAGE_GUARD, &old));
+    EXPECT_FALSE(qz::platform::read_memory(page.boundary() - 16, out, 16));
+    MEMORY_BASIC_INFORMATION info{};
+    ASSERT_EQ(VirtualQuery(page.boundary() - 16, &info, sizeof info), sizeof info);
+    EXPECT_TRUE(info.Protect & PAGE_GUARD);
+    EXPECT_FALSE(qz::platform::read_memory(nullptr, out, 1));
+    EXPECT_TRUE(qz::platform::read_memory(nullptr, out, 0));
+}
+#else
 TEST(MemoryProbe, BothProbesRefuseAProtNonePageAndReadOthers) {
     using qz::platform::detail::ProbeResult;
     GuardedPage page;
@@ -151,27 +205,38 @@ TEST(MemoryProbe, PipeProbeReadsLargeRangesInPieces) {
               qz::platform::detail::ProbeResult::Read);
     EXPECT_EQ(source, copy);
 }
+#endif
 
 int module_function(int x) {
     return x * 3 + 1;
 }
 const void* const kFunction = reinterpret_cast<const void*>(&module_function);
 
-std::string file_part(const char* path) {
-    const char* slash = std::strrchr(path, '/');
-    return slash ? slash + 1 : path;
-}
-
 struct ModuleOf {
     uintptr_t base;
     std::string name;
 };
 
+// The module that holds `address`, asked of the system another way than the
+// library asks: Windows' memory manager knows the image it was mapped from,
+// the POSIX loader the shared object.
+#if defined(_WIN32)
+ModuleOf module_of(const void* address) {
+    MEMORY_BASIC_INFORMATION info{};
+    EXPECT_EQ(VirtualQuery(address, &info, sizeof info), sizeof info);
+    char path[MAX_PATH] = {};
+    GetModuleFileNameA(static_cast<HMODULE>(info.AllocationBase), path, MAX_PATH);
+    const char* slash = std::strrchr(path, '\\');
+    return {reinterpret_cast<uintptr_t>(info.AllocationBase), slash ? slash + 1 : path};
+}
+#else
 ModuleOf module_of(const void* address) {
     Dl_info info{};
     EXPECT_NE(dladdr(address, &info), 0);
-    return {reinterpret_cast<uintptr_t>(info.dli_fbase), file_part(info.dli_fname)};
+    const char* slash = std::strrchr(info.dli_fname, '/');
+    return {reinterpret_cast<uintptr_t>(info.dli_fbase), slash ? slash + 1 : info.dli_fname};
 }
+#endif
 
 TEST(StackDump, WordsNameTheirModuleAndUnreadableWordsAreDotted) {
     GuardedPage page;
@@ -215,6 +280,14 @@ TEST(StackDump, WalkEndsAtTheTopOfTheThreadsStack) {
     EXPECT_EQ(size_t(summary.lines), words);
 }
 
+// 64-bit Windows names the registers of its CONTEXT Rax, Rip, ...; 32-bit
+// Windows and the POSIX layer's record name them Eax, Eip, ...
+#if defined(_WIN64)
+#define REG(name) R##name
+#else
+#define REG(name) E##name
+#endif
+
 struct FakeException {
     EXCEPTION_RECORD record{};
     CONTEXT context{};
@@ -233,14 +306,14 @@ FakeException access_violation(const GuardedPage& page) {
     e.record.ExceptionInformation[0] = 1;
     e.record.ExceptionInformation[1] = 0xDEAD;
     CONTEXT& c = e.context;
-    c.Eax = 0xA1;
-    c.Ebx = 0xB2;
-    c.Ecx = 0xC3;
-    c.Edx = 0xD4;
-    c.Esi = 0x51;
-    c.Edi = 0xD1;
-    c.Ebp = 0xBB;
-    c.Eip = reinterpret_cast<DWORD_PTR>(code);
+    c.REG(ax) = 0xA1;
+    c.REG(bx) = 0xB2;
+    c.REG(cx) = 0xC3;
+    c.REG(dx) = 0xD4;
+    c.REG(si) = 0x51;
+    c.REG(di) = 0xD1;
+    c.REG(bp) = 0xBB;
+    c.REG(ip) = reinterpret_cast<DWORD_PTR>(code);
     c.EFlags = 0x246;
     c.SegCs = 0x33;
     c.SegSs = 0x2B;
@@ -252,7 +325,7 @@ FakeException access_violation(const GuardedPage& page) {
     for (int i = 0; i < 4; ++i) stack[i] = DWORD_PTR(0x5000 + i);
     DWORD below[4] = {0x0B0B0B01, 0x0B0B0B02, 0x0B0B0B03, 0x0B0B0B04};
     std::memcpy(reinterpret_cast<char*>(stack) - 16, below, 16);
-    c.Esp = reinterpret_cast<DWORD_PTR>(stack);
+    c.REG(sp) = reinterpret_cast<DWORD_PTR>(stack);
     return e;
 }
 

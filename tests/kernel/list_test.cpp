@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/posix/fault_plan.h"
+#include "tests/support/faults.h"
 #include "platform/win32api.h"
 #include "tests/support/list_support.h"
 
@@ -17,8 +17,10 @@ using qz::testing::fill;
 using qz::testing::tail_is_zero;
 using qz::testing::TestList;
 using qz::testing::values;
+#if QZ_TEST_FAULTS
 using qz::testing::FaultOp;
 using qz::testing::FaultPlan;
+#endif
 using V = std::vector<uint32_t>;
 
 constexpr DWORD kPtrSize = sizeof(void*);
@@ -69,6 +71,7 @@ TEST(ListCreate, InPlaceUsesAndKeepsTheCallersStorage) {
     EXPECT_FALSE(QzList_IsListFast(&storage));
 }
 
+#if QZ_TEST_FAULTS  // the fault plan exists on POSIX only
 TEST(ListCreate, AllocationFailuresLeaveNothingBehind) {
     struct Case {
         DWORD options;
@@ -84,6 +87,7 @@ TEST(ListCreate, AllocationFailuresLeaveNothingBehind) {
         EXPECT_EQ(plan.failures(FaultOp::Alloc), 1u);
     }
 }
+#endif
 
 TEST(ListInsert, IndexesOutsideTheItemsAppend) {
     for (int index : {-1, 3, INT_MIN, INT_MAX}) {
@@ -299,7 +303,7 @@ TEST(ListEntryRule, ForeignThreadsDeadAndNullListsAreRefused) {
     EXPECT_EQ(QzList_InsertList(&dead, 0, &v, 1), E_INVALIDARG);
     EXPECT_EQ(QzList_Destroy(nullptr), S_OK);
     EXPECT_EQ(QzList_Destroy(&dead), E_INVALIDARG);
-    WCHAR name[4] = {u'x'};
+    WCHAR name[4] = {QZTEXT('x')};
     EXPECT_EQ(QzList_GetFileAndLine(&dead, name, 4), -1);
     EXPECT_EQ(name[0], 0);
 }

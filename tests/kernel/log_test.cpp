@@ -2,8 +2,6 @@
 // copies and concurrent writers.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <atomic>
 #include <ctime>
 #include <filesystem>
@@ -14,7 +12,8 @@
 #include <thread>
 #include <vector>
 
-#include "platform/posix/fault_plan.h"
+#include "tests/support/faults.h"
+#include "platform/win32api.h"
 #include "tests/support/error_support.h"
 
 namespace {
@@ -28,7 +27,7 @@ protected:
     void SetUp() override {
         const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
         dir_ =
-            fs::temp_directory_path() / ("qzlog_" + std::to_string(getpid()) + "_" + info->name());
+            fs::temp_directory_path() / ("qzlog_" + std::to_string(GetCurrentProcessId()) + "_" + info->name());
         fs::remove_all(dir_);
         fs::create_directories(dir_);
         path_ = dir_ / "app.log";
@@ -40,11 +39,24 @@ protected:
         fs::remove_all(dir_, ignored);
     }
 
+    // The file's text with "\n" line ends. Lines of Windows text files end
+    // in "\r\n": there each line must, and the "\r" is dropped.
     static std::string read(const fs::path& path) {
         std::ifstream in(path, std::ios::binary);
         std::ostringstream text;
         text << in.rdbuf();
+#if defined(_WIN32)
+        std::string lines;
+        const std::string crlf = text.str();
+        for (size_t i = 0; i < crlf.size(); ++i) {
+            if (crlf[i] == '\r' && i + 1 < crlf.size() && crlf[i + 1] == '\n') continue;
+            EXPECT_TRUE(crlf[i] != '\n' || (i > 0 && crlf[i - 1] == '\r')) << "LF alone at " << i;
+            lines += crlf[i];
+        }
+        return lines;
+#else
         return text.str();
+#endif
     }
     std::string contents() const { return read(path_); }
     std::string previous() const { return read(fs::path(path_.string() + ".previous")); }
@@ -61,7 +73,7 @@ TEST_F(LogFile, InitRefusesBadArgumentsAndWritingNeedsIt) {
     EXPECT_EQ(log.Init(QZTEXT(""), QZLOG_ALL_LEVELS, -1, 0), E_INVALIDARG);
     EXPECT_EQ(log.Init(name_.c_str(), 0, -1, 0), E_INVALIDARG);
     // The ".previous" name must fit 260 characters with its zero.
-    const std::string stem = dir_.string() + "/";
+    const std::string stem = dir_.string() + char(fs::path::preferred_separator);
     const std::string longest = stem + std::string(250 - stem.size(), 'n');
     EXPECT_EQ(log.Init(wide(longest + "n").c_str(), QZLOG_ALL_LEVELS, -1, 0), E_INVALIDARG);
     EXPECT_FALSE(fs::exists(longest + "n"));
@@ -91,12 +103,14 @@ TEST_F(LogFile, MaskSelectsLevelsAndTagsNameThem) {
     EXPECT_EQ(contents(), "WARNlevel 2\n");
     fs::remove(path_);
 
+    // Shared for reading: the file is read while the log has it open, which
+    // Windows refuses an exclusive log.
     CLog log;
-    ASSERT_EQ(log.Init(name_.c_str(), QZLOG_ALL_LEVELS, -1, 0), S_OK);
+    ASSERT_EQ(log.Init(name_.c_str(), QZLOG_ALL_LEVELS, -1, QZLOG_SH_DENYWR), S_OK);
     // Each level writes its tag, mixed levels "????", and no level nothing.
-    for (LOGFLAGS level :
-         {QZLOG_ERROR, QZLOG_WARNING, QZLOG_INFO, QZLOG_DEBUG, QZLOG_PLAIN, LOGFLAGS(0x3),
-          LOGFLAGS(0x10001), LOGFLAGS(0x20), LOGFLAGS(0), QZLOG_TIME})
+    for (LOGFLAGS level : std::initializer_list<LOGFLAGS>{
+             QZLOG_ERROR, QZLOG_WARNING, QZLOG_INFO, QZLOG_DEBUG, QZLOG_PLAIN, LOGFLAGS(0x3),
+             LOGFLAGS(0x10001), LOGFLAGS(0x20), LOGFLAGS(0), QZLOG_TIME})
         EXPECT_EQ(log.Write(level, nullptr, 0, QZTEXT("m")), S_OK) << level;
     EXPECT_EQ(contents(), "ERR m\nWARNm\nINFOm\nDBG m\nm\n????m\n????m\n");
 }
@@ -147,9 +161,10 @@ TEST_F(LogFile, MessagesAreCutAt1023Characters) {
 }
 
 TEST_F(LogFile, FileMovesToPreviousWhenItReachesTheLimit) {
-    CLog log;
-    ASSERT_EQ(log.Init(name_.c_str(), QZLOG_PLAIN, 1000, 0), S_OK);
-    // Lines of 100 bytes; write() gives back the line it wrote.
+    CLog log;  // shared for reading, as above
+    ASSERT_EQ(log.Init(name_.c_str(), QZLOG_PLAIN, 1000, QZLOG_SH_DENYWR), S_OK);
+    // Lines of 100 bytes (101 with Windows' line end); write() gives back the
+    // line it wrote.
     auto write = [&](int i) {
         char text[32];
         std::snprintf(text, sizeof text, "line %04d ", i);
@@ -178,6 +193,8 @@ TEST_F(LogFile, NoLimitMeansNoRotation) {
     EXPECT_FALSE(fs::exists(path_.string() + ".previous"));
 }
 
+#if !defined(_WIN32)
+// Windows removes no folder while a file in it is open.
 TEST_F(LogFile, FailedReopeningDisablesTheLog) {
     CLog log;
     ASSERT_EQ(log.Init(name_.c_str(), QZLOG_PLAIN, 10, 0), S_OK);
@@ -187,7 +204,9 @@ TEST_F(LogFile, FailedReopeningDisablesTheLog) {
     EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("x")), QZE_FILE_OPEN);
     EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("x")), QZE_INIT_FAILED);
 }
+#endif
 
+#if QZ_TEST_FAULTS  // the fault plan exists on POSIX only
 TEST_F(LogFile, WriteErrorIsReported) {
     CLog log;
     ASSERT_EQ(log.Init(name_.c_str(), QZLOG_PLAIN, -1, 0), S_OK);
@@ -199,6 +218,7 @@ TEST_F(LogFile, WriteErrorIsReported) {
     EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("kept")), S_OK);
     EXPECT_EQ(contents(), "kept\n");
 }
+#endif
 
 TEST_F(LogFile, CopiesOpenTheFileForThemselves) {
     auto shared = std::make_unique<CLog>();
@@ -223,6 +243,7 @@ TEST_F(LogFile, CopyOfAnExclusiveLogStaysDisabled) {
     EXPECT_EQ(copy.GetLogFileName(), name_);
     EXPECT_EQ(copy.Write(QZLOG_INFO, nullptr, 0, QZTEXT("x")), QZE_INIT_FAILED);
     EXPECT_EQ(log.Write(QZLOG_INFO, nullptr, 0, QZTEXT("y")), S_OK);
+    log.Shutdown();  // closed first: no other handle opens an exclusive log's file
     EXPECT_EQ(contents(), "INFOy\n");
 }
 
@@ -231,6 +252,9 @@ TEST_F(LogFile, CopyOfAnExclusiveLogStaysDisabled) {
 // they end up split between the previous file and the new one. Either way
 // each line is there exactly once and whole.
 TEST_F(LogFile, TwoLogsOnOneFileKeepEveryLineOnceAndWhole) {
+    if (qz::testing::running_under_wine())
+        GTEST_SKIP() << "Wine appends through two handles with a seek and a write, which "
+                        "interleave; Windows appends each write whole";
     constexpr int kLogs = 2, kThreads = 4, kLines = 2000;
     // About 560 KB of lines in all: a limit of 320 KB rotates exactly once.
     for (int limit : {-1, 320 * 1024}) {

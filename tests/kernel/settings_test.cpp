@@ -1,13 +1,19 @@
 // The kernel's settings stores and their file-backed POSIX backend.
 #include <gtest/gtest.h>
+#if defined(_WIN32)
+#include <windows.h>
+#else
 #include <unistd.h>
+#endif
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <string>
 
 #include "kernel/settings.h"
+#include "tests/support/platform_testing.h"
 
 namespace {
 
@@ -19,30 +25,52 @@ WString test_wide(const std::string& text) {
 }
 constexpr DWORD kVersion = 0x0A000086;
 
+#if defined(_WIN32)
+// Windows keeps the stores in the user's registry, under Software\<product>:
+// each test's products go under a key of their own, removed afterwards.
+class SettingsTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        root_ = QZTEXT("qzkernel test ") + test_wide(std::to_string(GetCurrentProcessId()) + " " +
+                ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    }
+    void TearDown() override {
+        RegDeleteTreeW(HKEY_CURRENT_USER, (QZTEXT("Software\\") + root_).c_str());
+    }
+    WString product(LPCWSTR name) const { return root_ + QZTEXT("\\") + name; }
+    // The key of a store of this test, opened for reading and writing.
+    HKEY key(LPCWSTR name) const {
+        HKEY key = nullptr;
+        const WString path = QZTEXT("Software\\") + product(name) + QZTEXT("\\10.0\\Kernel");
+        RegCreateKeyExW(HKEY_CURRENT_USER, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
+                        &key, nullptr);
+        return key;
+    }
+    WString root_;
+#else
 // Points $XDG_CONFIG_HOME at a fresh folder for one test.
 class SettingsTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        const char* old = std::getenv("XDG_CONFIG_HOME");
-        had_old_ = old != nullptr;
-        if (had_old_) old_ = old;
         folder_ = fs::temp_directory_path() /
                   ("qz_settings_" + std::to_string(getpid()) + "_" +
                    ::testing::UnitTest::GetInstance()->current_test_info()->name());
         fs::remove_all(folder_);
         fs::create_directories(folder_);
-        setenv("XDG_CONFIG_HOME", folder_.c_str(), 1);
+        home_.emplace("XDG_CONFIG_HOME", folder_.c_str());
     }
     void TearDown() override {
-        if (had_old_)
-            setenv("XDG_CONFIG_HOME", old_.c_str(), 1);
-        else
-            unsetenv("XDG_CONFIG_HOME");
+        home_.reset();
         fs::remove_all(folder_);
     }
-    HQZMETRIC open(LPCWSTR product = QZTEXT("Test Product")) {
+    WString product(LPCWSTR name) const { return name; }
+    fs::path folder_;
+    std::optional<qz::testing::ScopedEnvironment> home_;
+#endif
+    HQZMETRIC open(LPCWSTR name = QZTEXT("Test Product")) {
         HQZMETRIC store = nullptr;
-        EXPECT_EQ(qz::settings::open(product, kVersion, QZTEXT("Kernel"), &store), S_OK);
+        EXPECT_EQ(qz::settings::open(product(name).c_str(), kVersion, QZTEXT("Kernel"), &store),
+                  S_OK);
         return store;
     }
     // A value as "#number" or "=text"; "-" when neither kind finds it.
@@ -55,9 +83,6 @@ protected:
         WString shown(1, WCHAR(is_number ? '#' : '='));
         return shown.append(is_number ? test_wide(std::to_string(number)) : text);
     }
-    fs::path folder_;
-    bool had_old_ = false;
-    std::string old_;
 };
 
 TEST_F(SettingsTest, ValuesSurviveReopeningByName) {
@@ -73,7 +98,17 @@ TEST_F(SettingsTest, ValuesSurviveReopeningByName) {
     EXPECT_EQ(qz::settings::remove(store, QZTEXT("Gone")), QZE_NOT_FOUND);
     qz::settings::close(store);
 
+#if defined(_WIN32)
+    HKEY written = nullptr;
+    EXPECT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER,
+                            (QZTEXT("Software\\") + product(QZTEXT("Test Product")) +
+                             QZTEXT("\\10.0\\Kernel")).c_str(),
+                            0, KEY_READ, &written),
+              ERROR_SUCCESS);
+    RegCloseKey(written);
+#else
     EXPECT_TRUE(fs::exists(folder_ / "Test Product" / "10.0" / "Kernel.ini"));
+#endif
     store = open();
     EXPECT_EQ(get(store, QZTEXT("Count")), QZTEXT("#42"));
     EXPECT_EQ(get(store, QZTEXT("Name")), WString(QZTEXT("=")).append(awkward));
@@ -85,6 +120,32 @@ TEST_F(SettingsTest, ValuesSurviveReopeningByName) {
     qz::settings::close(store);
 }
 
+#if defined(_WIN32)
+TEST_F(SettingsTest, SkipsValuesOfAnotherType) {
+    const HKEY key = this->key(QZTEXT("Test Product"));
+    ASSERT_NE(key, nullptr);
+    const DWORD good = 16;
+    const ULONGLONG huge = 0x1FFFFFFFFull;
+    const WCHAR last[] = QZTEXT("no newline at the end");
+    const BYTE bytes[] = {1, 2, 3, 4};
+    RegSetValueExW(key, QZTEXT("Good"), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&good), 4);
+    RegSetValueExW(key, QZTEXT("Last"), 0, REG_SZ, reinterpret_cast<const BYTE*>(last),
+                   sizeof last);
+    RegSetValueExW(key, QZTEXT("Bad"), 0, REG_DWORD, bytes, 2);  // a number of two bytes
+    RegSetValueExW(key, QZTEXT("Huge"), 0, REG_QWORD, reinterpret_cast<const BYTE*>(&huge), 8);
+    RegSetValueExW(key, QZTEXT("Kind"), 0, REG_BINARY, bytes, 4);
+    // A text without its terminator, as other writers may leave one.
+    RegSetValueExW(key, QZTEXT("Cut"), 0, REG_SZ, reinterpret_cast<const BYTE*>(last), 4);
+    RegCloseKey(key);
+    HQZMETRIC store = open();
+    EXPECT_EQ(get(store, QZTEXT("Good")), QZTEXT("#16"));
+    EXPECT_EQ(get(store, QZTEXT("Last")), QZTEXT("=no newline at the end"));
+    EXPECT_EQ(get(store, QZTEXT("Cut")), QZTEXT("=no"));
+    for (const WCHAR* name : {QZTEXT("Bad"), QZTEXT("Huge"), QZTEXT("Kind")})
+        EXPECT_EQ(get(store, name), QZTEXT("-"));
+    qz::settings::close(store);
+}
+#else
 TEST_F(SettingsTest, SkipsLinesOfAnotherShape) {
     const fs::path file = folder_ / "Test Product" / "10.0" / "Kernel.ini";
     fs::create_directories(file.parent_path());
@@ -104,6 +165,7 @@ TEST_F(SettingsTest, SkipsLinesOfAnotherShape) {
     qz::settings::close(store);
 }
 
+// The file backend's own failures and names (POSIX).
 TEST_F(SettingsTest, AFailedWriteKeepsTheStoresView) {
     HQZMETRIC store = open(QZTEXT("Blocked"));
     ASSERT_EQ(qz::settings::set_number(store, QZTEXT("Count"), 1), S_OK);
@@ -121,6 +183,7 @@ TEST_F(SettingsTest, ProductNamesStayInsideTheConfigurationFolder) {
     qz::settings::close(store);
     EXPECT_TRUE(fs::exists(folder_ / ".._a_b" / "10.0" / "Kernel.ini"));
 }
+#endif
 
 TEST_F(SettingsTest, RejectsBadArguments) {
     HQZMETRIC store = reinterpret_cast<HQZMETRIC>(1);
