@@ -53,8 +53,7 @@ std::string word_dump(const void* address, int count, int size = 4096) {
 }
 
 // A readable page that ends at 0x5A5A0000, followed by a page that cannot
-// be read, so that dumps of it print the same addresses on every run. The
-// rows the tests pin are those of 64-bit builds.
+// be read, so that dumps of it print the same addresses on every run.
 #if defined(_WIN32)
 // Windows reserves address space in 64 KiB units: the reservation holds the
 // 64 KiB below the boundary, committed and readable, and one page above it
@@ -76,7 +75,7 @@ public:
     ~GuardedPage() {
         if (reserved_) VirtualFree(reserved_, 0, MEM_RELEASE);
     }
-    bool ok() const { return reserved_ != nullptr && sizeof(void*) == 8; }
+    bool ok() const { return reserved_ != nullptr; }
     // The first byte that cannot be read.
     unsigned char* boundary() const { return reserved_ + kGranule; }
 
@@ -98,7 +97,7 @@ public:
     ~GuardedPage() {
         if (base_) munmap(base_, 2 * size_);
     }
-    bool ok() const { return base_ != nullptr && sizeof(void*) == 8; }
+    bool ok() const { return base_ != nullptr; }
     // The first byte that cannot be read.
     unsigned char* boundary() const { return base_ + size_; }
 
@@ -109,7 +108,13 @@ private:
 #endif
 
 #define NEED_PAGE(page) \
-    if (!(page).ok()) GTEST_SKIP() << "no 64-bit page below 0x5A5A0000 for the literal rows"
+    if (!(page).ok()) GTEST_SKIP() << "no page below 0x5A5A0000 for the literal rows"
+
+// The rows of 64-bit builds (16-digit addresses, RAX) or those of 32-bit
+// ones (8 digits, EAX), the data model of the DLL the applications load.
+std::string by_model(const char* wide, const char* narrow) {
+    return sizeof(void*) == 8 ? wide : narrow;
+}
 
 TEST(DumpHex, EightBytesALinePaddedColumnsAndPrintableRange) {
     GuardedPage page;
@@ -117,9 +122,10 @@ TEST(DumpHex, EightBytesALinePaddedColumnsAndPrintableRange) {
     const unsigned char data[] = {31, 32, 126, 127, 0x80, 0xFF, '%', '\\', 'A', 0x01, 'z'};
     unsigned char* p = page.boundary() - 16;
     std::memcpy(p, data, sizeof data);
-    EXPECT_EQ(hex_dump(p, 11),
-              " 000000005A59FFF0: 1F 20 7E 7F 80 FF 25 5C . ~...%\\\r\n"
-              " 000000005A59FFF8: 41 01 7A                A.z\r\n");
+    EXPECT_EQ(hex_dump(p, 11), by_model(" 000000005A59FFF0: 1F 20 7E 7F 80 FF 25 5C . ~...%\\\r\n"
+                                        " 000000005A59FFF8: 41 01 7A                A.z\r\n",
+                                        " 5A59FFF0: 1F 20 7E 7F 80 FF 25 5C . ~...%\\\r\n"
+                                        " 5A59FFF8: 41 01 7A                A.z\r\n"));
 }
 
 TEST(DumpHex, NothingToDumpGivesTheEmptyString) {
@@ -150,14 +156,17 @@ TEST(DumpHexDWords, FourWordsALineAndUnreadableWords) {
     const DWORD words[] = {0x12345678, 0xDEADBEEF, 0, 1, 0xFFFFFFFF};
     unsigned char* p = page.boundary() - 26;
     std::memcpy(p, words, sizeof words);
-    const std::string line = " 000000005A59FFE6: 12345678 DEADBEEF 00000000 00000001 \r\n";
-    EXPECT_EQ(word_dump(p, 5), line + " 000000005A59FFF6: FFFFFFFF \r\n");
+    const std::string line = by_model(" 000000005A59FFE6: 12345678 DEADBEEF 00000000 00000001 \r\n",
+                                      " 5A59FFE6: 12345678 DEADBEEF 00000000 00000001 \r\n");
+    EXPECT_EQ(word_dump(p, 5),
+              line + by_model(" 000000005A59FFF6: FFFFFFFF \r\n", " 5A59FFF6: FFFFFFFF \r\n"));
     EXPECT_EQ(word_dump(p, 5, int(kLineRoom)), line);
     // A word half readable is unreadable as a word.
     const DWORD first = 0xA1B2C3D4;
     std::memcpy(page.boundary() - 6, &first, 4);
     EXPECT_EQ(word_dump(page.boundary() - 6, 3),
-              " 000000005A59FFFA: A1B2C3D4 ........ ........ \r\n");
+              by_model(" 000000005A59FFFA: A1B2C3D4 ........ ........ \r\n",
+                       " 5A59FFFA: A1B2C3D4 ........ ........ \r\n"));
 }
 
 #if defined(_WIN32)
@@ -252,10 +261,11 @@ TEST(StackDump, WordsNameTheirModuleAndUnreadableWordsAreDotted) {
     char offset[20];
     std::snprintf(offset, sizeof offset, "%X", unsigned(function - module.base));
     const std::string expected_start =
-        " 000000005A59FFF0: 0000000000001234 \r\n"
-        " 000000005A59FFF8: " + addr(function) + "  " + addr(module.base) + " + " + offset +
-        " (" + module.name + ")\r\n"
-        " 000000005A5A0000: ................ \r\n";
+        by_model(" 000000005A59FFF0: 0000000000001234 \r\n 000000005A59FFF8: ",
+                 " 5A59FFF8: 00001234 \r\n 5A59FFFC: ") +
+        addr(function) + "  " + addr(module.base) + " + " + offset + " (" + module.name +
+        ")\r\n" +
+        by_model(" 000000005A5A0000: ................ \r\n", " 5A5A0000: ........ \r\n");
     const std::string dump = buffer.data();
     EXPECT_EQ(dump.substr(0, expected_start.size()), expected_start);
     EXPECT_EQ(summary.code_references, module.base <= 0x10000000 ? 1 : 0);
@@ -359,34 +369,52 @@ TEST(ExceptionDump, EachSectionInItsExactFormat) {
     FakeException e = access_violation(page);
 
     EXPECT_EQ(exception_dump(&e.pointers, QZDUMP_EXCEPTION, nullptr),
-              "Exception 0xC0000005 (access violation) WRITE:0x000000000000DEAD"
-              " IP:0x000000005A59FF00\r\n");
+              by_model("Exception 0xC0000005 (access violation) WRITE:0x000000000000DEAD"
+                       " IP:0x000000005A59FF00\r\n",
+                       "Exception 0xC0000005 (access violation) WRITE:0x0000DEAD"
+                       " IP:0x5A59FF00\r\n"));
     // Anonymous memory belongs to no module.
     EXPECT_EQ(exception_dump(&e.pointers, QZDUMP_MODULE, nullptr),
-              "In Module '?' at Address 0x0000000000000000 + 0x000000005A59FF00\r\n");
+              by_model("In Module '?' at Address 0x0000000000000000 + 0x000000005A59FF00\r\n",
+                       "In Module '?' at Address 0x00000000 + 0x5A59FF00\r\n"));
     EXPECT_EQ(exception_dump(&e.pointers, QZDUMP_THREAD, nullptr), thread_text(""));
     EXPECT_EQ(exception_dump(&e.pointers, QZDUMP_REGISTERS, nullptr),
-              "Registers:\r\n"
-              " RAX=00000000000000a1 CS=0033 RIP=000000005a59ff00 EFLGS=00000246\r\n"
-              " RBX=00000000000000b2 SS=002b RSP=000000005a59ffe0 RBP=00000000000000bb\r\n"
-              " RCX=00000000000000c3 DS=001d RSI=0000000000000051 FS=00f5\r\n"
-              " RDX=00000000000000d4 ES=00e5 RDI=00000000000000d1 GS=0065\r\n");
+              by_model("Registers:\r\n"
+                       " RAX=00000000000000a1 CS=0033 RIP=000000005a59ff00 EFLGS=00000246\r\n"
+                       " RBX=00000000000000b2 SS=002b RSP=000000005a59ffe0 RBP=00000000000000bb\r\n"
+                       " RCX=00000000000000c3 DS=001d RSI=0000000000000051 FS=00f5\r\n"
+                       " RDX=00000000000000d4 ES=00e5 RDI=00000000000000d1 GS=0065\r\n",
+                       "Registers:\r\n"
+                       " EAX=000000a1 CS=0033 EIP=5a59ff00 EFLGS=00000246\r\n"
+                       " EBX=000000b2 SS=002b ESP=5a59fff0 EBP=000000bb\r\n"
+                       " ECX=000000c3 DS=001d ESI=00000051 FS=00f5\r\n"
+                       " EDX=000000d4 ES=00e5 EDI=000000d1 GS=0065\r\n"));
     EXPECT_EQ(exception_dump(&e.pointers, QZDUMP_CODE, nullptr),
-              "Bytes at CS:EIP:\r\n"
-              " 000000005A59FF00: 41 42 43 44 45 46 47 48 ABCDEFGH\r\n"
-              " 000000005A59FF08: 49 4A 4B 4C 4D 4E 4F 50 IJKLMNOP\r\n");
+              by_model("Bytes at CS:EIP:\r\n"
+                       " 000000005A59FF00: 41 42 43 44 45 46 47 48 ABCDEFGH\r\n"
+                       " 000000005A59FF08: 49 4A 4B 4C 4D 4E 4F 50 IJKLMNOP\r\n",
+                       "Bytes at CS:EIP:\r\n"
+                       " 5A59FF00: 41 42 43 44 45 46 47 48 ABCDEFGH\r\n"
+                       " 5A59FF08: 49 4A 4B 4C 4D 4E 4F 50 IJKLMNOP\r\n"));
 
     const std::string dump = exception_dump(&e.pointers, QZDUMP_STACK, nullptr);
-    const std::string head =
+    const std::string head = by_model(
         "Stack Dump:\r\n"
         " 000000005A59FFE0: 0000000000005000 \r\n"
         " 000000005A59FFE8: 0000000000005001 \r\n"
         " 000000005A59FFF0: 0000000000005002 \r\n"
         " 000000005A59FFF8: 0000000000005003 \r\n"
-        " 000000005A5A0000: ................ \r\n";
+        " 000000005A5A0000: ................ \r\n",
+        "Stack Dump:\r\n"
+        " 5A59FFF0: 00005000 \r\n"
+        " 5A59FFF4: 00005001 \r\n"
+        " 5A59FFF8: 00005002 \r\n"
+        " 5A59FFFC: 00005003 \r\n"
+        " 5A5A0000: ........ \r\n");
     EXPECT_EQ(dump.substr(0, head.size()), head);
     const std::string tail =
-        "- - -\r\n 000000005A59FFD0: 0B0B0B01 0B0B0B02 0B0B0B03 0B0B0B04 \r\n";
+        by_model("- - -\r\n 000000005A59FFD0: 0B0B0B01 0B0B0B02 0B0B0B03 0B0B0B04 \r\n",
+                 "- - -\r\n 5A59FFE0: 0B0B0B01 0B0B0B02 0B0B0B03 0B0B0B04 \r\n");
     ASSERT_GE(dump.size(), tail.size());
     EXPECT_EQ(dump.substr(dump.size() - tail.size()), tail);
 
@@ -411,22 +439,28 @@ TEST(ExceptionDump, TheModuleLineNamesTheModuleAndTheOffset) {
 }
 
 TEST(ExceptionDump, NamesReadAndPartialRecords) {
-    if (sizeof(void*) != 8) GTEST_SKIP() << "the literal lines are those of 64-bit builds";
     EXCEPTION_RECORD record{};
     EXCEPTION_POINTERS pointers{&record, nullptr};
     record.ExceptionAddress = reinterpret_cast<PVOID>(0x1000);
     const struct {
         DWORD code;
         DWORD parameters;
-        const char* line;
+        std::string line;
     } cases[] = {
-        {0xC0000094, 0, "Exception 0xC0000094 (integer divide by zero) IP:0x0000000000001000\r\n"},
-        {0xE0000042, 0, "Exception 0xE0000042 (Unknown Type) IP:0x0000000000001000\r\n"},
+        {0xC0000094, 0,
+         by_model("Exception 0xC0000094 (integer divide by zero) IP:0x0000000000001000\r\n",
+                  "Exception 0xC0000094 (integer divide by zero) IP:0x00001000\r\n")},
+        {0xE0000042, 0,
+         by_model("Exception 0xE0000042 (Unknown Type) IP:0x0000000000001000\r\n",
+                  "Exception 0xE0000042 (Unknown Type) IP:0x00001000\r\n")},
         // An access violation without its parameters names no access.
-        {0xC0000005, 0, "Exception 0xC0000005 (access violation) IP:0x0000000000001000\r\n"},
+        {0xC0000005, 0,
+         by_model("Exception 0xC0000005 (access violation) IP:0x0000000000001000\r\n",
+                  "Exception 0xC0000005 (access violation) IP:0x00001000\r\n")},
         {0xC0000005, 2,
-         "Exception 0xC0000005 (access violation) READ:0x0000000000000044"
-         " IP:0x0000000000001000\r\n"}};
+         by_model("Exception 0xC0000005 (access violation) READ:0x0000000000000044"
+                  " IP:0x0000000000001000\r\n",
+                  "Exception 0xC0000005 (access violation) READ:0x00000044 IP:0x00001000\r\n")}};
     record.ExceptionInformation[1] = 0x44;
     for (const auto& c : cases) {
         record.ExceptionCode = c.code;
