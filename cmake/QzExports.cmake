@@ -7,6 +7,10 @@
 #   cxx Name        a typed free function, exported under its mangled name
 #   class Name      an exported class, exported through its mangled members
 #   posix Name      a function of the POSIX platform layer (not on Windows)
+#   dll Symbol      after a class or cxx line: one of its names in the 32-bit
+#                   DLL's export table, mangled (_ZN4CLog8ShutdownEv, ...);
+#                   the member functions, constructors, destructors,
+#                   operators, vtable and typeinfo the class exports
 #
 # The export generator (tools/exportgen) reads the same list compiled against
 # the public headers, so the argument byte counts of the decorated names come
@@ -17,18 +21,38 @@ file(GLOB QZ_EXPORT_LISTS CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/exports/*.list
 list(SORT QZ_EXPORT_LISTS)
 set(QZ_GENERATED_DIR ${PROJECT_BINARY_DIR}/generated)
 set(_qz_table "")
+set(_qz_dll_names "")
 foreach(_list IN LISTS QZ_EXPORT_LISTS)
     set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${_list})
     file(STRINGS ${_list} _lines)
+    set(_owner "")  # the class or C++ function whose DLL names follow
+    set(_owner_names 0)
     foreach(_line IN LISTS _lines)
         string(STRIP "${_line}" _line)
         if(_line STREQUAL "" OR _line MATCHES "^#")
             continue()
         endif()
+        if(_line MATCHES "^dll[ \t]+(_Z[A-Za-z_0-9@]+)$")
+            set(_symbol ${CMAKE_MATCH_1})
+            string(LENGTH "${_owner}" _length)
+            if(_owner STREQUAL "" OR NOT _symbol MATCHES "^_Z(N|NK|TI|TV|TS)?${_length}${_owner}")
+                message(FATAL_ERROR "${_list}: '${_symbol}' is no name of '${_owner}' above it")
+            endif()
+            string(APPEND _qz_dll_names "${_symbol}\n")
+            math(EXPR _owner_names "${_owner_names} + 1")
+            continue()
+        endif()
+        if(NOT _owner STREQUAL "" AND _owner_names EQUAL 0)
+            message(FATAL_ERROR "${_list}: '${_owner}' has no dll lines")
+        endif()
+        set(_owner "")
+        set(_owner_names 0)
         if(_line MATCHES "^class[ \t]+([A-Za-z_0-9]+)$")
             string(APPEND _qz_table "QZ_EXPORT_CLASS(${CMAKE_MATCH_1})\n")
+            set(_owner ${CMAKE_MATCH_1})
         elseif(_line MATCHES "^cxx[ \t]+([A-Za-z_0-9]+)$")
             string(APPEND _qz_table "QZ_EXPORT_CXX(${CMAKE_MATCH_1})\n")
+            set(_owner ${CMAKE_MATCH_1})
         elseif(_line MATCHES "^posix[ \t]+([A-Za-z_0-9]+)$")
             string(APPEND _qz_table "QZ_EXPORT_POSIX(${CMAKE_MATCH_1})\n")
         elseif(_line MATCHES "^([A-Za-z_][A-Za-z_0-9]*)[ \t]+([^ \t].*\(.*\))$")
@@ -39,8 +63,13 @@ foreach(_list IN LISTS QZ_EXPORT_LISTS)
             message(FATAL_ERROR "${_list}: cannot read export line '${_line}'")
         endif()
     endforeach()
+    if(NOT _owner STREQUAL "" AND _owner_names EQUAL 0)
+        message(FATAL_ERROR "${_list}: '${_owner}' has no dll lines")
+    endif()
 endforeach()
 file(CONFIGURE OUTPUT ${QZ_GENERATED_DIR}/exports_table.inc CONTENT "${_qz_table}")
+# The C++ names of the 32-bit DLL, for its export check.
+file(CONFIGURE OUTPUT ${QZ_GENERATED_DIR}/dll_cxx_exports.txt CONTENT "${_qz_dll_names}")
 
 if(NOT CMAKE_CROSSCOMPILING)
     add_executable(qz_exportgen ${PROJECT_SOURCE_DIR}/tools/exportgen/exportgen.cpp)
@@ -52,6 +81,15 @@ elseif(QZ_EXPORTGEN)
     set(QZ_EXPORTGEN_DEPENDS ${QZ_EXPORTGEN})
 else()
     message(FATAL_ERROR "Cross builds need QZ_EXPORTGEN, the export generator built for the host")
+endif()
+
+# The 32-bit DLL is checked name for name, both ways; the mangled names of
+# the list are those of its ABI, so other Windows builds (the 64-bit one the
+# suite runs under Wine) check the plain exports only.
+if(WIN32 AND CMAKE_SIZEOF_VOID_P EQUAL 4)
+    set(QZ_DLL_EXPORTS_EXACT ON)
+else()
+    set(QZ_DLL_EXPORTS_EXACT OFF)
 endif()
 
 function(qz_attach_export_list target)
@@ -66,6 +104,8 @@ function(qz_attach_export_list target)
         add_custom_command(TARGET ${target} POST_BUILD
             COMMAND ${QZ_EXPORTGEN_COMMAND} --decorated ${_names}
             COMMAND ${CMAKE_COMMAND} -DDLL=$<TARGET_FILE:${target}> -DNAMES=${_names}
+                    -DCXX_NAMES=${QZ_GENERATED_DIR}/dll_cxx_exports.txt
+                    -DEXACT=$<BOOL:${QZ_DLL_EXPORTS_EXACT}>
                     -DOBJDUMP=${CMAKE_OBJDUMP} -P ${PROJECT_SOURCE_DIR}/cmake/CheckDllExports.cmake
             COMMENT "Checking the DLL's export table")
     elseif(NOT QZ_STATIC)

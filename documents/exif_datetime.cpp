@@ -23,6 +23,16 @@ unsigned read_digits(LPCWSTR text, int digits) {
     return value;
 }
 
+// A date and time of the calendar: the system's conversions are not all
+// as strict (Wine's turns February 29 of a common year into March 1).
+bool is_calendar_time(const SYSTEMTIME& t) {
+    static constexpr WORD kDays[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    if (t.wMonth < 1 || t.wMonth > 12 || t.wDay < 1) return false;
+    const bool leap = (t.wYear % 4 == 0 && t.wYear % 100 != 0) || t.wYear % 400 == 0;
+    const WORD days = WORD(kDays[t.wMonth - 1] + (t.wMonth == 2 && leap ? 1 : 0));
+    return t.wDay <= days && t.wHour < 24 && t.wMinute < 60 && t.wSecond < 60;
+}
+
 }  // namespace
 
 HRESULT CQzExifMetaDataHelper::SystemTimeToLocalDateTimeString(const SYSTEMTIME* time,
@@ -69,7 +79,8 @@ HRESULT CQzExifMetaDataHelper::ParseExifLocalDateTimeStringToUtc(LPCWSTR text, L
     local.wSecond = WORD(read_digits(text + 17, 2));
     SYSTEMTIME universal{};
     FILETIME ticks{};
-    if (!TzSpecificLocalTimeToSystemTime(nullptr, &local, &universal) ||
+    if (!is_calendar_time(local) ||
+        !TzSpecificLocalTimeToSystemTime(nullptr, &local, &universal) ||
         !SystemTimeToFileTime(&universal, &ticks)) {
         return E_INVALIDARG;  // no such date or time, or before 1601
     }

@@ -229,20 +229,28 @@ void thread_line(Out& out, LPCWSTR caption) {
                unsigned(GetCurrentThreadId()), stack);
 }
 
+// The registers of a CONTEXT by their x86 names: 64-bit Windows calls them
+// Rax, Rip, ...; 32-bit Windows and the POSIX layer's record Eax, Eip, ...
+#if defined(_WIN64)
+#define QZ_REGISTER(c, name) ULONGLONG((c).R##name)
+#else
+#define QZ_REGISTER(c, name) ULONGLONG((c).E##name)
+#endif
+
 // The x86 layout of the four register lines, with the platform's register
 // width: "EAX" and 8 digits on 32-bit builds, "RAX" and 16 on 64-bit ones.
 void register_lines(Out& out, const CONTEXT& c) {
     const char r = sizeof(void*) == 8 ? 'R' : 'E';
     const int w = int(kAddressDigits);
     out.append("Registers:\r\n");
-    out.append(" %cAX=%0*llx CS=%04x %cIP=%0*llx EFLGS=%08x\r\n", r, w, ULONGLONG(c.Eax),
-               unsigned(c.SegCs), r, w, ULONGLONG(c.Eip), unsigned(c.EFlags));
-    out.append(" %cBX=%0*llx SS=%04x %cSP=%0*llx %cBP=%0*llx\r\n", r, w, ULONGLONG(c.Ebx),
-               unsigned(c.SegSs), r, w, ULONGLONG(c.Esp), r, w, ULONGLONG(c.Ebp));
-    out.append(" %cCX=%0*llx DS=%04x %cSI=%0*llx FS=%04x\r\n", r, w, ULONGLONG(c.Ecx),
-               unsigned(c.SegDs), r, w, ULONGLONG(c.Esi), unsigned(c.SegFs));
-    out.append(" %cDX=%0*llx ES=%04x %cDI=%0*llx GS=%04x\r\n", r, w, ULONGLONG(c.Edx),
-               unsigned(c.SegEs), r, w, ULONGLONG(c.Edi), unsigned(c.SegGs));
+    out.append(" %cAX=%0*llx CS=%04x %cIP=%0*llx EFLGS=%08x\r\n", r, w, QZ_REGISTER(c, ax),
+               unsigned(c.SegCs), r, w, QZ_REGISTER(c, ip), unsigned(c.EFlags));
+    out.append(" %cBX=%0*llx SS=%04x %cSP=%0*llx %cBP=%0*llx\r\n", r, w, QZ_REGISTER(c, bx),
+               unsigned(c.SegSs), r, w, QZ_REGISTER(c, sp), r, w, QZ_REGISTER(c, bp));
+    out.append(" %cCX=%0*llx DS=%04x %cSI=%0*llx FS=%04x\r\n", r, w, QZ_REGISTER(c, cx),
+               unsigned(c.SegDs), r, w, QZ_REGISTER(c, si), unsigned(c.SegFs));
+    out.append(" %cDX=%0*llx ES=%04x %cDI=%0*llx GS=%04x\r\n", r, w, QZ_REGISTER(c, dx),
+               unsigned(c.SegEs), r, w, QZ_REGISTER(c, di), unsigned(c.SegGs));
 }
 
 StackSummary stack_lines(Out& out, uintptr_t sp, size_t reserve) {
@@ -274,7 +282,7 @@ void stack_section(Out& out, uintptr_t sp) {
 
 const void* instruction_address(const EXCEPTION_RECORD* record, const CONTEXT* context) {
     if (record) return record->ExceptionAddress;
-    return context ? as_pointer(uintptr_t(context->Eip)) : nullptr;
+    return context ? as_pointer(uintptr_t(QZ_REGISTER(*context, ip))) : nullptr;
 }
 
 }  // namespace
@@ -324,7 +332,7 @@ QZ_EXTERN_C QZ_API int QZ_STDCALL QzErrorHandler_DumpExceptionRecord(LPSTR buffe
         out.append("Bytes at CS:EIP:\r\n");
         hex_lines(out, reinterpret_cast<uintptr_t>(ip), kCodeBytes);
     }
-    if (section(QZDUMP_STACK, context != nullptr)) stack_section(out, uintptr_t(context->Esp));
+    if (section(QZDUMP_STACK, context != nullptr)) stack_section(out, uintptr_t(QZ_REGISTER(*context, sp)));
     return out.length();
 }
 

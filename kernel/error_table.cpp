@@ -325,7 +325,7 @@ const BuiltInMessage kBuiltInMessages[] = {
     {STG_E_WRITEFAULT, english(QZTEXT("\n\nAn error occurred writing to the storage file."))},
     {STG_E_MEDIUMFULL,
      english(QZTEXT("\n\nThe storage medium is full. Please free some space and try again."))},
-    {STG_E_INVALIDHEADER,
+    {QZ_HR_80030103,
      english(QZTEXT("\n\nThe storage file is most likely corrupted or of an unknown format."))},
 };
 const size_t kBuiltInMessageCount = sizeof kBuiltInMessages / sizeof kBuiltInMessages[0];

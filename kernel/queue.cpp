@@ -205,8 +205,16 @@ struct RemovalWait {
         HANDLE handles[MAXIMUM_WAIT_OBJECTS];
         handles[0] = event;
         for (DWORD i = 0; i < extra_count; ++i) handles[i + 1] = extra[i];
-        const DWORD result = MsgWaitForMultipleObjectsEx(extra_count + 1, handles, milliseconds,
-                                                         wake_mask, wait_flags);
+        // Without a wake mask no message can end the wait, and Windows'
+        // message wait with MWMO_WAITALL would wait for an input event as
+        // well, which never comes: the plain wait gives what the flags ask.
+        const bool messages = wake_mask != 0 || (wait_flags & MWMO_INPUTAVAILABLE);
+        const DWORD result =
+            messages ? MsgWaitForMultipleObjectsEx(extra_count + 1, handles, milliseconds,
+                                                   wake_mask, wait_flags)
+                     : WaitForMultipleObjectsEx(extra_count + 1, handles,
+                                                (wait_flags & MWMO_WAITALL) != 0, milliseconds,
+                                                (wait_flags & MWMO_ALERTABLE) != 0);
         if (wait_result) *wait_result = result;
         if (result == WAIT_OBJECT_0) return WaitOutcome::LookAgain;
         if (result == WAIT_TIMEOUT) return WaitOutcome::GiveUp;

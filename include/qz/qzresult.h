@@ -73,10 +73,11 @@
 #define STG_E_MEDIUMFULL ((HRESULT)0x80030070L)
 #endif
 #ifndef STG_E_INVALIDHEADER
-#define STG_E_INVALIDHEADER ((HRESULT)0x80030103L)
+#define STG_E_INVALIDHEADER ((HRESULT)0x800300FBL)
 #endif
 
 /* Further Windows and multimedia codes that carry a kernel message. */
+#define QZ_HR_80030103 ((HRESULT)0x80030103L) /* a storage file that cannot be read */
 #define QZ_HR_80040037 ((HRESULT)0x80040037L)
 #define QZ_HR_80040964 ((HRESULT)0x80040964L)
 #define QZ_HR_INVALID_DRIVE ((HRESULT)0x800404B0L)

@@ -36,8 +36,11 @@ struct GlobalExtra {
 using Store = BlockStore<GlobalExtra>;
 using GlobalBlock = Store::Slot;
 
-// A moveable handle: slot and generation, low bits 100.
-constexpr unsigned kSlotBits = sizeof(uintptr_t) == 8 ? 32 : 20;
+// A moveable handle: slot and generation, low bits 100. Every block, fixed
+// ones too, takes a slot. A 32-bit handle has 29 bits for both: 24 for the
+// slot, so that a tree of millions of blocks fits (an XML document of a
+// million elements has three each), and 5 for the generation.
+constexpr unsigned kSlotBits = sizeof(uintptr_t) == 8 ? 32 : 24;
 constexpr uintptr_t kSlotMask = (uintptr_t(1) << kSlotBits) - 1;
 constexpr uintptr_t kGenerationMask = (uintptr_t(1) << (sizeof(uintptr_t) * 8 - 3 - kSlotBits)) - 1;
 

@@ -123,8 +123,12 @@ bool parse_line(const std::string& line, SettingValues* values) {
     SettingValue value;
     if (rest.compare(0, sizeof(kNumberTag) - 1, kNumberTag) == 0) {
         char* end = nullptr;
-        const unsigned long number = std::strtoul(rest.c_str() + sizeof(kNumberTag) - 1, &end, 0);
-        if (*end != '\0' || number > 0xFFFFFFFFul) return false;
+        // Read wider than a DWORD: strtoul's long is 32 bits in 32-bit builds,
+        // where a larger number would come back clamped to 0xFFFFFFFF.
+        errno = 0;
+        const unsigned long long number =
+            std::strtoull(rest.c_str() + sizeof(kNumberTag) - 1, &end, 0);
+        if (*end != '\0' || errno == ERANGE || number > 0xFFFFFFFFull) return false;
         value.is_number = true;
         value.number = DWORD(number);
     } else if (rest.compare(0, sizeof(kTextTag) - 1, kTextTag) == 0) {

@@ -211,6 +211,11 @@ QZ_EXTERN_C DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOO
     return wait_for_events(count, handles, wait_all != FALSE, milliseconds);
 }
 
+QZ_EXTERN_C DWORD WaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, BOOL wait_all,
+                                           DWORD milliseconds, BOOL /*alertable*/) {
+    return wait_for_events(count, handles, wait_all != FALSE, milliseconds);
+}
+
 QZ_EXTERN_C DWORD MsgWaitForMultipleObjectsEx(DWORD count, const HANDLE* handles,
                                               DWORD milliseconds, DWORD /*wake_mask*/,
                                               DWORD flags) {

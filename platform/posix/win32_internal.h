@@ -73,6 +73,8 @@ QZ_INTERNAL void Sleep(DWORD milliseconds);
    queued call; this layer queues none, so it sleeps the full time. */
 QZ_INTERNAL DWORD SleepEx(DWORD milliseconds, BOOL alertable);
 QZ_INTERNAL DWORD WaitForSingleObjectEx(HANDLE handle, DWORD milliseconds, BOOL alertable);
+QZ_INTERNAL DWORD WaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, BOOL wait_all,
+                                           DWORD milliseconds, BOOL alertable);
 /*
  * Waits for up to MAXIMUM_WAIT_OBJECTS - 1 events (more: WAIT_FAILED with
  * ERROR_INVALID_PARAMETER). Threads here have no message queue and nothing

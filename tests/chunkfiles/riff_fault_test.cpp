@@ -10,7 +10,7 @@
 #include <set>
 #include <tuple>
 
-#include "platform/posix/fault_plan.h"
+#include "tests/support/faults.h"
 #include "tests/support/riff_files.h"
 
 using namespace qz::testing;
@@ -138,7 +138,7 @@ TEST(RiffFaults, ReadersWritersAndWalksReportTheFailingStep) {
          },
          "-W---", nothing_past(16)},
         {"WriteANSIString", Bytes{}, 0,
-         [](HANDLE h) { return riff_WriteANSIString(h, u"odd", nullptr); }, "-W--M",
+         [](HANDLE h) { return riff_WriteANSIString(h, QZTEXT("odd"), nullptr); }, "-W--M",
          nothing_past(4)},
         // Nothing written unless the write itself went through.
         {"SetRIFFSize", w, 40, [](HANDLE h) { return riff_SetRIFFSize(h, 1234); }, "-WW--",

@@ -3,13 +3,16 @@
 // exif_interop_test.cpp.
 #include <gtest/gtest.h>
 
-#include "platform/posix/fault_plan.h"
+#include <cstdlib>
+
+#include "tests/support/faults.h"
 #include "tests/support/exif_files.h"
 
 using namespace exif_test;
 using qz::testing::FaultOp;
 using qz::testing::native_read;
 using qz::testing::native_write;
+using qz::testing::WString;
 
 namespace {
 
@@ -162,8 +165,12 @@ TEST(ExifWrite, RefusalsAndFailuresLeaveTheFileAsItWas) {
         ASSERT_EQ(
             helper.AddExifTagToSummaryList(list.get(), 700, c.ifd, c.type, c.size, value.data()),
             S_OK);
+#if QZ_TEST_FAULTS
         qz::testing::FaultPlan plan;
         if (c.fault != none) plan.fail(c.fault, 1);
+#else
+        if (c.fault != none) continue;  // the fault plan exists on POSIX only
+#endif
         EXPECT_EQ(helper.UpdateExifTagsFromSummaryList(dir.wide("t.jpg").c_str(), list.get()),
                   c.hr);
         const bool kept = c.hr == S_OK || c.hr == QZE_FILE_WRITE;  // written, or left alone
@@ -176,23 +183,37 @@ TEST(ExifDateTime, TextsBothWays) {
     WCHAR text[20];
     const SYSTEMTIME t{2024, 1, 2, 2, 3, 4, 5, 999};
     ASSERT_EQ(helper.SystemTimeToLocalDateTimeString(&t, text, 20), S_OK);
-    EXPECT_EQ(std::u16string(text), u"2024:01:02 03:04:05");
+    EXPECT_EQ(WString(text), QZTEXT("2024:01:02 03:04:05"));
     EXPECT_EQ(helper.SystemTimeToLocalDateTimeString(&t, text, 19), E_FAIL);
 
-    qz::testing::ScopedEnv zone("TZ", "CET-1CEST,M3.5.0,M10.5.0/3");
-    const std::pair<const char16_t*, LONGLONG> cases[] = {
-        {u"2024:07:01 12:00:00", 133643016000000000},  // 10:00 UTC, summer time
-        {u"2024:01:01 12:00:00", 133485804000000000},  // 11:00 UTC
-        {u"2024:07:01 12:00:00Z", 0},
-        {u"2024-07-01 12:00:00", 0},
-        {u"2023:02:29 12:00:00", 0},
-        {u"1601:01:01 00:30:00", 0},  // before 1601 in UTC
+    // Local times are those of Central Europe. POSIX takes the zone from TZ;
+    // on Windows it is the machine's and cannot be set for one process, so
+    // there the rows that depend on it are passed over.
+    const qz::testing::ScopedEnvironment zone("TZ", "CET-1CEST,M3.5.0,M10.5.0/3");
+#if defined(_WIN32)
+    const bool zone_is_set = false;
+#else
+    const bool zone_is_set = true;
+#endif
+    const struct {
+        const WCHAR* local;
+        LONGLONG ticks;  // 0: refused
+        bool zoned;      // the answer depends on the zone
+    } cases[] = {
+        {QZTEXT("2024:07:01 12:00:00"), 133643016000000000, true},  // 10:00 UTC, summer time
+        {QZTEXT("2024:01:01 12:00:00"), 133485804000000000, true},  // 11:00 UTC
+        {QZTEXT("2024:07:01 12:00:00Z"), 0, false},
+        {QZTEXT("2024-07-01 12:00:00"), 0, false},
+        {QZTEXT("2023:02:29 12:00:00"), 0, false},
+        {QZTEXT("2024:01:01 24:00:00"), 0, false},
+        {QZTEXT("1601:01:01 00:30:00"), 0, true},  // before 1601 in UTC
     };
-    for (const auto& [local, ticks] : cases) {
+    for (const auto& c : cases) {
+        if (c.zoned && !zone_is_set) continue;
         LONGLONG utc = -1;
-        EXPECT_EQ(helper.ParseExifLocalDateTimeStringToUtc(local, &utc),
-                  ticks ? S_OK : E_INVALIDARG);
-        EXPECT_EQ(utc, ticks) << &local - &cases[0].first;
+        EXPECT_EQ(helper.ParseExifLocalDateTimeStringToUtc(c.local, &utc),
+                  c.ticks ? S_OK : E_INVALIDARG);
+        EXPECT_EQ(utc, c.ticks) << &c - cases;
     }
 }
 

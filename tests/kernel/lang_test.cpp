@@ -82,20 +82,20 @@ TEST(LangLocale, PicksTheLanguageSlotAndSeparators) {
         WCHAR date_sep;
         DWORD metric;
     };
-    const Case cases[] = {{"de_DE.UTF-8", QZLANG_GERMAN, u',', u'.', 1},
-                          {"de-AT", QZLANG_GERMAN, u',', u'.', 1},  // the Windows spelling
-                          {"fr_FR@euro", QZLANG_FRENCH, u',', u'/', 1},
-                          {"en_US.UTF-8", QZLANG_ENGLISH, u'.', u'/', 0},
-                          {"ES_mx", QZLANG_SPANISH, u',', u'/', 1},
-                          {"pt_BR", QZLANG_ENGLISH, u'.', u'/', 1},  // not shipped
-                          {"", QZLANG_ENGLISH, u'.', u'/', 1}};
+    const Case cases[] = {{"de_DE.UTF-8", QZLANG_GERMAN, QZTEXT(','), QZTEXT('.'), 1},
+                          {"de-AT", QZLANG_GERMAN, QZTEXT(','), QZTEXT('.'), 1},  // the Windows spelling
+                          {"fr_FR@euro", QZLANG_FRENCH, QZTEXT(','), QZTEXT('/'), 1},
+                          {"en_US.UTF-8", QZLANG_ENGLISH, QZTEXT('.'), QZTEXT('/'), 0},
+                          {"ES_mx", QZLANG_SPANISH, QZTEXT(','), QZTEXT('/'), 1},
+                          {"pt_BR", QZLANG_ENGLISH, QZTEXT('.'), QZTEXT('/'), 1},  // not shipped
+                          {"", QZLANG_ENGLISH, QZTEXT('.'), QZTEXT('/'), 1}};
     for (const Case& c : cases) {
         EXPECT_EQ(qz::lang::language_from_locale(c.locale), c.language) << c.locale;
         const QZINTERNATIONALS intl = qz::lang::internationals_from_locale(c.locale);
         const std::tuple got{intl.language,    intl.decimal[0],  intl.decimal[1],
                              intl.date_sep[0], intl.time_sep[0], intl.metric};
         EXPECT_EQ(got,
-                  std::tuple(c.language, c.decimal, WCHAR(0), c.date_sep, WCHAR(u':'), c.metric))
+                  std::tuple(c.language, c.decimal, WCHAR(0), c.date_sep, WCHAR(QZTEXT(':')), c.metric))
             << c.locale;
     }
 }
@@ -156,7 +156,7 @@ TEST(LangLoadString, FindsIdsNewestTableFirstAndExpands) {
     EXPECT_EQ(load(100, 32), "8:ACID neu");
     EXPECT_EQ(load(100, 5), "4:ACID");
 
-    buffer[0] = u'x';
+    buffer[0] = QZTEXT('x');
     EXPECT_EQ(QzLoadString(lang.get(), 300, buffer, 32), 0);
     EXPECT_EQ(buffer[0], 0);
     EXPECT_EQ(QzLoadString(lang.get(), 100, nullptr, 32), 0);

@@ -6,6 +6,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/faults.h"
 #include "platform/win32api.h"
 #include "tests/support/list_support.h"
 
@@ -16,6 +17,10 @@ using qz::testing::fill;
 using qz::testing::tail_is_zero;
 using qz::testing::TestList;
 using qz::testing::values;
+#if QZ_TEST_FAULTS
+using qz::testing::FaultOp;
+using qz::testing::FaultPlan;
+#endif
 using V = std::vector<uint32_t>;
 
 constexpr DWORD kPtrSize = sizeof(void*);
@@ -63,7 +68,41 @@ TEST(ListCreate, InPlaceUsesTheCallersStorageAndBadRequestsAreRefused) {
     EXPECT_EQ(QzList_CreateExZ(nullptr, 4, 0, 0, 0, 0, 0, 0), E_POINTER);
 }
 
-TEST(ListInsert, IndexesNegativeCountsAndTheNullSourceOfThePendingItem) {
+#if QZ_TEST_FAULTS  // the fault plan exists on POSIX only
+TEST(ListCreate, AllocationFailuresLeaveNothingBehind) {
+    struct Case {
+        DWORD options;
+        unsigned failing_allocation;  // 1: header, 2: slot block
+    };
+    const Case cases[] = {{QZLIST_VALUES, 1}, {QZLIST_VALUES, 2}, {QZLIST_HEAPITEMS, 2}};
+    for (const Case& c : cases) {
+        FaultPlan plan;
+        plan.fail(FaultOp::Alloc, c.failing_allocation);
+        tQZLIST* list = nullptr;
+        EXPECT_EQ(QzList_CreateExZ(&list, 4, 0, 0, c.options, 0, 0, 0), E_OUTOFMEMORY);
+        EXPECT_EQ(list, nullptr);
+        EXPECT_EQ(plan.failures(FaultOp::Alloc), 1u);
+    }
+}
+#endif
+
+TEST(ListInsert, IndexesOutsideTheItemsAppend) {
+    for (int index : {-1, 3, INT_MIN, INT_MAX}) {
+        TestList list(4, QZLIST_VALUES);
+        append(list.get(), {1, 2, 3});
+        const uint32_t v = 9;
+        ASSERT_EQ(QzList_InsertList(list.get(), index, &v, 1), S_OK);
+        EXPECT_EQ(values(list.get()), (V{1, 2, 3, 9})) << index;
+    }
+    TestList list(4, QZLIST_VALUES);
+    append(list.get(), {1, 2, 3});
+    const uint32_t two[] = {7, 8};
+    ASSERT_EQ(QzList_InsertList(list.get(), 0, two, 2), S_OK);
+    ASSERT_EQ(QzList_InsertList(list.get(), 3, two, 2), S_OK);
+    EXPECT_EQ(values(list.get()), (V{7, 8, 1, 7, 8, 2, 3}));
+}
+
+TEST(ListInsert, NegativeCountCopiesAndNullSourceNeedsThePendingItem) {
     TestList list(4, QZLIST_VALUES);
     const uint32_t three[] = {4, 5, 6};
     EXPECT_EQ(QzList_InsertList(list.get(), 0, three, -3), S_OK);
@@ -262,7 +301,7 @@ TEST(ListEntryRule, ForeignThreadsDeadAndNullListsAreRefused) {
     EXPECT_EQ(QzList_InsertList(&dead, 0, &v, 1), E_INVALIDARG);
     EXPECT_EQ(QzList_Destroy(nullptr), S_OK);
     EXPECT_EQ(QzList_Destroy(&dead), E_INVALIDARG);
-    WCHAR name[4] = {u'x'};
+    WCHAR name[4] = {QZTEXT('x')};
     EXPECT_EQ(QzList_GetFileAndLine(&dead, name, 4), -1);
     EXPECT_EQ(name[0], 0);
 }

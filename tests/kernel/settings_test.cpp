@@ -1,8 +1,15 @@
 // The kernel's settings stores and their file-backed POSIX backend.
 #include <gtest/gtest.h>
+#if defined(_WIN32)
+#include <windows.h>
+#else
+#include <unistd.h>
+#endif
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <string>
 
 #include "kernel/settings.h"
@@ -11,16 +18,59 @@
 namespace {
 
 namespace fs = std::filesystem;
-using qz::testing::WString;
+using WString = std::basic_string<WCHAR>;
 
+WString test_wide(const std::string& text) {
+    return WString(text.begin(), text.end());
+}
 constexpr DWORD kVersion = 0x0A000086;
 
+#if defined(_WIN32)
+// Windows keeps the stores in the user's registry, under Software\<product>:
+// each test's products go under a key of their own, removed afterwards.
+class SettingsTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        root_ = QZTEXT("qzkernel test ") + test_wide(std::to_string(GetCurrentProcessId()) + " " +
+                ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    }
+    void TearDown() override {
+        RegDeleteTreeW(HKEY_CURRENT_USER, (QZTEXT("Software\\") + root_).c_str());
+    }
+    WString product(LPCWSTR name) const { return root_ + QZTEXT("\\") + name; }
+    // The key of a store of this test, opened for reading and writing.
+    HKEY key(LPCWSTR name) const {
+        HKEY key = nullptr;
+        const WString path = QZTEXT("Software\\") + product(name) + QZTEXT("\\10.0\\Kernel");
+        RegCreateKeyExW(HKEY_CURRENT_USER, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
+                        &key, nullptr);
+        return key;
+    }
+    WString root_;
+#else
 // Points $XDG_CONFIG_HOME at a fresh folder for one test.
 class SettingsTest : public ::testing::Test {
 protected:
-    HQZMETRIC open(LPCWSTR product = QZTEXT("Test Product")) {
+    void SetUp() override {
+        folder_ = fs::temp_directory_path() /
+                  ("qz_settings_" + std::to_string(getpid()) + "_" +
+                   ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(folder_);
+        fs::create_directories(folder_);
+        home_.emplace("XDG_CONFIG_HOME", folder_.c_str());
+    }
+    void TearDown() override {
+        home_.reset();
+        fs::remove_all(folder_);
+    }
+    WString product(LPCWSTR name) const { return name; }
+    fs::path folder_;
+    std::optional<qz::testing::ScopedEnvironment> home_;
+#endif
+    HQZMETRIC open(LPCWSTR name = QZTEXT("Test Product")) {
         HQZMETRIC store = nullptr;
-        EXPECT_EQ(qz::settings::open(product, kVersion, QZTEXT("Kernel"), &store), S_OK);
+        EXPECT_EQ(qz::settings::open(product(name).c_str(), kVersion, QZTEXT("Kernel"), &store),
+                  S_OK);
         return store;
     }
     // A value as "#number" or "=text"; "-" when neither kind finds it.
@@ -31,14 +81,11 @@ protected:
         const bool is_text = qz::settings::get_text(store, name, &text) == S_OK;
         if (is_number == is_text) return is_number ? QZTEXT("both") : QZTEXT("-");
         WString shown(1, WCHAR(is_number ? '#' : '='));
-        return shown.append(is_number ? qz::testing::wide(std::to_string(number)) : text);
+        return shown.append(is_number ? test_wide(std::to_string(number)) : text);
     }
-    qz::testing::TempDir dir_;
-    const fs::path folder_ = dir_.path();
-    qz::testing::ScopedEnv config_{"XDG_CONFIG_HOME", dir_.path()};
 };
 
-TEST_F(SettingsTest, ValuesSurviveReopeningByNameAndBadArgumentsAreRefused) {
+TEST_F(SettingsTest, ValuesSurviveReopeningByName) {
     const WString awkward = QZTEXT("Caf\u00e9 = \"x\"\nline two\\ \r end");
     const WString awkward_name = QZTEXT("a=b\nc\\");
     HQZMETRIC store = open();
@@ -51,7 +98,17 @@ TEST_F(SettingsTest, ValuesSurviveReopeningByNameAndBadArgumentsAreRefused) {
     EXPECT_EQ(qz::settings::remove(store, QZTEXT("Gone")), QZE_NOT_FOUND);
     qz::settings::close(store);
 
+#if defined(_WIN32)
+    HKEY written = nullptr;
+    EXPECT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER,
+                            (QZTEXT("Software\\") + product(QZTEXT("Test Product")) +
+                             QZTEXT("\\10.0\\Kernel")).c_str(),
+                            0, KEY_READ, &written),
+              ERROR_SUCCESS);
+    RegCloseKey(written);
+#else
     EXPECT_TRUE(fs::exists(folder_ / "Test Product" / "10.0" / "Kernel.ini"));
+#endif
     store = open();
     EXPECT_EQ(get(store, QZTEXT("Count")), QZTEXT("#42"));
     EXPECT_EQ(get(store, QZTEXT("Name")), WString(QZTEXT("=")).append(awkward));
@@ -61,19 +118,34 @@ TEST_F(SettingsTest, ValuesSurviveReopeningByNameAndBadArgumentsAreRefused) {
     EXPECT_EQ(qz::settings::set_text(store, QZTEXT("Count"), QZTEXT("many")), S_OK);
     EXPECT_EQ(get(store, QZTEXT("Count")), QZTEXT("=many"));
     qz::settings::close(store);
-    // Bad arguments are refused.
-    store = reinterpret_cast<HQZMETRIC>(1);
-    EXPECT_EQ(qz::settings::open(QZTEXT(""), kVersion, QZTEXT("Kernel"), &store), E_INVALIDARG);
-    EXPECT_EQ(store, nullptr);
-    EXPECT_EQ(qz::settings::open(QZTEXT("P"), kVersion, nullptr, &store), E_INVALIDARG);
-    EXPECT_EQ(qz::settings::open(QZTEXT("P"), kVersion, QZTEXT("Kernel"), nullptr), E_POINTER);
-    DWORD number = 0;
-    EXPECT_EQ(qz::settings::get_number(nullptr, QZTEXT("Count"), &number), E_HANDLE);
-    store = open();
-    EXPECT_EQ(qz::settings::set_number(store, QZTEXT(""), 1), E_INVALIDARG);
-    qz::settings::close(store);
 }
 
+#if defined(_WIN32)
+TEST_F(SettingsTest, SkipsValuesOfAnotherType) {
+    const HKEY key = this->key(QZTEXT("Test Product"));
+    ASSERT_NE(key, nullptr);
+    const DWORD good = 16;
+    const ULONGLONG huge = 0x1FFFFFFFFull;
+    const WCHAR last[] = QZTEXT("no newline at the end");
+    const BYTE bytes[] = {1, 2, 3, 4};
+    RegSetValueExW(key, QZTEXT("Good"), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&good), 4);
+    RegSetValueExW(key, QZTEXT("Last"), 0, REG_SZ, reinterpret_cast<const BYTE*>(last),
+                   sizeof last);
+    RegSetValueExW(key, QZTEXT("Bad"), 0, REG_DWORD, bytes, 2);  // a number of two bytes
+    RegSetValueExW(key, QZTEXT("Huge"), 0, REG_QWORD, reinterpret_cast<const BYTE*>(&huge), 8);
+    RegSetValueExW(key, QZTEXT("Kind"), 0, REG_BINARY, bytes, 4);
+    // A text without its terminator, as other writers may leave one.
+    RegSetValueExW(key, QZTEXT("Cut"), 0, REG_SZ, reinterpret_cast<const BYTE*>(last), 4);
+    RegCloseKey(key);
+    HQZMETRIC store = open();
+    EXPECT_EQ(get(store, QZTEXT("Good")), QZTEXT("#16"));
+    EXPECT_EQ(get(store, QZTEXT("Last")), QZTEXT("=no newline at the end"));
+    EXPECT_EQ(get(store, QZTEXT("Cut")), QZTEXT("=no"));
+    for (const WCHAR* name : {QZTEXT("Bad"), QZTEXT("Huge"), QZTEXT("Kind")})
+        EXPECT_EQ(get(store, name), QZTEXT("-"));
+    qz::settings::close(store);
+}
+#else
 TEST_F(SettingsTest, SkipsLinesOfAnotherShape) {
     const fs::path file = folder_ / "Test Product" / "10.0" / "Kernel.ini";
     fs::create_directories(file.parent_path());
@@ -93,15 +165,36 @@ TEST_F(SettingsTest, SkipsLinesOfAnotherShape) {
     qz::settings::close(store);
 }
 
-TEST_F(SettingsTest, ProductNamesStayInsideTheFolderAndAFailedWriteKeepsTheView) {
-    HQZMETRIC store = open(QZTEXT("../a/b"));
+// The file backend's own failures and names (POSIX).
+TEST_F(SettingsTest, AFailedWriteKeepsTheStoresView) {
+    HQZMETRIC store = open(QZTEXT("Blocked"));
     ASSERT_EQ(qz::settings::set_number(store, QZTEXT("Count"), 1), S_OK);
-    EXPECT_TRUE(fs::exists(folder_ / ".._a_b" / "10.0" / "Kernel.ini"));
     // The version folder becomes a file: the store cannot be written.
-    fs::remove_all(folder_ / ".._a_b" / "10.0");
-    std::ofstream(folder_ / ".._a_b" / "10.0") << "in the way";
+    fs::remove_all(folder_ / "Blocked" / "10.0");
+    std::ofstream(folder_ / "Blocked" / "10.0") << "in the way";
     EXPECT_EQ(qz::settings::set_number(store, QZTEXT("Count"), 2), QZE_FILE_CREATE);
     EXPECT_EQ(get(store, QZTEXT("Count")), QZTEXT("#1"));
+    qz::settings::close(store);
+}
+
+TEST_F(SettingsTest, ProductNamesStayInsideTheConfigurationFolder) {
+    HQZMETRIC store = open(QZTEXT("../a/b"));
+    ASSERT_EQ(qz::settings::set_number(store, QZTEXT("Count"), 3), S_OK);
+    qz::settings::close(store);
+    EXPECT_TRUE(fs::exists(folder_ / ".._a_b" / "10.0" / "Kernel.ini"));
+}
+#endif
+
+TEST_F(SettingsTest, RejectsBadArguments) {
+    HQZMETRIC store = reinterpret_cast<HQZMETRIC>(1);
+    EXPECT_EQ(qz::settings::open(QZTEXT(""), kVersion, QZTEXT("Kernel"), &store), E_INVALIDARG);
+    EXPECT_EQ(store, nullptr);
+    EXPECT_EQ(qz::settings::open(QZTEXT("P"), kVersion, nullptr, &store), E_INVALIDARG);
+    EXPECT_EQ(qz::settings::open(QZTEXT("P"), kVersion, QZTEXT("Kernel"), nullptr), E_POINTER);
+    DWORD number = 0;
+    EXPECT_EQ(qz::settings::get_number(nullptr, QZTEXT("Count"), &number), E_HANDLE);
+    store = open();
+    EXPECT_EQ(qz::settings::set_number(store, QZTEXT(""), 1), E_INVALIDARG);
     qz::settings::close(store);
 }
 

@@ -33,7 +33,7 @@ std::string show(const SYSTEMTIME& t) {
 constexpr ULONGLONG kSecond = 10'000'000;
 constexpr ULONGLONG kHour = 3600 * kSecond;
 
-using TimeZone = qz::testing::ScopedEnv;
+using TimeZone = qz::testing::ScopedEnvironment;
 
 TEST(FileTime, KnownInstantsConvertBothWaysInvalidTimesAndRangeEndsAreRefused) {
     struct Case {

@@ -36,7 +36,7 @@ inline Lines dump(const tQZLIST* list) {
 }
 
 // The tags of `path` read as a JPEG or as a TIFF file, and the result.
-inline std::pair<HRESULT, Lines> read_tags(const std::u16string& path, bool tiff = false) {
+inline std::pair<HRESULT, Lines> read_tags(const qz::testing::WString& path, bool tiff = false) {
     qz::testing::TestList list(0, QZLIST_HEAPITEMS);
     CQzExifMetaDataHelper helper;
     const HRESULT hr = tiff ? helper.AddExifTagsToSummaryListFromTiff(path.c_str(), list.get())
