@@ -8,9 +8,11 @@
 using namespace qz::testing;
 
 TEST(IffInterop, FormatsSamplesAndMarkersOfToolFilesAreWhatTheToolsRead) {
-    if (system("{ command -v sox && command -v sndfile-convert && command -v sndfile-info && "
-               "python3 -c 'import aifc'; } >/dev/null 2>&1") != 0)
-        GTEST_SKIP() << "needs sox, sndfile-convert, sndfile-info and python3 with aifc";
+    if (system("{ command -v sox && command -v sndfile-convert && command -v sndfile-info; } "
+               ">/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "needs sox, sndfile-convert and sndfile-info";
+    // Python 3.13 dropped aifc: without it, the file with markers is left out.
+    const bool aifc = system("python3 -W ignore -c 'import aifc' >/dev/null 2>&1") == 0;
     TempDir dir;
     const auto made = [&](const char* name, const std::string& command, const char* after = "") {
         EXPECT_EQ(system((command + " " + quoted(dir.file(name)) + after).c_str()), 0) << command;
@@ -26,11 +28,14 @@ TEST(IffInterop, FormatsSamplesAndMarkersOfToolFilesAreWhatTheToolsRead) {
     const std::string s16 = sox("s16.aiff", "-r 44100 -c 2 -b 16 -t aiff");
     const std::string s24 = sox("s24.aiff", "-r 96000 -c 2 -b 24 -t aiff");
     const std::string marks =
-        made("marks.aiff",
-             "python3 -W ignore -c \"import aifc, sys; f = aifc.open(sys.argv[1], 'wb'); f.aiff(); "
-             "f.setnchannels(1); f.setsampwidth(2); f.setframerate(32000); f.setmark(1, 100, "
-             "b'intro'); f.setmark(7, 2500, b'drop'); f.writeframes(bytes(range(256)) * 32); "
-             "f.close()\"");
+        !aifc
+            ? s16
+            : made("marks.aiff",
+                   "python3 -W ignore -c \"import aifc, sys; f = aifc.open(sys.argv[1], 'wb'); "
+                   "f.aiff(); "
+                   "f.setnchannels(1); f.setsampwidth(2); f.setframerate(32000); f.setmark(1, 100, "
+                   "b'intro'); f.setmark(7, 2500, b'drop'); f.writeframes(bytes(range(256)) * 32); "
+                   "f.close()\"");
     const std::tuple<std::string, WORD> accepted[] = {
         {s16, QZWAVE_FORMAT_PCM_BIGENDIAN},
         {s24, QZWAVE_FORMAT_PCM_BIGENDIAN},
@@ -68,7 +73,7 @@ TEST(IffInterop, FormatsSamplesAndMarkersOfToolFilesAreWhatTheToolsRead) {
         const Bytes file = read_file(path), samples = read_file(path + ".raw");
         ASSERT_LE(at + 64, file.size());
         EXPECT_EQ(Bytes(file.begin() + at, file.begin() + at + 64), prefix(samples, 64));
-        if (path != marks) {
+        if (path != marks || !aifc) {
             CloseHandle(h);
             continue;
         }
