@@ -61,7 +61,8 @@ struct Found {
  * is how the walk ended, which is how the search for a chunk it did not
  * find would have ended.
  */
-HRESULT find_comm_and_ssnd(FileSource& file, DWORD budget, Found* comm, Found* ssnd) {
+HRESULT find_comm_and_ssnd(qz::chunks::ReadAheadSource& file, DWORD budget, Found* comm,
+                           Found* ssnd) {
     DWORD left = budget;
     const auto wanted = [&](DWORD id) {
         return (id == kCommId && !comm->found) || (id == kSsndId && !ssnd->found);
@@ -145,12 +146,15 @@ QZ_EXTERN_C QZ_API BOOL QZ_STDCALL iff_IsAIFFFile(HANDLE file, DWORD* form_size)
     return iff_IsAIFFFileEx(file, form_size, nullptr, nullptr);
 }
 
-QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL iff_GetAIFFWfx(HANDLE file, WAVEFORMATEX* wfx, DWORD* frames,
-                                                     DWORD* data_position) {
-    // The classification of iff_IsAIFFFileEx, the "COMM" and the "SSND"
-    // searches share one walk of the top level: for an AIFF-C file the
-    // classification's "COMM" is the one the format comes from.
-    FileSource source(file);
+namespace {
+
+/*
+ * iff_GetAIFFWfx. The classification of iff_IsAIFFFileEx, the "COMM" and
+ * the "SSND" searches share one walk of the top level: for an AIFF-C file
+ * the classification's "COMM" is the one the format comes from.
+ */
+HRESULT read_format(qz::chunks::ReadAheadSource& source, WAVEFORMATEX* wfx, DWORD* frames,
+                    DWORD* data_position) {
     const auto form = rewind_to_form(source);
     if (!is_sound_form(form)) return QZE_CORRUPT_OR_UNKNOWN;
     const bool aifc = form.form == kAifcForm;
@@ -184,6 +188,18 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL iff_GetAIFFWfx(HANDLE file, WAVEFORMATEX* 
             std::min<uint64_t>(sample_bytes(ssnd.size, offset) / format->nBlockAlign, c.frames));
     if (data_position) *data_position = DWORD(ssnd.at + sizeof fields + offset);
     return S_OK;
+}
+
+}  // namespace
+
+QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL iff_GetAIFFWfx(HANDLE file, WAVEFORMATEX* wfx, DWORD* frames,
+                                                     DWORD* data_position) {
+    // A sound file's headers lie close together at its front: one read of
+    // a look-ahead block usually holds them all. The handle's pointer is
+    // then put where the last field read ended.
+    qz::chunks::ReadAheadSource source(file, 0);
+    const HRESULT hr = read_format(source, wfx, frames, data_position);
+    return source.sync() || FAILED(hr) ? hr : QZE_FILE_READ;
 }
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL iff_FindMarker(HANDLE file, WORD id, QZAIFFMARKER* marker) {

@@ -2,15 +2,6 @@
 #include "chunkfiles/iff_io.h"
 #include "qz/iff.h"
 
-namespace qz::iff {
-
-chunks::FileHeader<IffLayout> rewind_to_form(FileSource& file) {
-    if (!file.seek_to(uint64_t(0))) return {};
-    return chunks::read_file_header<IffLayout>(file);
-}
-
-}  // namespace qz::iff
-
 using namespace qz::iff;
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL iff_ReadChunkHdr(HANDLE file, QZIFFCHUNK* header) {

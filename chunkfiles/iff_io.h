@@ -33,7 +33,11 @@ inline constexpr DWORD kFileHeaderBytes = IffLayout::header_bytes + IffLayout::t
 inline constexpr DWORD kFormSizeOffset = 4;
 
 /* Rewinds and reads the file header in one read, as far as it arrived. */
-chunks::FileHeader<IffLayout> rewind_to_form(FileSource& file);
+template <class Source>
+chunks::FileHeader<IffLayout> rewind_to_form(Source& file) {
+    if (!file.seek_to(uint64_t(0))) return {};
+    return chunks::read_file_header<IffLayout>(file);
+}
 
 /* What iff_IsAIFFFileEx tells of a file. */
 struct AiffKind {

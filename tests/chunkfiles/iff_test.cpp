@@ -157,6 +157,9 @@ TEST(IffAiff, WaveFormatFramesAndFirstSampleAsTheFileSays) {
     const std::tuple<Bytes, HRESULT, const char*, DWORD, DWORD, uint64_t> cases[] = {
         {form("AIFF", comm(2, 100, 16) + ssnd(0, 40)), S_OK,
          "02FE 0200 44AC0000 10B10200 0400 1000 0000", 10, 54, 54},
+        // "COMM" straddles the end of the first 512 bytes read.
+        {form("AIFF", ck("ANNO", pattern(488)) + comm(2, 100, 16) + ssnd(0, 40)), S_OK,
+         "02FE 0200 44AC0000 10B10200 0400 1000 0000", 10, 550, 550},
         // "SSND" first, an offset of 4 bytes, fewer frames in "COMM" than bytes.
         {form("AIFF", ssnd(4, 40) + comm(1, 5, 8)), S_OK,
          "01FE 0100 44AC0000 44AC0000 0100 0800 0000", 5, 32, 28},
