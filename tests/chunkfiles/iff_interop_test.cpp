@@ -84,7 +84,7 @@ TEST(IffInterop, FormatsSamplesAndMarkersOfToolFilesAreWhatTheToolsRead) {
             ASSERT_EQ(iff_FindMarker(h, wanted, &marker), S_OK);
             std::string text(marker.cbName, '\0');
             ReadFile(h, text.data(), marker.cbName, nullptr, nullptr);
-            EXPECT_EQ(std::make_tuple(marker.wId, marker.dwPosition, text),
+            EXPECT_EQ(std::make_tuple(marker.wId, DWORD(marker.dwPosition), text),
                       std::make_tuple(wanted, position, name));
         }
         CloseHandle(h);

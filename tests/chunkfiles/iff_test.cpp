@@ -211,7 +211,7 @@ TEST(IffMarkers, FindsByIdWithinTheChunkAndItsCount) {
         TempFile f(bytes);
         QZAIFFMARKER marker{};
         EXPECT_EQ(iff_FindMarker(f.handle(), wanted, &marker), expected);
-        EXPECT_EQ(make_tuple(marker.wId, marker.dwPosition, marker.cbName, f.position()),
+        EXPECT_EQ(make_tuple(marker.wId, DWORD(marker.dwPosition), marker.cbName, f.position()),
                   make_tuple(got_id, position, length, at));
     }
 }
