@@ -379,159 +379,131 @@ BENCHMARK(Image_hand);
 //                  floor for the same answers.
 //   Aiff/sndfile   sf_open + sf_close (libsndfile, when it is installed).
 //
-// 2,000 files of 4096 sample bytes in their own folder: 16-bit AIFF,
-// 24-bit AIFF with an annotation before "COMM", AIFF-C "NONE" with its
-// "FVER", and AIFF-C "sowt".
+// 2,000 files of 4096 sample bytes, written with the iff_ writers in their
+// own folder: 16-bit AIFF, 24-bit AIFF with an annotation before "COMM",
+// AIFF-C "NONE" with its "FVER", and AIFF-C "sowt".
 
 namespace aiff {
 
 using qz::base::fourcc_be;
+using qz::base::load_be16;
+using qz::base::load_be32;
 
-std::vector<std::string> g_paths;
-std::vector<std::u16string> g_wide_paths;
+struct Files {
+    std::vector<std::string> paths;
+    std::vector<std::u16string> wide;
+    ~Files() {
+        if (!paths.empty())
+            std::filesystem::remove_all(std::filesystem::path(paths[0]).parent_path());
+    }
+};
 
-void put_be(Bytes& out, uint32_t v, int bytes) {
-    for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) out.push_back(uint8_t(v >> shift));
-}
-void put_text(Bytes& out, const char (&id)[5]) { put_bytes(out, reinterpret_cast<const uint8_t*>(id), 4); }
-void put_chunk(Bytes& out, const char (&id)[5], const Bytes& body) {
-    put_text(out, id);
-    put_be(out, uint32_t(body.size()), 4);
-    put_bytes(out, body.data(), body.size());
-    if (body.size() & 1) out.push_back(0);
-}
-
-Bytes make_aiff(int kind) {
+// One file of the given kind (0 to 3), written at the handle's position.
+void write_aiff(HANDLE h, int kind) {
     const bool aifc = kind >= 2;
-    const uint16_t channels = 2, bits = kind == 1 ? 24 : 16;
-    const uint32_t rate = kind == 1 ? 96000 : 44100;
-    Bytes body;
-    put_text(body, aifc ? "AIFC" : "AIFF");
-    if (aifc) put_chunk(body, "FVER", {0xA2, 0x80, 0x51, 0x40});
-    if (kind == 1) put_chunk(body, "ANNO", Bytes(26, 'c'));
-    Bytes comm;
+    const WORD channels = 2, bits = kind == 1 ? 24 : 16;
+    const QZIFFCHUNK fver = {fourcc_be("FVER"), 4}, anno = {fourcc_be("ANNO"), 26},
+                     comm = {fourcc_be("COMM"), aifc ? 24u : 18u},
+                     ssnd = {fourcc_be("SSND"), 8 + kDataBytes};
     WORD exponent = 0, mantissa[4] = {};
-    aiff_CreateRate(rate, &exponent, mantissa);
-    put_be(comm, channels, 2);
-    put_be(comm, kDataBytes / (channels * bits / 8), 4);
-    put_be(comm, bits, 2);
-    put_be(comm, exponent, 2);
-    for (WORD w : mantissa) put_be(comm, w, 2);
+    aiff_CreateRate(kind == 1 ? 96000 : 44100, &exponent, mantissa);
+    const DWORD body =
+        4 + (aifc ? 12 : 0) + (kind == 1 ? 34 : 0) + 8 + comm.ckSize + 8 + ssnd.ckSize;
+    iff_WriteFileID(h, fourcc_be(aifc ? "AIFC" : "AIFF"), body);
     if (aifc) {
-        put_text(comm, kind == 2 ? "NONE" : "sowt");
-        comm.push_back(0);  // an empty name, padded
-        comm.push_back(0);
+        iff_WriteChunk(h, &fver);
+        iff_WriteDWORD(h, 0xA2805140);
     }
-    put_chunk(body, "COMM", comm);
-    Bytes ssnd(8, 0);  // offset and block size
-    put_bytes(ssnd, Bytes(kDataBytes, 0).data(), kDataBytes);
-    put_chunk(body, "SSND", ssnd);
-    Bytes file;
-    put_text(file, "FORM");
-    put_be(file, uint32_t(body.size()), 4);
-    put_bytes(file, body.data(), body.size());
-    return file;
-}
-
-void make_files() {
-    if (!g_paths.empty()) return;
-    const auto dir = std::filesystem::temp_directory_path() / "qz_header_bench_aiff";
-    std::filesystem::create_directories(dir);
-    for (int i = 0; i < kFiles; ++i) {
-        const std::string path = (dir / std::to_string(i)).string().append(".aif");
-        const Bytes bytes = make_aiff(i % 4);
-        FILE* f = std::fopen(path.c_str(), "wb");
-        std::fwrite(bytes.data(), 1, bytes.size(), f);
-        std::fclose(f);
-        g_paths.push_back(path);
-        g_wide_paths.push_back(wide(path));
+    if (kind == 1) {
+        iff_WriteChunk(h, &anno);
+        WriteFile(h, Bytes(26, 'c').data(), 26, nullptr, nullptr);
     }
+    iff_WriteChunk(h, &comm);
+    for (WORD w : {channels, WORD(0), WORD(kDataBytes / (channels * bits / 8)), bits, exponent})
+        iff_WriteWORD(h, w);
+    for (WORD w : mantissa) iff_WriteWORD(h, w);
+    if (aifc) {
+        iff_WriteDWORD(h, fourcc_be(kind == 2 ? "NONE" : "sowt"));
+        iff_WriteWORD(h, 0);  // an empty name, padded
+    }
+    iff_WriteChunk(h, &ssnd);
+    const Bytes samples(8 + kDataBytes, 0);  // offset, block size, samples
+    WriteFile(h, samples.data(), DWORD(samples.size()), nullptr, nullptr);
 }
 
-void remove_files() {
-    if (!g_paths.empty()) std::filesystem::remove_all(std::filesystem::path(g_paths[0]).parent_path());
+const Files& files() {
+    static Files made = [] {
+        Files f;
+        const auto dir = std::filesystem::temp_directory_path() / "qz_header_bench_aiff";
+        std::filesystem::create_directories(dir);
+        for (int i = 0; i < kFiles; ++i) {
+            f.paths.push_back((dir / std::to_string(i)).string().append(".aif"));
+            f.wide.push_back(wide(f.paths.back()));
+            const HANDLE h =
+                CreateFileW(reinterpret_cast<LPCWSTR>(f.wide.back().c_str()), GENERIC_WRITE, 0,
+                            nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+            write_aiff(h, i % 4);
+            CloseHandle(h);
+        }
+        return f;
+    }();
+    return made;
 }
 
-Answer read_with_iff(const char16_t* path) {
+Answer read_with_iff(size_t i) {
     Answer a;
-    const HANDLE h = CreateFileW(reinterpret_cast<LPCWSTR>(path), GENERIC_READ, FILE_SHARE_READ,
-                                 nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (h == INVALID_HANDLE_VALUE) return a;
+    const HANDLE h =
+        CreateFileW(reinterpret_cast<LPCWSTR>(files().wide[i].c_str()), GENERIC_READ,
+                    FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     WAVEFORMATEX wfx{};
-    DWORD frames = 0, at = 0;
-    if (SUCCEEDED(iff_GetAIFFWfx(h, &wfx, &frames, &at))) {
-        a.rate = wfx.nSamplesPerSec;
-        a.data_at = at;
-    }
+    DWORD frames = 0;
+    if (SUCCEEDED(iff_GetAIFFWfx(h, &wfx, &frames, &a.data_at))) a.rate = wfx.nSamplesPerSec;
     CloseHandle(h);
     return a;
 }
 
-Answer read_with_pread(const char* path) {
+// The chunk headers from offset 12 with one pread each, and the fields of
+// "COMM" (the integer part of its 80-bit rate) and "SSND" as they come.
+Answer read_with_pread(size_t i) {
     Answer a;
-    const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return a;
-    uint8_t header[12];
-    if (::pread(fd, header, 12, 0) == 12 && qz::base::load_be32(header) == fourcc_be("FORM")) {
-        const bool aifc = qz::base::load_be32(header + 8) == fourcc_be("AIFC");
-        off_t at = 12;
-        uint8_t chunk[8];
-        while ((a.rate == 0 || a.data_at == 0) && ::pread(fd, chunk, 8, at) == 8) {
-            const uint32_t id = qz::base::load_be32(chunk);
-            const uint32_t size = qz::base::load_be32(chunk + 4);
-            uint8_t fields[22];
-            if (id == fourcc_be("COMM") && ::pread(fd, fields, aifc ? 22 : 18, at + 8) > 0) {
-                // The integer part of the 80-bit rate: the mantissa's top
-                // 32 bits shifted down by 31 less the unbiased exponent.
-                const int shift = 16383 + 31 - qz::base::load_be16(fields + 8);
-                a.rate = shift >= 0 && shift < 32 ? qz::base::load_be32(fields + 10) >> shift : 0;
-            } else if (id == fourcc_be("SSND") && ::pread(fd, fields, 8, at + 8) == 8) {
-                a.data_at = uint32_t(at + 16 + qz::base::load_be32(fields));
-            }
-            at += 8 + size + (size & 1);
+    const int fd = ::open(files().paths[i].c_str(), O_RDONLY | O_CLOEXEC);
+    uint8_t form[12], header[8], fields[22];
+    const bool aifc = ::pread(fd, form, 12, 0) == 12 && load_be32(form + 8) == fourcc_be("AIFC");
+    for (off_t at = 12; (!a.rate || !a.data_at) && ::pread(fd, header, 8, at) == 8;) {
+        const uint32_t id = load_be32(header), size = load_be32(header + 4);
+        if (id == fourcc_be("COMM") && ::pread(fd, fields, aifc ? 22 : 18, at + 8) > 0) {
+            const int shift = 16383 + 31 - load_be16(fields + 8);
+            a.rate = shift >= 0 && shift < 32 ? load_be32(fields + 10) >> shift : 0;
         }
+        if (id == fourcc_be("SSND") && ::pread(fd, fields, 8, at + 8) == 8)
+            a.data_at = uint32_t(at + 16 + load_be32(fields));
+        at += 8 + size + (size & 1);
     }
     ::close(fd);
     return a;
 }
 
-void Aiff_iff(benchmark::State& state) {
-    make_files();
-    size_t i = 0;
-    for (auto _ : state) {
-        const Answer a = read_with_iff(g_wide_paths[i++ % kFiles].c_str());
-        check(state, a);
-        benchmark::DoNotOptimize(a);
-    }
-}
-
-void Aiff_pread(benchmark::State& state) {
-    make_files();
-    size_t i = 0;
-    for (auto _ : state) {
-        const Answer a = read_with_pread(g_paths[i++ % kFiles].c_str());
-        check(state, a);
-        benchmark::DoNotOptimize(a);
-    }
+// Each run reads the files in turn with `read`.
+template <Answer (*read)(size_t)>
+void Aiff(benchmark::State& state) {
+    files();
+    for (size_t i = 0; state.KeepRunning(); i = (i + 1) % kFiles) check(state, read(i));
 }
 
 #if defined(QZ_HAVE_SNDFILE)
-void Aiff_sndfile(benchmark::State& state) {
-    make_files();
-    size_t i = 0;
-    for (auto _ : state) {
-        SF_INFO info{};
-        SNDFILE* f = sf_open(g_paths[i++ % kFiles].c_str(), SFM_READ, &info);
-        if (!f || info.samplerate == 0) state.SkipWithError("libsndfile failed");
-        benchmark::DoNotOptimize(info);
-        if (f) sf_close(f);
-    }
+Answer read_with_sndfile(size_t i) {
+    SF_INFO info{};
+    SNDFILE* f = sf_open(files().paths[i].c_str(), SFM_READ, &info);
+    if (f) sf_close(f);
+    Answer a;
+    a.rate = uint32_t(info.samplerate);
+    a.data_at = f ? 1 : 0;  // libsndfile does not say where the samples start
+    return a;
 }
-BENCHMARK(Aiff_sndfile)->Unit(benchmark::kMicrosecond);
+BENCHMARK_TEMPLATE(Aiff, read_with_sndfile)->Name("Aiff/sndfile")->Unit(benchmark::kMicrosecond);
 #endif
-
-BENCHMARK(Aiff_iff)->Unit(benchmark::kMicrosecond);
-BENCHMARK(Aiff_pread)->Unit(benchmark::kMicrosecond);
+BENCHMARK_TEMPLATE(Aiff, read_with_iff)->Name("Aiff/iff")->Unit(benchmark::kMicrosecond);
+BENCHMARK_TEMPLATE(Aiff, read_with_pread)->Name("Aiff/pread")->Unit(benchmark::kMicrosecond);
 
 }  // namespace aiff
 
@@ -542,6 +514,5 @@ int main(int argc, char** argv) {
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     remove_files();
-    aiff::remove_files();
     return 0;
 }
