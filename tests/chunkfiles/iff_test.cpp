@@ -199,6 +199,7 @@ TEST(IffMarkers, FindsByIdWithinTheChunkAndItsCount) {
     // The file, the marker sought; the result, the entry read, the position after.
     const std::tuple<Bytes, WORD, HRESULT, WORD, DWORD, BYTE, uint64_t> cases[] = {
         {sound + ck("MARK", be16(2) + marks), 7, S_OK, 7, 2500, 4, 67},
+        {sound + ck("MARK", be16(2) + marks), 9, QZE_NOT_FOUND, 7, 2500, 4, 72},  // count used up
         {sound + ck("MARK", be16(0) + marks), 1, QZE_NOT_FOUND, 0, 0, 0, 48},
         // The count claims more entries than the chunk holds; what follows stays unread.
         {sound + ck("MARK", be16(3) + marks) + ck("next", pattern(12)), 5, QZE_NOT_FOUND, 7, 2500,
