@@ -370,6 +370,143 @@ BENCHMARK(Wavinfo_mapped)->Unit(benchmark::kMicrosecond);
 BENCHMARK(Image_mriff);
 BENCHMARK(Image_hand);
 
+// ---- AIFF -------------------------------------------------------------------
+//
+//   Aiff/iff       CreateFileW, iff_GetAIFFWfx (format, frames and the
+//                  first sample's offset), CloseHandle.
+//   Aiff/pread     open, one pread of the FORM header, one per chunk header,
+//                  one of "COMM" and one of the "SSND" fields, close: the
+//                  floor for the same answers.
+//   Aiff/sndfile   sf_open + sf_close (libsndfile, when it is installed).
+//
+// 2,000 files of 4096 sample bytes, written with the iff_ writers in their
+// own folder: 16-bit AIFF, 24-bit AIFF with an annotation before "COMM",
+// AIFF-C "NONE" with its "FVER", and AIFF-C "sowt".
+
+namespace aiff {
+
+using qz::base::fourcc_be;
+using qz::base::load_be16;
+using qz::base::load_be32;
+
+struct Files {
+    std::vector<std::string> paths;
+    std::vector<std::u16string> wide;
+    ~Files() {
+        if (!paths.empty())
+            std::filesystem::remove_all(std::filesystem::path(paths[0]).parent_path());
+    }
+};
+
+// One file of the given kind (0 to 3), written at the handle's position.
+void write_aiff(HANDLE h, int kind) {
+    const bool aifc = kind >= 2;
+    const WORD channels = 2, bits = kind == 1 ? 24 : 16;
+    const QZIFFCHUNK fver = {fourcc_be("FVER"), 4}, anno = {fourcc_be("ANNO"), 26},
+                     comm = {fourcc_be("COMM"), aifc ? 24u : 18u},
+                     ssnd = {fourcc_be("SSND"), 8 + kDataBytes};
+    WORD exponent = 0, mantissa[4] = {};
+    aiff_CreateRate(kind == 1 ? 96000 : 44100, &exponent, mantissa);
+    const DWORD body =
+        4 + (aifc ? 12 : 0) + (kind == 1 ? 34 : 0) + 8 + comm.ckSize + 8 + ssnd.ckSize;
+    iff_WriteFileID(h, fourcc_be(aifc ? "AIFC" : "AIFF"), body);
+    if (aifc) {
+        iff_WriteChunk(h, &fver);
+        iff_WriteDWORD(h, 0xA2805140);
+    }
+    if (kind == 1) {
+        iff_WriteChunk(h, &anno);
+        WriteFile(h, Bytes(26, 'c').data(), 26, nullptr, nullptr);
+    }
+    iff_WriteChunk(h, &comm);
+    for (WORD w : {channels, WORD(0), WORD(kDataBytes / (channels * bits / 8)), bits, exponent})
+        iff_WriteWORD(h, w);
+    for (WORD w : mantissa) iff_WriteWORD(h, w);
+    if (aifc) {
+        iff_WriteDWORD(h, fourcc_be(kind == 2 ? "NONE" : "sowt"));
+        iff_WriteWORD(h, 0);  // an empty name, padded
+    }
+    iff_WriteChunk(h, &ssnd);
+    const Bytes samples(8 + kDataBytes, 0);  // offset, block size, samples
+    WriteFile(h, samples.data(), DWORD(samples.size()), nullptr, nullptr);
+}
+
+const Files& files() {
+    static Files made = [] {
+        Files f;
+        const auto dir = std::filesystem::temp_directory_path() / "qz_header_bench_aiff";
+        std::filesystem::create_directories(dir);
+        for (int i = 0; i < kFiles; ++i) {
+            f.paths.push_back((dir / std::to_string(i)).string().append(".aif"));
+            f.wide.push_back(wide(f.paths.back()));
+            const HANDLE h =
+                CreateFileW(reinterpret_cast<LPCWSTR>(f.wide.back().c_str()), GENERIC_WRITE, 0,
+                            nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+            write_aiff(h, i % 4);
+            CloseHandle(h);
+        }
+        return f;
+    }();
+    return made;
+}
+
+Answer read_with_iff(size_t i) {
+    Answer a;
+    const HANDLE h =
+        CreateFileW(reinterpret_cast<LPCWSTR>(files().wide[i].c_str()), GENERIC_READ,
+                    FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    WAVEFORMATEX wfx{};
+    DWORD frames = 0;
+    if (SUCCEEDED(iff_GetAIFFWfx(h, &wfx, &frames, &a.data_at))) a.rate = wfx.nSamplesPerSec;
+    CloseHandle(h);
+    return a;
+}
+
+// The chunk headers from offset 12 with one pread each, and the fields of
+// "COMM" (the integer part of its 80-bit rate) and "SSND" as they come.
+Answer read_with_pread(size_t i) {
+    Answer a;
+    const int fd = ::open(files().paths[i].c_str(), O_RDONLY | O_CLOEXEC);
+    uint8_t form[12], header[8], fields[22];
+    const bool aifc = ::pread(fd, form, 12, 0) == 12 && load_be32(form + 8) == fourcc_be("AIFC");
+    for (off_t at = 12; (!a.rate || !a.data_at) && ::pread(fd, header, 8, at) == 8;) {
+        const uint32_t id = load_be32(header), size = load_be32(header + 4);
+        if (id == fourcc_be("COMM") && ::pread(fd, fields, aifc ? 22 : 18, at + 8) > 0) {
+            const int shift = 16383 + 31 - load_be16(fields + 8);
+            a.rate = shift >= 0 && shift < 32 ? load_be32(fields + 10) >> shift : 0;
+        }
+        if (id == fourcc_be("SSND") && ::pread(fd, fields, 8, at + 8) == 8)
+            a.data_at = uint32_t(at + 16 + load_be32(fields));
+        at += 8 + size + (size & 1);
+    }
+    ::close(fd);
+    return a;
+}
+
+// Each run reads the files in turn with `read`.
+template <Answer (*read)(size_t)>
+void Aiff(benchmark::State& state) {
+    files();
+    for (size_t i = 0; state.KeepRunning(); i = (i + 1) % kFiles) check(state, read(i));
+}
+
+#if defined(QZ_HAVE_SNDFILE)
+Answer read_with_sndfile(size_t i) {
+    SF_INFO info{};
+    SNDFILE* f = sf_open(files().paths[i].c_str(), SFM_READ, &info);
+    if (f) sf_close(f);
+    Answer a;
+    a.rate = uint32_t(info.samplerate);
+    a.data_at = f ? 1 : 0;  // libsndfile does not say where the samples start
+    return a;
+}
+BENCHMARK_TEMPLATE(Aiff, read_with_sndfile)->Name("Aiff/sndfile")->Unit(benchmark::kMicrosecond);
+#endif
+BENCHMARK_TEMPLATE(Aiff, read_with_iff)->Name("Aiff/iff")->Unit(benchmark::kMicrosecond);
+BENCHMARK_TEMPLATE(Aiff, read_with_pread)->Name("Aiff/pread")->Unit(benchmark::kMicrosecond);
+
+}  // namespace aiff
+
 }  // namespace
 
 int main(int argc, char** argv) {

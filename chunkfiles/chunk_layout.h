@@ -100,11 +100,17 @@ struct IffLayout {
     static constexpr Size list_data(Size size) { return size - type_bytes; }
 };
 
-/* A GUID compares byte for byte, which field by field is the same thing. */
+/*
+ * A GUID compares byte for byte, which field by field is the same thing.
+ * The Windows headers bring their own comparison, which the walk's
+ * comparisons find there; a second one here would make them ambiguous.
+ */
+#if !defined(_SYS_GUID_OPERATOR_EQ_)
 inline bool operator==(const GUID& a, const GUID& b) {
     return a.Data1 == b.Data1 && a.Data2 == b.Data2 && a.Data3 == b.Data3 &&
            std::memcmp(a.Data4, b.Data4, sizeof a.Data4) == 0;
 }
+#endif
 
 /*
  * A GUID in the file's order: the first field as a 32-bit little-endian

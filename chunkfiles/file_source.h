@@ -6,6 +6,8 @@
  * It knows nothing of any chunk format: fields are decoded and encoded by
  * the layouts (chunk_layout.h). It adds no buffering: each call is one
  * call of the platform layer, so a chunk header costs one read.
+ * ReadAheadSource is the buffered reader for the few readers that want
+ * one.
  *
  * Relative moves go through the 64-bit seek: a chunk size of 2 GiB or more
  * taken as a signed 32-bit distance would step backwards and could walk
@@ -15,6 +17,7 @@
 #define QZ_CHUNKFILES_FILE_SOURCE_H
 
 #include <cstdint>
+#include <cstring>
 
 #include "chunkfiles/chunk_walk.h"
 #include "platform/win32api.h"
@@ -72,6 +75,72 @@ private:
 };
 
 static_assert(ChunkSource<FileSource>);
+
+/*
+ * A file handle read through a small look-ahead block, for readers that
+ * take a few fields lying close together (the headers at the front of a
+ * sound file): a read the block holds costs no call of the platform
+ * layer, and a read past it fetches the next block from there, so a walk
+ * over a handful of headers costs one or two reads instead of one each.
+ * Moves only change where the next read comes from; sync() sets the
+ * handle's pointer there, which a reader does before it returns. A read
+ * cut short by the end of the file copies what there is and answers
+ * false, as FileSource does. Reading only.
+ */
+class ReadAheadSource {
+public:
+    ReadAheadSource(HANDLE file, uint64_t position) : file_(file), at_(position) {}
+
+    bool read(void* buffer, DWORD count) {
+        DWORD got = 0;
+        return read_some(buffer, count, &got) && got == count;
+    }
+    /* Reads up to `count` bytes; false only when the platform's read fails. */
+    bool read_some(void* buffer, DWORD count, DWORD* got) {
+        auto* out = static_cast<unsigned char*>(buffer);
+        *got = 0;
+        while (*got < count) {
+            if (at_ >= block_at_ && at_ - block_at_ < block_bytes_) {
+                const uint64_t held = block_bytes_ - (at_ - block_at_);
+                const auto n = DWORD(held < count - *got ? held : count - *got);
+                std::memcpy(out + *got, block_ + (at_ - block_at_), n);
+                *got += n;
+                at_ += n;
+                continue;
+            }
+            FileSource file(file_);
+            block_at_ = at_;
+            block_bytes_ = 0;
+            if (!file.seek_to(at_) || !file.read_some(block_, sizeof block_, &block_bytes_))
+                return false;
+            if (block_bytes_ == 0) break;  // the end of the file
+        }
+        return true;
+    }
+    bool skip(int64_t delta) {
+        if (delta < 0 && uint64_t(-delta) > at_) return false;
+        at_ += uint64_t(delta);
+        return true;
+    }
+    bool seek_to(uint64_t position) {
+        at_ = position;
+        return true;
+    }
+    bool tell(uint64_t* position) {
+        *position = at_;
+        return true;
+    }
+    bool sync() { return FileSource(file_).seek_to(at_); }
+
+private:
+    HANDLE file_;
+    uint64_t at_;
+    uint64_t block_at_ = 0;
+    DWORD block_bytes_ = 0;
+    unsigned char block_[512];
+};
+
+static_assert(ChunkSource<ReadAheadSource>);
 
 /*
  * Closes a gap of `length` bytes at `start` by copying everything after it

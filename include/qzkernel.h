@@ -17,6 +17,7 @@
 #include "qz/qzerror.h"
 #include "qz/qzlog.h"
 #include "qz/mriff.h"
+#include "qz/iff.h"
 #include "qz/qzsmpte.h"
 #include "qz/qzxml.h"
 #include "qz/qzzip.h"

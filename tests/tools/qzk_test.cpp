@@ -53,18 +53,49 @@ protected:
 };
 
 TEST_F(QzkInput, PipeGivesTheSameTreeAsTheFile) {
-    const std::string path = write("song.wav", riff("WAVE", chunk("fmt ", kFmt) + chunk("data", Bytes(6, 0))));
-    const Outcome piped = run("cat '" + path + "' | " + kQzk + " chunks /dev/stdin");
-    EXPECT_EQ(piped.status, 0);
-    EXPECT_EQ(piped.out,
-              "/dev/stdin\n"
-              "RIFF 'WAVE'  offset 0  size 42\n"
-              "  'fmt '  offset 12  size 16\n"
-              "  'data'  offset 36  size 6\n");
-    const Outcome info = run("cat '" + path + "' | " + kQzk + " wavinfo /dev/stdin --json");
-    EXPECT_EQ(info.status, 0);
-    EXPECT_NE(info.out.find("\"sample_rate\": 8000, \"channels\": 1"), std::string::npos) << info.out;
-    EXPECT_NE(info.out.find("\"data_size\": 6"), std::string::npos) << info.out;
+    const auto be32 = [](uint32_t v) {
+        return Bytes{uint8_t(v >> 24), uint8_t(v >> 16), uint8_t(v >> 8), uint8_t(v)};
+    };
+    // AIFF "COMM": 1 channel, 3 frames, 16 bits, 8000 Hz (big-endian samples: type 64).
+    const Bytes comm = {0, 1, 0, 0, 0, 3, 0, 16, 0x40, 0x0B, 0xFA, 0, 0, 0, 0, 0, 0, 0};
+    const struct {
+        const char* name;
+        Bytes bytes;
+        const char* tree;  // after the file name line
+        const char* type;  // of wavinfo
+    } cases[] = {
+        {"song.wav", riff("WAVE", chunk("fmt ", kFmt) + chunk("data", Bytes(6, 0))),
+         "RIFF 'WAVE'  offset 0  size 42\n"
+         "  'fmt '  offset 12  size 16\n"
+         "  'data'  offset 36  size 6\n",
+         "\"sample_type\": 17"},
+        {"song.aiff",
+         text("FORM") + be32(74) + text("AIFFCOMM") + be32(18) + comm + text("SSND") + be32(14) +
+             Bytes(14, 0) + text("LIST") + be32(14) + text("INFONAME") + be32(2) + text("qz"),
+         "FORM 'AIFF'  offset 0  size 74\n"
+         "  'COMM'  offset 12  size 18\n"
+         "  'SSND'  offset 38  size 14\n"
+         "  'LIST' 'INFO'  offset 60  size 14\n"
+         "    'NAME'  offset 72  size 2\n",
+         "\"sample_type\": 64"},
+    };
+    for (const auto& c : cases) {
+        const std::string path = write(c.name, c.bytes);
+        const Outcome piped = run("cat '" + path + "' | " + kQzk + " chunks /dev/stdin");
+        EXPECT_EQ(piped.status, 0);
+        EXPECT_EQ(piped.out, std::string("/dev/stdin\n") + c.tree);
+        for (const std::string& from :
+             {"cat '" + path + "' | " + kQzk + " wavinfo /dev/stdin --json",
+              kQzk + " wavinfo --json '" + path + "'"}) {
+            const Outcome info = run(from);
+            EXPECT_EQ(info.status, 0);
+            EXPECT_NE(
+                info.out.find(std::string("\"sample_rate\": 8000, \"channels\": 1, ") + c.type),
+                std::string::npos)
+                << info.out;
+            EXPECT_NE(info.out.find("\"data_size\": 6"), std::string::npos) << info.out;
+        }
+    }
     // The data header past the head that wavinfo reads first.
     const std::string far = write("far.wav", riff("WAVE", chunk("fmt ", kFmt) + chunk("JUNK", Bytes(5000, 0)) +
                                                             chunk("data", Bytes(8, 0))));

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/byteorder.h"
+#include "tools/qzk/chunks_iff.h"
 #include "tools/qzk/input.h"
 #include "tools/qzk/qzk.h"
 
@@ -189,6 +190,7 @@ void print_tree(const Tree& tree, const std::string& path, bool json) {
 HRESULT show_file(const std::string& path, bool json) {
     const InputImage input(path);
     if (FAILED(input.status())) return input.status();
+    if (is_iff(input)) return show_iff_tree(path, input, json);
     Tree tree;
     const HRESULT hr = read_tree(input.data(), input.size(), &tree);
     if (FAILED(hr)) return hr;

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/qzk/chunks_iff.h"
 #include "tools/qzk/input.h"
 #include "tools/qzk/qzk.h"
 
@@ -79,6 +80,7 @@ HRESULT read_from(const InputImage& input, WaveInfo* info) {
 HRESULT read_wave_info(const std::string& path, WaveInfo* info) {
     {
         const InputImage head(path, kHeadBytes);
+        if (is_iff(head)) return read_aiff_format(path, head, &info->format, &info->data_size);
         const HRESULT hr = read_from(head, info);
         if (!head.is_head() || (hr != QZE_FILE_READ && hr != QZE_NOT_FOUND)) return hr;
     }
