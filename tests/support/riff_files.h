@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "qzkernel.h"
 #include "tests/support/platform_testing.h"
 
@@ -33,6 +35,23 @@ Bytes header(const char (&id)[5], uint32_t size);
 Bytes list(const char (&type)[5], const Bytes& body);
 // "RIFF", size (form + body), form type, body.
 Bytes riff(const char (&form)[5], const Bytes& body);
+
+// Runs a ReadDataAlloc function (`read(&record)`) for `expected.size()`
+// bytes and checks the block: there exactly when the read succeeded, holding
+// `expected`, and freed back to the global heap. Returns the read's result.
+template <class Read>
+HRESULT read_alloc_checked(Read read, const Bytes& expected) {
+    QZRIFFDATA data{DWORD(expected.size()), nullptr};
+    const HRESULT hr = read(&data);
+    EXPECT_EQ(FAILED(hr) || expected.empty(), data.pData == nullptr);
+    if (!data.pData) return hr;
+    EXPECT_EQ(
+        Bytes(static_cast<uint8_t*>(data.pData), static_cast<uint8_t*>(data.pData) + data.cbData),
+        expected);
+    GlobalUnlock(GlobalHandle(data.pData));
+    EXPECT_EQ(GlobalFree(GlobalHandle(data.pData)), nullptr);
+    return hr;
+}
 
 Bytes read_file(const std::string& path);
 void write_file(const std::string& path, const Bytes& bytes);
