@@ -248,6 +248,32 @@ HRESULT find_list(S& source, const typename Layout::Id& list_type, typename Layo
 }
 
 /*
+ * The searches of a whole file's top level. `rewind(source, &budget)` goes
+ * back to the start, reads the family's file header and gives the budget
+ * of the top level; its failure is returned as it is. The chunk search
+ * then stores the budget it reached in *remaining (optional) unless a read
+ * failed.
+ */
+template <class Layout, ChunkSource S, class Rewind>
+HRESULT find_chunk_in_file(S& source, Rewind rewind, const typename Layout::Id& id,
+                           typename Layout::Size* size, typename Layout::Budget* remaining) {
+    typename Layout::Budget left{};
+    HRESULT hr = rewind(source, &left);
+    if (FAILED(hr)) return hr;
+    hr = find_chunk<Layout>(source, id, size, &left);
+    if (remaining && hr != QZE_FILE_READ) *remaining = left;
+    return hr;
+}
+template <class Layout, ChunkSource S, class Rewind>
+HRESULT find_list_in_file(S& source, Rewind rewind, const typename Layout::Id& list_type,
+                          typename Layout::Size* size) {
+    typename Layout::Budget left{};
+    const HRESULT hr = rewind(source, &left);
+    if (FAILED(hr)) return hr;
+    return find_list<Layout>(source, list_type, size, &left);
+}
+
+/*
  * Passes one entry of a list: its header (off the budget even when the read
  * comes up short) and its aligned body (off the budget without clamping: a
  * body longer than a 32-bit budget wraps the count, and the walk then runs
