@@ -113,9 +113,9 @@ bool skip_body(S& source, uint64_t data, int64_t* moved) {
 }
 
 /*
- * A chunk header for a caller: the id and the size field exactly as stored
- * (each output optional). QZE_FILE_READ on a short read, leaving the
- * outputs alone.
+ * A chunk header for a caller: the id and the data size (each output
+ * optional), which for RIFF and IFF is the size field as stored.
+ * QZE_FILE_READ on a short read, leaving the outputs alone.
  */
 template <class Layout, ChunkSource S>
 HRESULT read_chunk_header(S& source, typename Layout::Id* id, typename Layout::Size* size) {
@@ -124,7 +124,7 @@ HRESULT read_chunk_header(S& source, typename Layout::Id* id, typename Layout::S
     const HRESULT hr = read_header<Layout>(source, &chunk_id, &chunk_size);
     if (FAILED(hr)) return hr;
     if (id) *id = chunk_id;
-    if (size) *size = chunk_size;
+    if (size) *size = typename Layout::Size(data_size<Layout>(chunk_size));
     return S_OK;
 }
 
@@ -180,7 +180,8 @@ HRESULT find_chunk_where(S& source, Wanted wanted, typename Layout::Id* id,
         }
         int64_t body = 0;
         if (!skip_body<Layout>(source, data, &body)) return QZE_FILE_READ;
-        left = spend<Layout>(left, Layout::header_bytes + body);
+        // In two steps: a body near 2^63 plus its header would overflow.
+        left = spend<Layout>(spend<Layout>(left, Layout::header_bytes), body);
     }
 }
 

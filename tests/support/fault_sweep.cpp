@@ -16,6 +16,7 @@ Codes allowed(const FaultCase& c, int op) {
                                                     {'W', {QZE_FILE_WRITE}},
                                                     {'B', {QZE_FILE_READ, QZE_FILE_WRITE}},
                                                     {'L', {QZE_FILE_READ, QZE_FILE_WRITE, S_FALSE}},
+                                                    {'H', {QZE_FILE_READ, QZE_NO_RIFF_HEADER}},
                                                     {'M', {E_OUTOFMEMORY}},
                                                     {'-', {}}};
     return by_letter.at(c.codes[op]);

@@ -24,7 +24,7 @@ struct FaultCase {
     std::function<HRESULT(HANDLE)> run;
     // One letter per kind (read, write, seek, truncate, alloc) for the codes
     // allowed when it fails: R read, W write, B either, L either or S_FALSE,
-    // M out of memory, - no such calls at all.
+    // H read or "no RIFF header", M out of memory, - no such calls at all.
     const char* codes;
     FaultCheck check;
 };
