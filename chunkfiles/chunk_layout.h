@@ -101,12 +101,6 @@ struct IffLayout {
     static constexpr Size list_data(Size size) { return size - type_bytes; }
 };
 
-/* A GUID compares byte for byte, which field by field is the same thing. */
-inline bool operator==(const GUID& a, const GUID& b) {
-    return a.Data1 == b.Data1 && a.Data2 == b.Data2 && a.Data3 == b.Data3 &&
-           std::memcmp(a.Data4, b.Data4, sizeof a.Data4) == 0;
-}
-
 /*
  * A GUID in the file's order: the first field as a 32-bit little-endian
  * word, the next two as 16-bit little-endian words, the last eight bytes

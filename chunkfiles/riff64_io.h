@@ -16,7 +16,6 @@ using chunks::FileSource;
 using chunks::kRiff64FileLabel;
 using chunks::kRiff64ListLabel;
 using chunks::Riff64Layout;
-using chunks::operator==;
 
 inline constexpr DWORD kHeaderBytes = Riff64Layout::header_bytes;
 inline constexpr DWORD kTypeBytes = Riff64Layout::type_bytes;

@@ -27,10 +27,6 @@ const Bytes kFile =
     riff64(kWave, chunk64(kFmt, pattern(16)) + chunk64(kJunk, pattern(5)) +
                       list64(kInfo, chunk64(kName, text("tone"))) + chunk64(kData, pattern(6)));
 
-bool operator==(const GUID& a, const GUID& b) {
-    return std::memcmp(&a, &b, sizeof a) == 0;
-}
-
 }  // namespace
 
 TEST(Riff64Headers, ReadsReportWhatFollowsAndTheFileHeaderIgnoresItsOwnRead) {
