@@ -1,27 +1,14 @@
 // CQzExifMetaDataHelper on arbitrary bytes: the file read as a JPEG and as a
 // TIFF, then, when tags were read, written back into the file and read
 // again, which must give as many tags as were written.
-#include <unistd.h>
-
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <string>
 
+#include "fuzz/scratch_file.h"
 #include "qzkernel.h"
 
 namespace {
-
-const std::u16string& scratch_path() {
-    static const std::u16string path = [] {
-        const std::string p = (std::filesystem::temp_directory_path() /
-                               ("qz_exif_fuzz_" + std::to_string(getpid()) + ".jpg"))
-                                  .string();
-        return std::u16string(p.begin(), p.end());
-    }();
-    return path;
-}
 
 struct List {
     tQZLIST* list = nullptr;
@@ -32,16 +19,12 @@ struct List {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    {
-        std::ofstream out(std::filesystem::path(scratch_path()),
-                          std::ios::binary | std::ios::trunc);
-        out.write(reinterpret_cast<const char*>(data), std::streamsize(size));
-    }
+    const std::u16string& path = write_scratch("qz_exif_fuzz.jpg", data, size);
     CQzExifMetaDataHelper helper;
     List tiff;
-    helper.AddExifTagsToSummaryListFromTiff(scratch_path().c_str(), tiff.list);
+    helper.AddExifTagsToSummaryListFromTiff(path.c_str(), tiff.list);
     List jpeg;
-    helper.AddExifTagsToSummaryListFromJpeg(scratch_path().c_str(), jpeg.list);
+    helper.AddExifTagsToSummaryListFromJpeg(path.c_str(), jpeg.list);
     if (jpeg.list->count == 0) return 0;
     // Flash is read as a BOOL; the writer takes the SHORT it came from.
     for (LONG i = 0; i < jpeg.list->count; ++i) {
@@ -49,9 +32,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (QZEXIF_ID_TYPE(item->id) == QZEXIF_TYPE_SHORT) item->data_size = 2;
     }
     const LONG written = jpeg.list->count;
-    if (FAILED(helper.UpdateExifTagsFromSummaryList(scratch_path().c_str(), jpeg.list))) return 0;
+    if (FAILED(helper.UpdateExifTagsFromSummaryList(path.c_str(), jpeg.list))) return 0;
     List again;
-    const HRESULT hr = helper.AddExifTagsToSummaryListFromJpeg(scratch_path().c_str(), again.list);
+    const HRESULT hr = helper.AddExifTagsToSummaryListFromJpeg(path.c_str(), again.list);
     if (FAILED(hr) || again.list->count != written) std::abort();
     return 0;
 }

@@ -1,26 +1,13 @@
 // riff_* on arbitrary bytes: the searches, the list walks, the string and
 // CD-track readers and the deletion, on a file holding the input.
-#include <unistd.h>
-
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
 #include <string>
 
 #include "base/byteorder.h"
+#include "fuzz/scratch_file.h"
 #include "qzkernel.h"
 
 namespace {
-
-const std::u16string& scratch_path() {
-    static const std::u16string path = [] {
-        const std::string p = (std::filesystem::temp_directory_path() /
-                               ("qz_riff_fuzz_" + std::to_string(getpid()) + ".bin"))
-                                  .string();
-        return std::u16string(p.begin(), p.end());
-    }();
-    return path;
-}
 
 // Reads every entry of the list the position is in, as text where it fits.
 void read_entries(HANDLE h, DWORD budget) {
@@ -40,12 +27,8 @@ void read_entries(HANDLE h, DWORD budget) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    {
-        std::ofstream out(std::filesystem::path(scratch_path()),
-                          std::ios::binary | std::ios::trunc);
-        out.write(reinterpret_cast<const char*>(data), std::streamsize(size));
-    }
-    const HANDLE h = CreateFileW(scratch_path().c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+    const std::u16string& path = write_scratch("qz_riff_fuzz.bin", data, size);
+    const HANDLE h = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (h == INVALID_HANDLE_VALUE) return 0;
 
