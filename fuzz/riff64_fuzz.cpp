@@ -55,9 +55,7 @@ void walk(HANDLE h, LONGLONG budget, int depth) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const std::u16string& path = write_scratch("qz_riff64_fuzz.bin", data, size);
-    const HANDLE h = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                                 OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE h = open_scratch("qz_riff64_fuzz.bin", data, size);
     if (h == INVALID_HANDLE_VALUE) return 0;
 
     LONGLONG remaining = 0;

@@ -10,6 +10,8 @@
 #include <fstream>
 #include <string>
 
+#include "qzkernel.h"
+
 /*
  * Writes `data` to this process's scratch file `name` (a file name with
  * its extension; the process id is added to the stem) in the temporary
@@ -27,6 +29,12 @@ inline const std::u16string& write_scratch(const char* name, const uint8_t* data
     std::ofstream out(std::filesystem::path(path), std::ios::binary | std::ios::trunc);
     out.write(reinterpret_cast<const char*>(data), std::streamsize(size));
     return path;
+}
+
+/* The same file opened for reading and writing; INVALID_HANDLE_VALUE when it cannot be. */
+inline HANDLE open_scratch(const char* name, const uint8_t* data, size_t size) {
+    return CreateFileW(write_scratch(name, data, size).c_str(), GENERIC_READ | GENERIC_WRITE, 0,
+                       nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
 #endif

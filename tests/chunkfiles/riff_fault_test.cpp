@@ -1,8 +1,6 @@
 // riff_*: every failure of the platform layer comes back as the family's code.
 #include <gtest/gtest.h>
 
-#include <tuple>
-
 #include "tests/support/fault_sweep.h"
 
 using namespace qz::testing;
@@ -90,17 +88,11 @@ TEST(RiffFaults, ReadersWritersAndWalksReportTheFailingStep) {
 }
 
 TEST(RiffFaults, WriteFileIdLetsOnlyTheFormTypeDecide) {
-    // The write that fails, the result, what reached the file.
-    const std::tuple<unsigned, HRESULT, Bytes> cases[] = {
-        {1, S_OK, text("WAVE")},  // no id, so no size either; the form type still goes out
-        {2, S_OK, text("RIFFWAVE")},
-        {3, QZE_FILE_WRITE, text("RIFF") + le32(20)},
-    };
-    for (const auto& [failing_write, expected, contents] : cases) {
-        TempFile f({});
-        FaultPlan plan;
-        plan.fail(FaultOp::Write, failing_write);
-        EXPECT_EQ(riff_WriteFileID(f.handle(), cc("WAVE"), 20), expected);
-        EXPECT_EQ(f.contents(), contents) << failing_write;
-    }
+    sweep_writes([](HANDLE h) { return riff_WriteFileID(h, cc("WAVE"), 20); },
+                 {
+                     // No id, so no size either; the form type still goes out.
+                     {1, S_OK, text("WAVE")},
+                     {2, S_OK, text("RIFFWAVE")},
+                     {3, QZE_FILE_WRITE, text("RIFF") + le32(20)},
+                 });
 }

@@ -69,4 +69,15 @@ void sweep(const FaultCase& c) {
     }
 }
 
+void sweep_writes(const std::function<HRESULT(HANDLE)>& write,
+                  std::initializer_list<FailingWrite> rows) {
+    for (const FailingWrite& row : rows) {
+        TempFile f({});
+        FaultPlan plan;
+        plan.fail(FaultOp::Write, row.nth);
+        EXPECT_EQ(write(f.handle()), row.result) << row.nth;
+        EXPECT_EQ(f.contents(), row.contents) << row.nth;
+    }
+}
+
 }  // namespace qz::testing

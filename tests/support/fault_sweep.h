@@ -9,6 +9,7 @@
 #define QZ_TESTS_SUPPORT_FAULT_SWEEP_H
 
 #include <functional>
+#include <initializer_list>
 
 #include "platform/posix/fault_plan.h"
 #include "tests/support/riff_files.h"
@@ -30,6 +31,16 @@ struct FaultCase {
 };
 
 void sweep(const FaultCase& c);
+
+// Runs `write` on an empty file once per row, with write number `nth`
+// failing; the result and the bytes that reached the file must be the row's.
+struct FailingWrite {
+    unsigned nth;
+    HRESULT result;
+    Bytes contents;
+};
+void sweep_writes(const std::function<HRESULT(HANDLE)>& write,
+                  std::initializer_list<FailingWrite> rows);
 
 // Checks for FaultCase::check.
 void unchanged(const TempFile& f, const Bytes& original, FaultOp);
