@@ -31,10 +31,12 @@ inline void free_caller_block(void* address) {
 /*
  * Fills a caller's data record {byte count in, pointer out}: allocates the
  * block, lets `read(bytes, count)` fill it, and hands it over only when the
- * read succeeded. The pointer is null on every failure.
+ * read succeeded. The pointer is null on every failure; a null record is
+ * E_INVALIDARG.
  */
 template <class Record, class Read>
 HRESULT read_into_caller_block(Record* data, Read read) {
+    if (!data) return E_INVALIDARG;
     data->pData = nullptr;
     if (data->cbData == 0) return S_OK;
     void* bytes = alloc_caller_block(data->cbData);

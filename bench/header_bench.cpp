@@ -24,6 +24,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -506,6 +507,199 @@ BENCHMARK_TEMPLATE(Aiff, read_with_iff)->Name("Aiff/iff")->Unit(benchmark::kMicr
 BENCHMARK_TEMPLATE(Aiff, read_with_pread)->Name("Aiff/pread")->Unit(benchmark::kMicrosecond);
 
 }  // namespace aiff
+
+// ---- Wave64 ---------------------------------------------------------------
+//
+// The same work on Wave64 files (64-bit RIFF with GUID labels), in a folder
+// of their own:
+//
+//   W64/riff64       CreateFileW, riff64_ReadFileID, find "fmt ", read it,
+//                    _qzwaveformat::Init, find "data", CloseHandle.
+//   W64/pread        open, one pread per header and of "fmt ", close.
+//   W64/sndfile      sf_open + sf_close (libsndfile, when it is installed).
+//
+// 2,000 files of the four kinds above; the "list" of type "INFO" sits
+// between the format and the data.
+
+// Wave64 names its chunks {NAME-ACF3-11D3-8CD1-00C04F8EDB8A}.
+constexpr uint8_t kW64NameTail[12] = {0xF3, 0xAC, 0xD3, 0x11, 0x8C, 0xD1,
+                                      0x00, 0xC0, 0x4F, 0x8E, 0xDB, 0x8A};
+constexpr uint8_t kW64Riff[16] = {0x72, 0x69, 0x66, 0x66, 0x2E, 0x91, 0xCF, 0x11,
+                                  0xA5, 0xD6, 0x28, 0xDB, 0x04, 0xC1, 0x00, 0x00};
+constexpr uint8_t kW64List[16] = {0x6C, 0x69, 0x73, 0x74, 0x2F, 0x91, 0xCF, 0x11,
+                                  0xA5, 0xD6, 0x28, 0xDB, 0x04, 0xC1, 0x00, 0x00};
+
+Bytes w64_label(const char (&name)[5]) {
+    Bytes label;
+    put32(label, fourcc(name));
+    put_bytes(label, kW64NameTail, sizeof kW64NameTail);
+    return label;
+}
+
+GUID w64_guid(const char (&name)[5]) {
+    return {fourcc(name), 0xACF3, 0x11D3, {0x8C, 0xD1, 0x00, 0xC0, 0x4F, 0x8E, 0xDB, 0x8A}};
+}
+
+void put64(Bytes& out, uint64_t v) {
+    put32(out, uint32_t(v));
+    put32(out, uint32_t(v >> 32));
+}
+
+void put_chunk64(Bytes& out, const Bytes& label, const Bytes& body) {
+    put_bytes(out, label.data(), label.size());
+    put64(out, 24 + body.size());
+    put_bytes(out, body.data(), body.size());
+    out.resize(out.size() + (8 - body.size() % 8) % 8, 0);
+}
+
+Bytes make_wave64(int kind) {
+    Bytes body = w64_label("wave");
+    const Bytes fmt = w64_label("fmt ");
+    switch (kind) {
+        case 0:
+            put_chunk64(body, fmt, format_body(1, 2, 44100, 16, false));
+            break;
+        case 1: {
+            put_chunk64(body, fmt, format_body(1, 2, 48000, 16, false));
+            Bytes info = w64_label("INFO");
+            put_chunk64(info, w64_label("INAM"), Bytes(23, 'a'));
+            put_chunk64(info, w64_label("IART"), Bytes(14, 'b'));
+            put_chunk64(body, Bytes(kW64List, kW64List + 16), info);
+            break;
+        }
+        case 2:
+            put_chunk64(body, fmt, format_body(1, 2, 96000, 24, true));
+            break;
+        default: {
+            put_chunk64(body, fmt, format_body(3, 2, 44100, 32, false));
+            Bytes fact;
+            put64(fact, kDataBytes / 8);
+            put_chunk64(body, w64_label("fact"), fact);
+            break;
+        }
+    }
+    put_chunk64(body, w64_label("data"), Bytes(kDataBytes, 0));
+    Bytes file(kW64Riff, kW64Riff + 16);
+    put64(file, 24 + body.size());
+    put_bytes(file, body.data(), body.size());
+    return file;
+}
+
+struct W64Files {
+    std::vector<std::string> paths;
+    std::vector<std::u16string> wide_paths;
+    W64Files() {
+        const auto dir = std::filesystem::temp_directory_path() / "qz_header_bench_w64";
+        std::filesystem::create_directories(dir);
+        for (int i = 0; i < kFiles; ++i) {
+            const std::string path = (dir / std::to_string(i)).string().append(".w64");
+            const Bytes bytes = make_wave64(i % 4);
+            std::ofstream(path, std::ios::binary)
+                .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+            paths.push_back(path);
+            wide_paths.push_back(wide(path));
+        }
+    }
+    ~W64Files() { std::filesystem::remove_all(std::filesystem::path(paths[0]).parent_path()); }
+};
+
+const W64Files& w64_files() {
+    static const W64Files files;
+    return files;
+}
+
+Answer read_with_riff64(const char16_t* path) {
+    Answer a;
+    const HANDLE h = CreateFileW(reinterpret_cast<LPCWSTR>(path), GENERIC_READ, FILE_SHARE_READ,
+                                 nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (h == INVALID_HANDLE_VALUE) return a;
+    LONGLONG remaining = 0;
+    GUID form{};
+    ULONGLONG size = 0;
+    alignas(8) BYTE fmt[64];
+    if (SUCCEEDED(riff64_ReadFileID(h, &remaining, &form)) &&
+        SUCCEEDED(riff64_FindChunkHeader(h, w64_guid("fmt "), &size, &remaining)) &&
+        size <= sizeof fmt && SUCCEEDED(riff64_ReadData(h, fmt, size))) {
+        remaining -= LONGLONG((size + 7) & ~7ull);
+        alignas(8) BYTE record[QZWAVEFORMAT_TEMP_SIZE];
+        auto* format = reinterpret_cast<_qzwaveformat*>(record);
+        format->Init(QZWAVEFORMAT_TEMP_SIZE, *reinterpret_cast<const WAVEFORMATEX*>(fmt));
+        a.rate = format->samplesPerSec;
+        if (SUCCEEDED(riff64_FindChunkHeader(h, w64_guid("data"), &size, &remaining))) {
+            ULONGLONG at = 0;
+            riff64_SaveLocation(h, &at);
+            a.data_at = uint32_t(at);
+        }
+    }
+    CloseHandle(h);
+    return a;
+}
+
+Answer read_w64_with_pread(const char* path) {
+    static const Bytes fmt_label = w64_label("fmt "), data_label = w64_label("data");
+    Answer a;
+    const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return a;
+    uint8_t header[40];
+    if (::pread(fd, header, 40, 0) == 40 && std::memcmp(header, kW64Riff, 16) == 0) {
+        off_t at = 40;
+        uint8_t chunk[24];
+        while (::pread(fd, chunk, 24, at) == 24) {
+            const uint64_t size = qz::base::load_le64(chunk + 16);
+            if (size < 24) break;
+            if (std::memcmp(chunk, fmt_label.data(), 16) == 0) {
+                uint8_t fmt[64];
+                const size_t want = size - 24 < sizeof fmt ? size - 24 : sizeof fmt;
+                if (::pread(fd, fmt, want, at + 24) != ssize_t(want)) break;
+                a.rate = qz::base::load_le32(fmt + 4);
+            } else if (std::memcmp(chunk, data_label.data(), 16) == 0) {
+                a.data_at = uint32_t(at + 24);
+                break;
+            }
+            at += off_t((size + 7) & ~7ull);
+        }
+    }
+    ::close(fd);
+    return a;
+}
+
+// Times `read(i)` on file after file; each call must find the format and the data.
+template <class Read>
+void time_files(benchmark::State& state, Read read) {
+    size_t i = 0;
+    for (auto _ : state) {
+        const Answer a = read(i++ % kFiles);
+        check(state, a);
+        benchmark::DoNotOptimize(a);
+    }
+}
+
+void W64_riff64(benchmark::State& state) {
+    const W64Files& files = w64_files();
+    time_files(state, [&](size_t i) { return read_with_riff64(files.wide_paths[i].c_str()); });
+}
+
+void W64_pread(benchmark::State& state) {
+    const W64Files& files = w64_files();
+    time_files(state, [&](size_t i) { return read_w64_with_pread(files.paths[i].c_str()); });
+}
+
+#if defined(QZ_HAVE_SNDFILE)
+// libsndfile does not tell where the data starts; its open finds it all the same.
+void W64_sndfile(benchmark::State& state) {
+    const W64Files& files = w64_files();
+    time_files(state, [&](size_t i) {
+        SF_INFO info{};
+        SNDFILE* f = sf_open(files.paths[i].c_str(), SFM_READ, &info);
+        if (f) sf_close(f);
+        return Answer{uint32_t(info.samplerate), f ? 1u : 0u};
+    });
+}
+BENCHMARK(W64_sndfile)->Unit(benchmark::kMicrosecond);
+#endif
+
+BENCHMARK(W64_riff64)->Unit(benchmark::kMicrosecond);
+BENCHMARK(W64_pread)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 

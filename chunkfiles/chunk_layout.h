@@ -42,6 +42,7 @@
 #include "base/byteorder.h"
 #include "qz/qzdefs.h"
 #include "qz/qzresult.h"
+#include "qz/riff64.h"
 
 namespace qz::chunks {
 
@@ -101,18 +102,6 @@ struct IffLayout {
 };
 
 /*
- * A GUID compares byte for byte, which field by field is the same thing.
- * The Windows headers bring their own comparison, which the walk's
- * comparisons find there; a second one here would make them ambiguous.
- */
-#if !defined(_SYS_GUID_OPERATOR_EQ_)
-inline bool operator==(const GUID& a, const GUID& b) {
-    return a.Data1 == b.Data1 && a.Data2 == b.Data2 && a.Data3 == b.Data3 &&
-           std::memcmp(a.Data4, b.Data4, sizeof a.Data4) == 0;
-}
-#endif
-
-/*
  * A GUID in the file's order: the first field as a 32-bit little-endian
  * word, the next two as 16-bit little-endian words, the last eight bytes
  * as they stand.
@@ -132,12 +121,9 @@ inline void store_guid(unsigned char* b, const GUID& g) {
     std::memcpy(b + 8, g.Data4, sizeof g.Data4);
 }
 
-/* The 64-bit RIFF's "list" label, {7473696C-912F-11CF-A5D6-28DB04C10000}. */
-inline constexpr GUID kRiff64ListLabel = {
-    0x7473696C, 0x912F, 0x11CF, {0xA5, 0xD6, 0x28, 0xDB, 0x04, 0xC1, 0x00, 0x00}};
-/* The 64-bit RIFF's file label ("riff"), {66666972-912E-11CF-A5D6-28DB04C10000}. */
-inline constexpr GUID kRiff64FileLabel = {
-    0x66666972, 0x912E, 0x11CF, {0xA5, 0xD6, 0x28, 0xDB, 0x04, 0xC1, 0x00, 0x00}};
+/* The 64-bit RIFF's "list" and file ("riff") labels. */
+inline constexpr GUID kRiff64ListLabel = QZ_RIFF64_LIST_LABEL;
+inline constexpr GUID kRiff64FileLabel = QZ_RIFF64_RIFF_LABEL;
 
 /* 64-bit RIFF: GUID labels and 64-bit sizes that count the 24-byte header. */
 struct Riff64Layout {

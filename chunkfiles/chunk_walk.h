@@ -113,9 +113,9 @@ bool skip_body(S& source, uint64_t data, int64_t* moved) {
 }
 
 /*
- * A chunk header for a caller: the id and the size field exactly as stored
- * (each output optional). QZE_FILE_READ on a short read, leaving the
- * outputs alone.
+ * A chunk header for a caller: the id and the data size (each output
+ * optional), which for RIFF and IFF is the size field as stored.
+ * QZE_FILE_READ on a short read, leaving the outputs alone.
  */
 template <class Layout, ChunkSource S>
 HRESULT read_chunk_header(S& source, typename Layout::Id* id, typename Layout::Size* size) {
@@ -124,7 +124,7 @@ HRESULT read_chunk_header(S& source, typename Layout::Id* id, typename Layout::S
     const HRESULT hr = read_header<Layout>(source, &chunk_id, &chunk_size);
     if (FAILED(hr)) return hr;
     if (id) *id = chunk_id;
-    if (size) *size = chunk_size;
+    if (size) *size = typename Layout::Size(data_size<Layout>(chunk_size));
     return S_OK;
 }
 
@@ -180,7 +180,8 @@ HRESULT find_chunk_where(S& source, Wanted wanted, typename Layout::Id* id,
         }
         int64_t body = 0;
         if (!skip_body<Layout>(source, data, &body)) return QZE_FILE_READ;
-        left = spend<Layout>(left, Layout::header_bytes + body);
+        // In two steps: a body near 2^63 plus its header would overflow.
+        left = spend<Layout>(spend<Layout>(left, Layout::header_bytes), body);
     }
 }
 
@@ -245,6 +246,32 @@ HRESULT find_list(S& source, const typename Layout::Id& list_type, typename Layo
         hr = find_chunk<Layout>(source, Layout::list_id, &data, remaining);
         if (FAILED(hr)) return hr;
     }
+}
+
+/*
+ * The searches of a whole file's top level. `rewind(source, &budget)` goes
+ * back to the start, reads the family's file header and gives the budget
+ * of the top level; its failure is returned as it is. The chunk search
+ * then stores the budget it reached in *remaining (optional) unless a read
+ * failed.
+ */
+template <class Layout, ChunkSource S, class Rewind>
+HRESULT find_chunk_in_file(S& source, Rewind rewind, const typename Layout::Id& id,
+                           typename Layout::Size* size, typename Layout::Budget* remaining) {
+    typename Layout::Budget left{};
+    HRESULT hr = rewind(source, &left);
+    if (FAILED(hr)) return hr;
+    hr = find_chunk<Layout>(source, id, size, &left);
+    if (remaining && hr != QZE_FILE_READ) *remaining = left;
+    return hr;
+}
+template <class Layout, ChunkSource S, class Rewind>
+HRESULT find_list_in_file(S& source, Rewind rewind, const typename Layout::Id& list_type,
+                          typename Layout::Size* size) {
+    typename Layout::Budget left{};
+    const HRESULT hr = rewind(source, &left);
+    if (FAILED(hr)) return hr;
+    return find_list<Layout>(source, list_type, size, &left);
 }
 
 /*

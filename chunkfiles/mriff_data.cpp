@@ -31,7 +31,6 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL mriff_ReadDataBounded(_tMRIFF* m, LPVOID b
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL mriff_ReadDataAlloc(_tMRIFF* m, QZRIFFDATA* data) {
     if (!m) return E_POINTER;
-    if (!data) return E_INVALIDARG;
     return qz::base::read_into_caller_block(
         data, [m](void* bytes, DWORD count) { return mriff_ReadData(m, bytes, count); });
 }

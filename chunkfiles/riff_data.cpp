@@ -37,7 +37,6 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_ReadDataBounded(HANDLE file, LPVOID b
 }
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_ReadDataAlloc(HANDLE file, QZRIFFDATA* data) {
-    if (!data) return E_INVALIDARG;
     return qz::base::read_into_caller_block(
         data, [file](void* bytes, DWORD count) { return riff_ReadData(file, bytes, count); });
 }

@@ -12,16 +12,19 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_FindChunkHeader(HANDLE file, DWORD id
     return qz::chunks::find_chunk<RiffLayout>(source, id, size, remaining);
 }
 
+namespace {
+
+HRESULT rewind_for_walk(FileSource& file, DWORD* remaining) {
+    DWORD form = 0;
+    return rewind_to_top_level(file, remaining, &form);
+}
+
+}  // namespace
+
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_FindChunkHeaderInRIFF(HANDLE file, DWORD id, DWORD* size,
                                                                  DWORD* remaining) {
     FileSource source(file);
-    DWORD left = 0;
-    DWORD form = 0;
-    HRESULT hr = rewind_to_top_level(source, &left, &form);
-    if (FAILED(hr)) return hr;
-    hr = qz::chunks::find_chunk<RiffLayout>(source, id, size, &left);
-    if (remaining && hr != QZE_FILE_READ) *remaining = left;
-    return hr;
+    return qz::chunks::find_chunk_in_file<RiffLayout>(source, rewind_for_walk, id, size, remaining);
 }
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_FindListChunk(HANDLE file, DWORD list_type, DWORD* size,
@@ -33,11 +36,7 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_FindListChunk(HANDLE file, DWORD list
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_FindListChunkFromStart(HANDLE file, DWORD list_type,
                                                                   DWORD* size) {
     FileSource source(file);
-    DWORD left = 0;
-    DWORD form = 0;
-    const HRESULT hr = rewind_to_top_level(source, &left, &form);
-    if (FAILED(hr)) return hr;
-    return qz::chunks::find_list<RiffLayout>(source, list_type, size, &left);
+    return qz::chunks::find_list_in_file<RiffLayout>(source, rewind_for_walk, list_type, size);
 }
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL riff_GetNumListEntries(HANDLE file, DWORD* count,

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "fuzz/fuzz_file.h"
+#include "fuzz/scratch_file.h"
 #include "qzkernel.h"
 
 namespace {
@@ -19,8 +19,7 @@ struct List {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const std::u16string path = qz::fuzzing::scratch_file("exif_fuzz", ".jpg");
-    qz::fuzzing::write_input(path, data, size);
+    const std::u16string& path = write_scratch("qz_exif_fuzz.jpg", data, size);
     CQzExifMetaDataHelper helper;
     List tiff;
     helper.AddExifTagsToSummaryListFromTiff(path.c_str(), tiff.list);

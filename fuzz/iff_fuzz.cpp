@@ -6,7 +6,7 @@
 #include <string>
 
 #include "base/byteorder.h"
-#include "fuzz/fuzz_file.h"
+#include "fuzz/scratch_file.h"
 #include "qzkernel.h"
 
 namespace {
@@ -45,10 +45,7 @@ DWORD walk(HANDLE h, DWORD budget) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     check_rate(data, size);
-    static const std::u16string path = qz::fuzzing::scratch_file("iff_fuzz", ".bin");
-    qz::fuzzing::write_input(path, data, size);
-    const HANDLE h = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                                 OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE h = open_scratch("qz_iff_fuzz.bin", data, size);
     if (h == INVALID_HANDLE_VALUE) return 0;
 
     QZIFFCHUNK header{};

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "base/byteorder.h"
-#include "fuzz/fuzz_file.h"
+#include "fuzz/scratch_file.h"
 #include "qzkernel.h"
 
 namespace {
@@ -27,10 +27,7 @@ void read_entries(HANDLE h, DWORD budget) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const std::u16string path = qz::fuzzing::scratch_file("riff_fuzz", ".bin");
-    qz::fuzzing::write_input(path, data, size);
-    const HANDLE h = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                                 OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE h = open_scratch("qz_riff_fuzz.bin", data, size);
     if (h == INVALID_HANDLE_VALUE) return 0;
 
     DWORD found = 0, remaining = 0, count = 0;

@@ -14,6 +14,7 @@
 #include "qz/qzqueue.h"
 #include "qz/qzwaveformat.h"
 #include "qz/riff.h"
+#include "qz/riff64.h"
 #include "qz/qzerror.h"
 #include "qz/qzlog.h"
 #include "qz/mriff.h"

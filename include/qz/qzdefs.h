@@ -197,6 +197,13 @@ typedef GUID CLSID;
 #ifdef __cplusplus
 #define REFGUID const GUID&
 #define REFIID const IID&
+/* GUIDs compare field by field, as the Windows headers let C++ compare them. */
+inline bool operator==(REFGUID a, REFGUID b) {
+    for (int i = 0; i < 8; ++i)
+        if (a.Data4[i] != b.Data4[i]) return false;
+    return a.Data1 == b.Data1 && a.Data2 == b.Data2 && a.Data3 == b.Data3;
+}
+inline bool operator!=(REFGUID a, REFGUID b) { return !(a == b); }
 #else
 #define REFGUID const GUID*
 #define REFIID const IID*

@@ -1,58 +1,11 @@
 // riff_*: every failure of the platform layer comes back as the family's code.
-//
-// Each case runs once without faults to count the calls of each kind it makes,
-// then again on a fresh copy of its file once per call, with just that call
-// failing; the result must be one of the codes the case allows for that kind.
 #include <gtest/gtest.h>
 
-#include <functional>
-#include <map>
-#include <set>
-#include <tuple>
-
-#include "tests/support/faults.h"
-#include "tests/support/riff_files.h"
+#include "tests/support/fault_sweep.h"
 
 using namespace qz::testing;
 
 namespace {
-
-using Codes = std::set<HRESULT>;
-using Check = std::function<void(const TempFile&, const Bytes& original, FaultOp)>;
-
-struct FaultCase {
-    const char* name;
-    Bytes file;
-    uint64_t start;
-    std::function<HRESULT(HANDLE)> run;
-    // One letter per kind (read, write, seek, truncate, alloc) for the codes
-    // allowed when it fails: R read, W write, B either, L either or S_FALSE,
-    // M out of memory, - no such calls at all.
-    const char* codes;
-    Check check;
-};
-
-Codes allowed(const FaultCase& c, int op) {
-    static const std::map<char, Codes> by_letter = {{'R', {QZE_FILE_READ}},
-                                                    {'W', {QZE_FILE_WRITE}},
-                                                    {'B', {QZE_FILE_READ, QZE_FILE_WRITE}},
-                                                    {'L', {QZE_FILE_READ, QZE_FILE_WRITE, S_FALSE}},
-                                                    {'M', {E_OUTOFMEMORY}},
-                                                    {'-', {}}};
-    return by_letter.at(c.codes[op]);
-}
-
-void unchanged(const TempFile& f, const Bytes& original, FaultOp) {
-    EXPECT_EQ(f.contents(), original);
-}
-void unchanged_unless_seek(const TempFile& f, const Bytes& original, FaultOp op) {
-    EXPECT_TRUE(op == FaultOp::Seek || f.contents() == original);
-}
-Check nothing_past(size_t length) {
-    return [length](const TempFile& f, const Bytes&, FaultOp) {
-        EXPECT_LE(f.contents().size(), length);
-    };
-}
 
 // A WAVE file; the same without its odd chunk.
 Bytes wave(bool with_odd = true) {
@@ -61,37 +14,6 @@ Bytes wave(bool with_odd = true) {
                             list("adtl", chunk("labl", pattern(3))) +
                             list("INFO", chunk("INAM", text("name") + Bytes{0})) +
                             chunk("data", pattern(9)));
-}
-
-const char* const kOpNames[] = {"read", "write", "seek", "truncate", "alloc"};
-
-void sweep(const FaultCase& c) {
-    unsigned counted[int(FaultOp::kCount)] = {};
-    {
-        TempFile f(c.file);
-        f.seek(c.start);
-        FaultPlan count;
-        ASSERT_TRUE(SUCCEEDED(c.run(f.handle()))) << c.name << ": the clean run must succeed";
-        for (int op = 0; op < int(FaultOp::kCount); ++op) counted[op] = count.calls(FaultOp(op));
-    }
-    for (int op = 0; op < int(FaultOp::kCount); ++op) {
-        if (counted[op] && allowed(c, op).empty())
-            ADD_FAILURE() << c.name << " makes unexpected " << kOpNames[op] << " calls";
-        for (unsigned n = 1; n <= counted[op]; ++n) {
-            TempFile f(c.file);
-            f.seek(c.start);
-            HRESULT hr;
-            {
-                FaultPlan plan;
-                plan.fail(FaultOp(op), n);
-                hr = c.run(f.handle());
-                EXPECT_EQ(plan.failures(FaultOp(op)), 1u) << c.name << " " << kOpNames[op] << n;
-            }
-            EXPECT_TRUE(allowed(c, op).count(hr)) << c.name << ": " << kOpNames[op] << " #" << n
-                                                  << " failing gave 0x" << std::hex << uint32_t(hr);
-            if (c.check) c.check(f, c.file, FaultOp(op));
-        }
-    }
 }
 
 }  // namespace
@@ -104,12 +26,8 @@ TEST(RiffFaults, ReadersWritersAndWalksReportTheFailingStep) {
     const FaultCase cases[] = {
         {"ReadDataAlloc", w, 20,
          [](HANDLE h) {
-             QZRIFFDATA data{5, nullptr};
-             const HRESULT hr = riff_ReadDataAlloc(h, &data);
-             EXPECT_EQ(FAILED(hr), data.pData == nullptr);
-             if (data.pData) GlobalUnlock(GlobalHandle(data.pData));
-             if (data.pData) GlobalFree(GlobalHandle(data.pData));
-             return hr;
+             return read_alloc_checked(
+                 [h](QZRIFFDATA* data) { return riff_ReadDataAlloc(h, data); }, pattern(5));
          },
          "R-R-M", unchanged},
         {"ReadANSIString", w, 12 + 24 + 14 + 24 + 12 + 8,
@@ -170,17 +88,11 @@ TEST(RiffFaults, ReadersWritersAndWalksReportTheFailingStep) {
 }
 
 TEST(RiffFaults, WriteFileIdLetsOnlyTheFormTypeDecide) {
-    // The write that fails, the result, what reached the file.
-    const std::tuple<unsigned, HRESULT, Bytes> cases[] = {
-        {1, S_OK, text("WAVE")},  // no id, so no size either; the form type still goes out
-        {2, S_OK, text("RIFFWAVE")},
-        {3, QZE_FILE_WRITE, text("RIFF") + le32(20)},
-    };
-    for (const auto& [failing_write, expected, contents] : cases) {
-        TempFile f({});
-        FaultPlan plan;
-        plan.fail(FaultOp::Write, failing_write);
-        EXPECT_EQ(riff_WriteFileID(f.handle(), cc("WAVE"), 20), expected);
-        EXPECT_EQ(f.contents(), contents) << failing_write;
-    }
+    sweep_writes([](HANDLE h) { return riff_WriteFileID(h, cc("WAVE"), 20); },
+                 {
+                     // No id, so no size either; the form type still goes out.
+                     {1, S_OK, text("WAVE")},
+                     {2, S_OK, text("RIFFWAVE")},
+                     {3, QZE_FILE_WRITE, text("RIFF") + le32(20)},
+                 });
 }

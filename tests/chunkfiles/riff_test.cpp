@@ -140,13 +140,9 @@ TEST(RiffRead, ReadDataSkipsThePadOfAnOddCountAndBoundedReadsThatOfAnOddBuffer) 
 
 TEST(RiffRead, ReadDataAllocHandsOutGlobalMemory) {
     TempFile f(pattern(7) + Bytes{0});
-    QZRIFFDATA data{7, nullptr};
-    ASSERT_EQ(riff_ReadDataAlloc(f.handle(), &data), S_OK);
-    ASSERT_NE(data.pData, nullptr);
-    EXPECT_EQ(0, std::memcmp(data.pData, pattern(7).data(), 7));
+    const auto read = [&f](QZRIFFDATA* data) { return riff_ReadDataAlloc(f.handle(), data); };
+    EXPECT_EQ(read_alloc_checked(read, pattern(7)), S_OK);
     EXPECT_EQ(f.position(), 8u);
-    GlobalUnlock(GlobalHandle(data.pData));
-    EXPECT_EQ(GlobalFree(GlobalHandle(data.pData)), nullptr);
     EXPECT_EQ(riff_ReadDataAlloc(f.handle(), nullptr), E_INVALIDARG);
 }
 

@@ -60,6 +60,39 @@ Bytes riff(const char (&form)[5], const Bytes& body) {
     return header("RIFF", uint32_t(body.size() + 4)) + le32(cc(form)) + body;
 }
 
+Bytes le64(uint64_t value) {
+    return le32(uint32_t(value)) + le32(uint32_t(value >> 32));
+}
+
+GUID w64(const char (&name)[5]) {
+    if (std::string(name) == "riff") return QZ_RIFF64_RIFF_LABEL;
+    if (std::string(name) == "list") return QZ_RIFF64_LIST_LABEL;
+    return {cc(name), 0xACF3, 0x11D3, {0x8C, 0xD1, 0x00, 0xC0, 0x4F, 0x8E, 0xDB, 0x8A}};
+}
+
+Bytes guid(const GUID& label) {
+    return le32(label.Data1) +
+           Bytes{uint8_t(label.Data2), uint8_t(label.Data2 >> 8), uint8_t(label.Data3),
+                 uint8_t(label.Data3 >> 8)} +
+           Bytes(label.Data4, label.Data4 + 8);
+}
+
+Bytes header64(const GUID& label, uint64_t stored) {
+    return guid(label) + le64(stored);
+}
+
+Bytes chunk64(const GUID& label, const Bytes& body) {
+    return header64(label, 24 + body.size()) + body + Bytes((8 - body.size() % 8) % 8, 0);
+}
+
+Bytes list64(const GUID& type, const Bytes& body) {
+    return chunk64(w64("list"), guid(type) + body);
+}
+
+Bytes riff64(const GUID& form, const Bytes& body) {
+    return header64(w64("riff"), 40 + body.size()) + guid(form) + body;
+}
+
 Bytes read_file(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "qzkernel.h"
 #include "tests/support/platform_testing.h"
 
@@ -33,6 +35,41 @@ Bytes header(const char (&id)[5], uint32_t size);
 Bytes list(const char (&type)[5], const Bytes& body);
 // "RIFF", size (form + body), form type, body.
 Bytes riff(const char (&form)[5], const Bytes& body);
+
+// 64-bit RIFF (Wave64): the same, with GUID labels, 64-bit sizes that
+// count the 24-byte header, and zero padding to a multiple of 8.
+Bytes le64(uint64_t value);
+// A Wave64 label from its four-character name,
+// {NAME-ACF3-11D3-8CD1-00C04F8EDB8A}; "riff" and "list" give the structural
+// labels {...-912E/912F-11CF-A5D6-28DB04C10000}.
+GUID w64(const char (&name)[5]);
+// A GUID's 16 bytes in file order.
+Bytes guid(const GUID& label);
+// Header with a stored size of the caller's choosing and no body.
+Bytes header64(const GUID& label, uint64_t stored);
+// Header (24 + body), body, padding.
+Bytes chunk64(const GUID& label, const Bytes& body);
+// "list" header (24 + 16 + body), type, body, padding.
+Bytes list64(const GUID& type, const Bytes& body);
+// "riff" header (24 + 16 + body), form type, body.
+Bytes riff64(const GUID& form, const Bytes& body);
+
+// Runs a ReadDataAlloc function (`read(&record)`) for `expected.size()`
+// bytes and checks the block: there exactly when the read succeeded, holding
+// `expected`, and freed back to the global heap. Returns the read's result.
+template <class Read>
+HRESULT read_alloc_checked(Read read, const Bytes& expected) {
+    QZRIFFDATA data{DWORD(expected.size()), nullptr};
+    const HRESULT hr = read(&data);
+    EXPECT_EQ(FAILED(hr) || expected.empty(), data.pData == nullptr);
+    if (!data.pData) return hr;
+    EXPECT_EQ(
+        Bytes(static_cast<uint8_t*>(data.pData), static_cast<uint8_t*>(data.pData) + data.cbData),
+        expected);
+    GlobalUnlock(GlobalHandle(data.pData));
+    EXPECT_EQ(GlobalFree(GlobalHandle(data.pData)), nullptr);
+    return hr;
+}
 
 Bytes read_file(const std::string& path);
 void write_file(const std::string& path, const Bytes& bytes);

@@ -151,6 +151,30 @@ TEST_F(QzkInput, DamagedFilesPrintWhatWasReadAndFail) {
         << json.out;
 }
 
+TEST_F(QzkInput, Wave64ShowsNamedLabelsFromFileAndPipeAndItsFormat) {
+    using qz::testing::chunk64;
+    using qz::testing::w64;
+    const GUID other = {0x12345678, 0x9ABC, 0xDEF0, {1, 2, 3, 4, 5, 6, 7, 8}};
+    const std::string path = write("tone.w64", qz::testing::riff64(
+        w64("wave"), chunk64(w64("fmt "), kFmt) + chunk64(other, text("x")) +
+                         qz::testing::header64(w64("data"), 24 + 100) + Bytes(6, 0)));
+    const std::string tree =
+        "riff 'wave'  offset 0  size 118  (Wave64)\n"
+        "  'fmt '  offset 40  size 16\n"
+        "  '{12345678-9ABC-DEF0-0102-030405060708}'  offset 80  size 1\n"
+        "  'data'  offset 112  size 100  (runs past the end of the file)\n"
+        "damaged from offset 112: a chunk runs past the end of the file\n";
+    for (const std::string& command : {kQzk + " chunks '" + path + "'",
+                                       "cat '" + path + "' | " + kQzk + " chunks /dev/stdin"}) {
+        const Outcome r = run(command + " 2>/dev/null");
+        EXPECT_EQ(r.status, 1) << command;
+        EXPECT_EQ(r.out.substr(r.out.find('\n') + 1), tree) << command;
+    }
+    const Outcome info = run(kQzk + " wavinfo --json '" + path + "'");
+    EXPECT_NE(info.out.find("\"sample_rate\": 8000, \"channels\": 1"), std::string::npos) << info.out;
+    EXPECT_NE(info.out.find("\"data_size\": 100"), std::string::npos) << info.out;
+}
+
 TEST(QzkTc, FormatShowsTheTimeInTheDisplayAskedFor) {
     struct Case {
         const char* args;

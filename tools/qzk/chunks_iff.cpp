@@ -201,7 +201,7 @@ HRESULT show_iff_tree(const std::string& path, const InputImage& image, bool jso
 }
 
 HRESULT read_aiff_format(const std::string& path, const InputImage& image, _qzwaveformat* format,
-                         DWORD* data_size) {
+                         ULONGLONG* data_size) {
     const IffHandle file(path, image);
     if (FAILED(file.status())) return file.status();
     WAVEFORMATEX wfx{};
@@ -209,7 +209,7 @@ HRESULT read_aiff_format(const std::string& path, const InputImage& image, _qzwa
     const HRESULT hr = iff_GetAIFFWfx(file.get(), &wfx, &frames, nullptr);
     if (FAILED(hr)) return hr;
     format->Init(QZWAVEFORMAT_TEMP_SIZE, wfx);
-    *data_size = frames * wfx.nBlockAlign;
+    *data_size = ULONGLONG(frames) * wfx.nBlockAlign;
     return S_OK;
 }
 

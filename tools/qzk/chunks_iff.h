@@ -20,7 +20,7 @@ HRESULT show_iff_tree(const std::string& path, const InputImage& image, bool jso
 // The format of an AIFF or AIFF-C file as a format record, and the bytes
 // of its sample data.
 HRESULT read_aiff_format(const std::string& path, const InputImage& image, _qzwaveformat* format,
-                         DWORD* data_size);
+                         ULONGLONG* data_size);
 
 }  // namespace qzk
 

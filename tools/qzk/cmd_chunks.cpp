@@ -8,6 +8,7 @@
 
 #include "base/byteorder.h"
 #include "tools/qzk/chunks_iff.h"
+#include "tools/qzk/chunks_w64.h"
 #include "tools/qzk/input.h"
 #include "tools/qzk/qzk.h"
 
@@ -189,6 +190,7 @@ void print_tree(const Tree& tree, const std::string& path, bool json) {
 // fails with QZE_CORRUPT_OR_UNKNOWN.
 HRESULT show_file(const std::string& path, bool json) {
     const InputImage input(path);
+    if (const HRESULT w64 = show_wave64_chunks(path, input, json); w64 != S_FALSE) return w64;
     if (FAILED(input.status())) return input.status();
     if (is_iff(input)) return show_iff_tree(path, input, json);
     Tree tree;

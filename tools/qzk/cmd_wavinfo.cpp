@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tools/qzk/chunks_iff.h"
+#include "tools/qzk/chunks_w64.h"
 #include "tools/qzk/input.h"
 #include "tools/qzk/qzk.h"
 
@@ -15,7 +16,7 @@ namespace {
 
 struct WaveInfo {
     _qzwaveformat format;
-    DWORD data_size = 0;
+    ULONGLONG data_size = 0;  // Wave64 data may pass 4 GiB
 };
 
 std::string sample_type_text(const _qzwaveformat& f) {
@@ -46,7 +47,7 @@ void print_text(const std::string& path, const WaveInfo& w) {
     std::printf("block align:   %u\n", unsigned(f.blockAlign));
     std::printf("byte rate:     %u\n", unsigned(f.avgBytesPerSec));
     std::printf("channel mask:  0x%X\n", unsigned(f.channelMask));
-    std::printf("data size:     %u bytes\n", unsigned(w.data_size));
+    std::printf("data size:     %llu bytes\n", static_cast<unsigned long long>(w.data_size));
     std::printf("duration:      %.3f s\n", duration_seconds(w));
 }
 
@@ -62,17 +63,24 @@ void print_json(const std::string& path, const WaveInfo& w) {
                 (f.flags & QZWF_EXTENSIBLE) ? "true" : "false");
     std::printf("\"block_align\": %u, \"byte_rate\": %u, \"channel_mask\": %u, ",
                 unsigned(f.blockAlign), unsigned(f.avgBytesPerSec), unsigned(f.channelMask));
-    std::printf("\"data_size\": %u, \"duration\": %.6f}\n", unsigned(w.data_size),
-                duration_seconds(w));
+    std::printf("\"data_size\": %llu, \"duration\": %.6f}\n",
+                static_cast<unsigned long long>(w.data_size), duration_seconds(w));
 }
 
 // Most wave files have their format and the data header in the first few
 // hundred bytes; reading that much is far cheaper than mapping the file.
 constexpr DWORD kHeadBytes = 4096;
 
+HRESULT read_image(const BYTE* data, DWORD size, WaveInfo* info) {
+    DWORD data_size = 0;
+    const HRESULT hr = mriff_GetWfx(&info->format, data, size, &data_size);
+    info->data_size = data_size;
+    return hr;
+}
+
 HRESULT read_from(const InputImage& input, WaveInfo* info) {
     if (FAILED(input.status())) return input.status();
-    return mriff_GetWfx(&info->format, input.data(), input.size(), &info->data_size);
+    return read_image(input.data(), input.size(), info);
 }
 
 // Reads the head first; only when the headers may lie past it (the search
@@ -81,6 +89,8 @@ HRESULT read_wave_info(const std::string& path, WaveInfo* info) {
     {
         const InputImage head(path, kHeadBytes);
         if (is_iff(head)) return read_aiff_format(path, head, &info->format, &info->data_size);
+        const HRESULT w64 = read_wave64_format(path, head, &info->format, &info->data_size);
+        if (w64 != S_FALSE) return w64;
         const HRESULT hr = read_from(head, info);
         if (!head.is_head() || (hr != QZE_FILE_READ && hr != QZE_NOT_FOUND)) return hr;
     }
@@ -125,7 +135,7 @@ int demo_wavinfo() {
                 unsigned(written.samplesPerSec));
 
     WaveInfo back;
-    hr = mriff_GetWfx(&back.format, image.data(), image_size, &back.data_size);
+    hr = read_image(image.data(), image_size, &back);
     if (FAILED(hr)) return fail("demo", hr, "mriff_GetWfx");
     print_text("(memory)", back);
     // The header is a plain WAVEFORMATEX, so the mask stays behind; 0x3F is

@@ -1,0 +1,344 @@
+// riff64_*: headers, the two size conventions, bodies, places, the walk over
+// GUID-labelled chunks, deletion and faults.
+#include <gtest/gtest.h>
+
+#include <tuple>
+
+#include "tests/support/fault_sweep.h"
+
+using namespace qz::testing;
+using std::make_tuple;
+
+namespace {
+
+constexpr ULONGLONG kNone = 0x5A5A5A5A5A5A5A5A;  // no budget given; an output left alone
+constexpr GUID kUnset = {0xEEEEEEEE, 0xEEEE, 0xEEEE, {0xEE}};
+const GUID kFmt = w64("fmt "), kData = w64("data"), kJunk = w64("junk"), kWave = w64("wave"),
+           kInfo = w64("INFO"), kName = w64("INAM");
+
+// 216 bytes: the header (40), "fmt " (40), "junk" (5 bytes, 32), a "list"
+// of type "INFO" holding "INAM" (72), "data" (6 bytes, 32).
+const Bytes kFile =
+    riff64(kWave, chunk64(kFmt, pattern(16)) + chunk64(kJunk, pattern(5)) +
+                      list64(kInfo, chunk64(kName, text("tone"))) + chunk64(kData, pattern(6)));
+
+}  // namespace
+
+TEST(Riff64Headers, ReadsReportWhatFollowsAndTheFileHeaderIgnoresItsOwnRead) {
+    // 'c' chunk header (label, data size), 'l' list header (type, size after
+    // it), 'f' file header (form type, budget); the position after.
+    const std::tuple<char, Bytes, HRESULT, GUID, ULONGLONG, uint64_t> cases[] = {
+        {'c', chunk64(kFmt, pattern(5)), S_OK, kFmt, 5, 24},
+        {'l', list64(kInfo, chunk64(kName, text("ab"))), S_OK, kInfo, 32, 40},
+        {'l', header64(w64("list"), 32) + guid(kInfo), S_OK, kInfo, 0,
+         40},  // shorter than its type
+        {'f', riff64(kWave, pattern(16)), S_OK, kWave, 16, 40},
+        // The budget is reported before the label is judged, and a header
+        // cut short counts as an empty one with no label.
+        {'f', header64(kJunk, 56) + guid(kWave), QZE_NO_RIFF_HEADER, kUnset, 16, 24},
+        {'f', text("riff"), QZE_NO_RIFF_HEADER, kUnset, ULONGLONG(-16), 4},
+        {'f', header64(w64("riff"), 56) + prefix(guid(kWave), 6), QZE_FILE_READ, kUnset, 16, 30},
+        // A size past any file offset is held at the largest budget.
+        {'f', header64(w64("riff"), ~0ull) + guid(kWave), S_OK, kWave, INT64_MAX - 16, 40},
+    };
+    for (const auto& [op, bytes, expected, label, size, position] : cases) {
+        TempFile f(bytes);
+        const HANDLE h = f.handle();
+        GUID g = kUnset;
+        ULONGLONG n = kNone;
+        EXPECT_EQ(op == 'c'   ? riff64_ReadChunkHeader(h, &g, &n)
+                  : op == 'l' ? riff64_ReadListHeader(h, &g, &n)
+                              : riff64_ReadFileID(h, reinterpret_cast<LONGLONG*>(&n), &g),
+                  expected);
+        EXPECT_TRUE(g == label) << op << position;
+        EXPECT_EQ(make_tuple(n, f.position()), make_tuple(size, position)) << op;
+    }
+    // Bit 3 of the high word refuses, its top bit does not.
+    const std::pair<ULONGLONG, HRESULT> sizes[] = {{12, QZE_MISALIGNED_CHUNK},
+                                                   {0, QZE_ZERO_LENGTH_CHUNK},
+                                                   {16, S_OK},
+                                                   {1ull << 35, QZE_MISALIGNED_CHUNK},
+                                                   {1ull << 63, S_OK}};
+    for (const auto& [size, hr] : sizes) EXPECT_EQ(riff64_ValidateChunkHeader(kFmt, size), hr);
+    DWORD code = 7;
+    EXPECT_EQ(
+        make_tuple(riff64_getGUIDLabel(kFmt), riff64_getGUIDLabelProperly(kData, &code), code),
+        make_tuple(0u, S_OK, 7u));
+}
+
+TEST(Riff64Write, WholeChunksStoreTheirDataAndStreamedOnesTheirPadding) {
+    TempFile f({});
+    const HANDLE h = f.handle();
+    ULONGLONG written = 99;
+    ASSERT_EQ(riff64_WriteChunk(h, kFmt, "abcde", 5, &written), S_OK);
+    ASSERT_EQ(riff64_WriteChunkToFile(h, kData, "abcde", 5), S_OK);
+    ASSERT_EQ(riff64_WriteFileID(h, kWave, 0x0102030405060708), S_OK);
+    ASSERT_EQ(riff64_WriteListHeader(h, kInfo, 16), S_OK);
+    EXPECT_EQ(written, 32u);
+    // The GUIDs in their file order: a Wave64 name, then "riff" and "list".
+    const Bytes fmt_label = {0x66, 0x6D, 0x74, 0x20, 0xF3, 0xAC, 0xD3, 0x11,
+                             0x8C, 0xD1, 0x00, 0xC0, 0x4F, 0x8E, 0xDB, 0x8A};
+    const Bytes riff_label = {0x72, 0x69, 0x66, 0x66, 0x2E, 0x91, 0xCF, 0x11,
+                              0xA5, 0xD6, 0x28, 0xDB, 0x04, 0xC1, 0x00, 0x00};
+    const Bytes list_label = {0x6C, 0x69, 0x73, 0x74, 0x2F, 0x91, 0xCF, 0x11,
+                              0xA5, 0xD6, 0x28, 0xDB, 0x04, 0xC1, 0x00, 0x00};
+    const Bytes expected = fmt_label + Bytes{29, 0, 0, 0, 0, 0, 0, 0} + text("abcde") +
+                           Bytes{0, 0, 0} + guid(kData) + Bytes{32, 0, 0, 0, 0, 0, 0, 0} +
+                           text("abcde") + Bytes{0, 0, 0} + riff_label +
+                           Bytes{0x20, 7, 6, 5, 4, 3, 2, 1} + guid(kWave) +  // size + 24
+                           list_label + Bytes{40, 0, 0, 0, 0, 0, 0, 0} + guid(kInfo);
+    EXPECT_EQ(f.contents(), expected);
+}
+
+TEST(Riff64Write, StreamedListsCountHeaderTypeAndPaddingAndWrappingSizesAreRefused) {
+    TempFile f(pattern(3));
+    const HANDLE h = f.handle();
+    f.seek(3);
+    ULONGLONG list_start = 0, start = 0, written = 0;
+    ASSERT_EQ(riff64_PrepareList(h, kInfo, &list_start), S_OK);
+    ASSERT_EQ(riff64_PrepareChunk(h, kName, &start), S_OK);
+    ASSERT_EQ(riff64_WriteToFile(h, "ab", 2), S_OK);
+    ASSERT_EQ(riff64_WriteData(h, "cdefgh", 0x100000006ull, &written), S_OK);  // the low word
+    EXPECT_EQ(make_tuple(written, riff64_AmountWritten(h, start)), make_tuple(8ull, 24ull + 2 + 8));
+    EXPECT_EQ(riff64_AmountWritten(h, start + 1000), 0u);
+    ASSERT_EQ(riff64_CompleteChunk(h, start), S_OK);
+    ASSERT_EQ(riff64_CompleteChunk(h, list_start), S_OK);
+    // The data's own padding and then the chunk's, to 8 from its start.
+    const Bytes streamed =
+        pattern(3) + list64(kInfo, chunk64(kName, text("abcdefgh") + Bytes(8, 0)));
+    EXPECT_EQ(f.contents(), streamed);
+    ASSERT_EQ(riff64_WriteToFile(h, "xyz", 3), S_OK);
+    ASSERT_EQ(riff64_Pad(h, 2), S_OK);  // 84 bytes from offset 2: 4 more
+    EXPECT_EQ(f.position(), 90u);
+    const HRESULT refused[] = {
+        riff64_CompleteChunk(h, 91),
+        riff64_WriteChunkHeader(h, kFmt, ~0ull - 23),
+        riff64_WriteFileID(h, kWave, ~0ull - 10),
+        riff64_SetRIFFSize(h, ~0ull),
+        riff64_WriteChunk(h, kFmt, nullptr, 1, nullptr),
+        riff64_WriteData(h, nullptr, 1, nullptr),
+        riff64_WriteToFile(h, nullptr, 1),
+        riff64_WriteListHeader(h, kInfo, ~0ull),
+        riff64_WriteChunkToFile(h, kFmt, nullptr, 1),
+        riff64_PrepareChunk(h, kFmt, nullptr),
+    };
+    for (HRESULT hr : refused) EXPECT_EQ(hr, E_INVALIDARG);
+    EXPECT_EQ(f.contents(), streamed + text("xyz") + Bytes(4, 0));
+    EXPECT_EQ(riff64_WriteData(h, nullptr, 0, &written), S_OK);
+    EXPECT_EQ(riff64_WriteChunkHeader(h, kFmt, ~0ull - 24), S_OK);  // just fits
+}
+
+TEST(Riff64Read, ReadDataSkipsToTheGridAndBoundedReadsSkipTheBufferRemainder) {
+    // 'd': ReadData of `a` bytes; 'b': ReadDataBounded, chunk size `a`, buffer
+    // size `b`; then the result, the bytes read and the position after.
+    const std::tuple<char, ULONGLONG, DWORD, HRESULT, size_t, uint64_t> cases[] = {
+        {'d', 5, 0, S_OK, 5, 8},
+        {'d', 8, 0, S_OK, 8, 8},
+        {'d', 0x100000005, 0, S_OK, 5, 8},  // the high word is not used
+        {'d', 17, 0, QZE_FILE_READ, 16, 16},
+        {'b', 5, 5, S_OK, 5, 10},  // buffer size mod 8, not the chunk's padding
+        {'b', 5, 8, S_OK, 5, 5},
+        {'b', 12, 4, S_OK, 4, 16},  // the rest (8) and 4 more
+        {'b', 3, 0, S_OK, 0, 3},
+        {'b', 17, 17, QZE_FILE_READ, 16, 16},
+    };
+    for (const auto& [op, a, b, expected, read, position] : cases) {
+        TempFile f(pattern(16));
+        Bytes got(20, 0xEE);
+        EXPECT_EQ(op == 'd' ? riff64_ReadData(f.handle(), got.data(), a)
+                            : riff64_ReadDataBounded(f.handle(), got.data(), DWORD(a), b),
+                  expected);
+        EXPECT_EQ(make_tuple(prefix(got, read + 1), f.position()),
+                  make_tuple(pattern(read) + Bytes{0xEE}, position))
+            << op << a << "/" << b;
+    }
+    EXPECT_EQ(riff64_ReadData(nullptr, nullptr, 1), E_INVALIDARG);
+    EXPECT_EQ(riff64_ReadDataBounded(nullptr, nullptr, 1, 1), E_INVALIDARG);
+}
+
+TEST(Riff64Size, SkipsRiseToTheGridAndSizeUpdatesRefuseToWrap) {
+    TempFile f({});
+    // No file offset reaches 2^63, and ~0 would wrap when raised: neither is tried.
+    for (ULONGLONG size : {5ull, 1ull << 63, ~0ull})
+        EXPECT_EQ(riff64_SkipChunk(f.handle(), size), size == 5 ? 8 : size);
+    EXPECT_EQ(riff64_SeekDataStart(f.handle()), S_OK);
+    EXPECT_EQ(f.position(), 40u);
+    // The size stored, the delta, the result and the size after.
+    const std::tuple<ULONGLONG, LONGLONG, HRESULT, ULONGLONG> cases[] = {
+        {56, 10, S_OK, 66},
+        {56, -57, E_INVALIDARG, 56},
+        {~0ull - 15, 16, E_INVALIDARG, ~0ull - 15},
+    };
+    for (const auto& [stored, delta, expected, after] : cases) {
+        TempFile g(header64(w64("riff"), stored) + guid(kWave) + pattern(16));
+        g.seek(45);
+        EXPECT_EQ(riff64_UpdateRIFFSize(g.handle(), delta), expected) << delta;
+        EXPECT_EQ(make_tuple(g.contents(), g.position()),
+                  make_tuple(header64(w64("riff"), after) + guid(kWave) + pattern(16), 45ull));
+    }
+    TempFile cut(prefix(riff64(kWave, {}), 20));
+    cut.seek(3);
+    EXPECT_EQ(riff64_UpdateRIFFSize(cut.handle(), 4), QZE_FILE_READ);
+    EXPECT_EQ(cut.position(), 3u);
+}
+
+namespace {
+
+enum Op { Find, InRiff, List, FromStart, Count, Seek };
+
+HRESULT walk(Op op, HANDLE h, const GUID& label, DWORD index, ULONGLONG* size, LONGLONG* left) {
+    DWORD count = 0;
+    const HRESULT hr = op == Find        ? riff64_FindChunkHeader(h, label, size, left)
+                       : op == InRiff    ? riff64_FindChunkHeaderInRIFF(h, label, size, left)
+                       : op == List      ? riff64_FindListChunk(h, label, size, left)
+                       : op == FromStart ? riff64_FindListChunkFromStart(h, label, size)
+                       : op == Count     ? riff64_GetNumListEntries(h, &count, left)
+                                         : riff64_SeekListEntry(h, index, left);
+    if (op == Count) *size = count;
+    return hr;
+}
+
+}  // namespace
+
+TEST(Riff64Walk, BudgetsGoNegativeAndHostileSizesNeitherLoopNorWrap) {
+    const GUID a = w64("a   "), b = w64("b   "), c = w64("c   ");
+    // Entries of 32, 24, 40 and 32 bytes.
+    const Bytes entries = chunk64(a, pattern(3)) + chunk64(b, {}) + chunk64(c, pattern(9)) +
+                          chunk64(w64("next"), pattern(2));
+    // 5 bytes stored whole (29), 5 streamed (32, padding counted), then "c".
+    const Bytes both = chunk64(a, pattern(5)) + header64(b, 32) + pattern(5) + Bytes(3, 0) +
+                       chunk64(c, pattern(2));
+    const Bytes empty = header64(a, 0) + chunk64(b, pattern(1));  // a size below 24
+    const Bytes huge = header64(a, ~0ull) + pattern(8);           // past any file offset
+    const Bytes far = header64(a, (1ull << 40) + 24) + pattern(8);
+    const Bytes big = chunk64(a, pattern(40)) + chunk64(kData, pattern(2));
+    // Lists of 72 and 64 bytes; a damaged one of size 32 ends where the next begins.
+    const Bytes lists = list64(a, chunk64(b, pattern(1))) + list64(kInfo, chunk64(b, {}));
+    const Bytes short_list = header64(w64("list"), 32) + pattern(8) + list64(kInfo, {});
+    const Bytes info = list64(kInfo, {});
+    struct Case {
+        const char* name;
+        Op op;
+        const Bytes& bytes;
+        uint64_t start;
+        GUID label;
+        DWORD index;
+        LONGLONG budget;
+        HRESULT expected;
+        ULONGLONG size;  // the count for Count
+        LONGLONG left;
+        uint64_t position;
+    } cases[] = {
+        {"found keeps its body", Find, kFile, 40, kData, 0, 176, S_OK, 6, 8, 208},
+        {"budget below a header", Find, kFile, 40, kFmt, 0, 23, QZE_NOT_FOUND, kNone, 23, 40},
+        {"negative budget", Find, kFile, 40, kFmt, 0, -5, QZE_NOT_FOUND, kNone, -5, 40},
+        {"a header's worth", Find, entries, 32, b, 0, 24, S_OK, 0, 0, 56},
+        {"both size conventions", Find, both, 0, c, 0, 96, S_OK, 2, 8, 88},
+        {"below 24 is empty", Find, empty, 0, b, 0, kNone, S_OK, 1, kNone, 48},
+        {"huge: budget left alone", Find, huge, 0, b, 0, 1000, QZE_FILE_READ, kNone, 1000, 24},
+        {"past the file", Find, far, 0, b, 0, 1000, QZE_NOT_FOUND, kNone, 976 - (1ll << 40),
+         (1ull << 40) + 24},
+        {"past the budget", Find, big, 0, kData, 0, 50, QZE_NOT_FOUND, kNone, -14, 64},
+        {"in riff: rewinds", InRiff, kFile, 30, kJunk, 0, 0, S_OK, 5, 112, 104},
+        {"list: skips other types", List, lists, 0, kInfo, 0, 136, S_OK, 24, 24, 112},
+        {"list: 8 left reads the type", List, info, 0, kInfo, 0, 32, S_OK, 0, -8, 40},
+        {"list: 7 left does not", List, info, 0, kInfo, 0, 31, QZE_NOT_FOUND, kNone, 7, 24},
+        {"list: shorter than its type", List, short_list, 0, kInfo, 0, 72, S_OK, 0, 0, 72},
+        {"list: from the start", FromStart, kFile, 30, kInfo, 0, kNone, S_OK, 32, kNone, 152},
+        {"count: ends inside a body", Count, entries, 0, a, 0, 30, S_OK, 1, -2, 0},
+        {"seek: the end needs 24", Seek, entries, 0, a, 4, 144, QZE_NOT_FOUND, kNone, 16, 128},
+    };
+    for (const Case& c : cases) {
+        TempFile f(c.bytes);
+        f.seek(c.start);
+        ULONGLONG size = kNone;
+        LONGLONG left = c.budget;
+        EXPECT_EQ(walk(c.op, f.handle(), c.label, c.index, &size,
+                       c.budget == LONGLONG(kNone) ? nullptr : &left),
+                  c.expected)
+            << c.name;
+        EXPECT_EQ(make_tuple(size, left, f.position()), make_tuple(c.size, c.left, c.position))
+            << c.name;
+    }
+    EXPECT_EQ(riff64_GetNumListEntries(nullptr, nullptr, nullptr), E_INVALIDARG);
+}
+
+TEST(Riff64Delete, SpansMoveTheTailAndLowerTheSizeOrChangeNothing) {
+    const Bytes rest = chunk64(kData, pattern(9000, 7));  // more than two blocks
+    // A last chunk that lacks its padding, as sox leaves it; the size covers it.
+    const Bytes unpadded = header64(w64("riff"), 110) + guid(kWave) + chunk64(kFmt, pattern(16)) +
+                           header64(kData, 30) + pattern(6);
+    // "junk" runs 10 bytes past the file's size of 110, though the file holds it.
+    const Bytes past_size = header64(w64("riff"), 110) + guid(kWave) + chunk64(kFmt, pattern(16)) +
+                            chunk64(kJunk, pattern(16));
+    const Bytes past_file = riff64(kWave, header64(kData, 124) + pattern(20));
+    // The file, the label, the result, what is left and the span removed.
+    const std::tuple<Bytes, GUID, HRESULT, Bytes, ULONGLONG> cases[] = {
+        {kFile, kJunk, S_OK,
+         riff64(kWave, chunk64(kFmt, pattern(16)) + list64(kInfo, chunk64(kName, text("tone"))) +
+                           chunk64(kData, pattern(6))),
+         32},
+        {riff64(kWave, chunk64(kJunk, pattern(5)) + rest), kJunk, S_OK, riff64(kWave, rest), 32},
+        {unpadded, kData, S_OK, riff64(kWave, chunk64(kFmt, pattern(16))), 30},
+        {kFile, kName, QZE_NOT_FOUND, kFile, 0},  // only the top level is searched
+        {past_file, kData, QZE_CORRUPT_OR_UNKNOWN, past_file, 0},
+        {past_size, kJunk, QZE_CORRUPT_OR_UNKNOWN, past_size, 0},
+    };
+    for (const auto& [bytes, label, expected, left, span] : cases) {
+        TempFile f(bytes);
+        ULONGLONG removed = 99;
+        EXPECT_EQ(riff64_DeleteChunk(f.handle(), label, &removed), expected) << bytes.size();
+        EXPECT_EQ(make_tuple(f.contents(), removed), make_tuple(left, span)) << bytes.size();
+        EXPECT_TRUE(FAILED(expected) || f.position() == left.size());
+    }
+}
+
+TEST(Riff64Faults, WritersReadersAndDeletionReportTheFailingStep) {
+    static const Bytes seven = pattern(7);
+    // A tail of two blocks and a bit behind "junk"; the same once it is gone.
+    const Bytes file = riff64(kWave, chunk64(kJunk, pattern(5)) + chunk64(kData, pattern(5000)));
+    const Bytes moved = riff64(kWave, chunk64(kData, pattern(5000)));
+    const FaultCase cases[] = {
+        {"ReadDataAlloc", kFile, 104,
+         [](HANDLE h) {
+             return read_alloc_checked(
+                 [h](QZRIFFDATA* data) { return riff64_ReadDataAlloc(h, data); }, pattern(5));
+         },
+         "R-R-M", unchanged},
+        {"WriteChunk", Bytes{}, 0,
+         [](HANDLE h) {
+             ULONGLONG written = 1;
+             const HRESULT hr = riff64_WriteChunk(h, kFmt, seven.data(), 7, &written);
+             EXPECT_TRUE(SUCCEEDED(hr) || written == 0);
+             return hr;
+         },
+         "-W---", nothing_past(32)},
+        {"streamed list", Bytes{}, 0,
+         [](HANDLE h) {
+             ULONGLONG start = 0;
+             HRESULT hr = riff64_PrepareList(h, kInfo, &start);
+             if (SUCCEEDED(hr)) hr = riff64_WriteChunkToFile(h, kName, seven.data(), 7);
+             return SUCCEEDED(hr) ? riff64_CompleteChunk(h, start) : hr;
+         },
+         "-WW--", nothing_past(72)},
+        {"UpdateRIFFSize", kFile, 50, [](HANDLE h) { return riff64_UpdateRIFFSize(h, -8); },
+         "RWB--", unchanged_unless_seek},
+        // The file header's read does not decide by itself: a failed one reads
+        // as a file that is not 64-bit RIFF. A failed cut leaves the moved
+        // file, with its lowered size, and the old last bytes behind it.
+        {"DeleteChunk", file, 0, [](HANDLE h) { return riff64_DeleteChunk(h, kJunk, nullptr); },
+         "HWBWM",
+         [moved](const TempFile& f, const Bytes& original, FaultOp op) {
+             EXPECT_TRUE(op != FaultOp::Truncate ||
+                         f.contents() == moved + Bytes(original.end() - 32, original.end()));
+         }},
+    };
+    for (const FaultCase& c : cases) sweep(c);
+    // WriteFileID: no label, so no size either; the form type still goes out.
+    sweep_writes([](HANDLE h) { return riff64_WriteFileID(h, kWave, 20); },
+                 {
+                     {1, S_OK, guid(kWave)},
+                     {2, S_OK, guid(w64("riff")) + guid(kWave)},
+                     {3, QZE_FILE_WRITE, header64(w64("riff"), 44)},
+                 });
+}
