@@ -1,9 +1,10 @@
 /*
  * chunk_delete.h - removing a chunk that a search has found from a file:
  * the measuring and the removal that the file families' deletions share
- * (riff_DeleteChunk, iff_DeleteChunk). Each family finds the chunk with
- * the shared walk, measures it here, and brings its own block for the
- * tail move (close_gap in file_source.h).
+ * (riff_DeleteChunk, riff64_DeleteChunk, iff_DeleteChunk). Each family
+ * finds the chunk with the shared walk, measures it here, and moves the
+ * tail through a block (close_gap in file_source.h): a stack block for the
+ * RIFF family, a heap block no larger than the tail for the others.
  */
 #ifndef QZ_CHUNKFILES_CHUNK_DELETE_H
 #define QZ_CHUNKFILES_CHUNK_DELETE_H
@@ -14,6 +15,33 @@
 #include "chunkfiles/file_source.h"
 
 namespace qz::chunks {
+
+/*
+ * A zeroed block from the process heap for a tail move: no larger than the
+ * tail and at most 4096 bytes, so a short tail costs only its own size and
+ * a file of any length the same memory. No block at all for no tail.
+ */
+class MoveBlock {
+public:
+    explicit MoveBlock(uint64_t tail) : bytes_(DWORD(std::min<uint64_t>(tail, 4096))) {
+        if (bytes_)
+            data_ = static_cast<unsigned char*>(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, bytes_));
+    }
+    ~MoveBlock() {
+        if (data_) HeapFree(GetProcessHeap(), 0, data_);
+    }
+    MoveBlock(const MoveBlock&) = delete;
+    MoveBlock& operator=(const MoveBlock&) = delete;
+
+    /* True when a block was needed and the heap had none. */
+    bool failed() const { return bytes_ && !data_; }
+    unsigned char* data() const { return data_; }
+    DWORD size() const { return bytes_; }
+
+private:
+    DWORD bytes_;
+    unsigned char* data_ = nullptr;
+};
 
 /* A found chunk in the file: from its header to the end of its pad, and the bytes after it. */
 struct FoundSpan {
@@ -56,10 +84,10 @@ HRESULT measure_found(FileSource& file, DWORD header, uint64_t size, uint64_t co
  * which keeps the file a valid container with stray bytes after it, and
  * every reader skips those.
  */
-template <class Layout>
+template <class Layout, class Count>
 HRESULT remove_span(FileSource& file, const FoundSpan& span, unsigned char* block,
                     DWORD block_bytes, uint64_t size_at, typename Layout::Size new_size,
-                    DWORD* removed) {
+                    Count* removed) {
     uint64_t end = span.start;
     if (span.tail) {
         const HRESULT hr = close_gap(file, span.start, span.length, block, block_bytes, &end);
@@ -68,7 +96,7 @@ HRESULT remove_span(FileSource& file, const FoundSpan& span, unsigned char* bloc
     const bool cut = file.seek_to(end) && file.truncate_here();
     const bool resized =
         file.seek_to(size_at) && write_size<Layout>(file, new_size) && file.seek_to(end);
-    if (removed) *removed = DWORD(span.length);
+    if (removed) *removed = Count(span.length);
     return cut && resized ? S_OK : QZE_FILE_WRITE;
 }
 

@@ -56,12 +56,17 @@ namespace qz::chunks {
  */
 enum class BudgetRule { Clamp, Wrap, Signed };
 
-/* RIFF: four-character ids and 32-bit sizes, little-endian. */
-struct RiffLayout {
+/*
+ * The shapes RIFF and IFF share: four-character ids and 32-bit sizes that
+ * leave out the header and the pad byte, bodies padded to even, in the
+ * given byte order.
+ */
+template <base::ByteOrder Order>
+struct FourCcLayout {
     using Id = DWORD;
     using Size = DWORD;
     using Budget = DWORD;
-    static constexpr base::ByteOrder order = base::ByteOrder::Little;
+    static constexpr base::ByteOrder order = Order;
     static constexpr DWORD id_bytes = 4;
     static constexpr DWORD size_bytes = 4;
     static constexpr DWORD header_bytes = 8;
@@ -69,36 +74,26 @@ struct RiffLayout {
     static constexpr Budget type_threshold = 4;
     static constexpr DWORD alignment = 2;
     static constexpr bool size_counts_header = false;
-    static constexpr BudgetRule budget_rule = BudgetRule::Clamp;
-    static constexpr Id list_id = base::fourcc("LIST");
-    static constexpr bool is_group(Id id) { return id == list_id || id == base::fourcc("RIFF"); }
     static Id load_id(const unsigned char* bytes) { return base::load32(bytes, order); }
     static void store_id(unsigned char* bytes, Id id) { base::store32(bytes, id, order); }
     /* A list's size less its type, wrapping below 4 as it always has. */
     static constexpr Size list_data(Size size) { return size - type_bytes; }
 };
 
-/* IFF: the RIFF shapes in big-endian order, grouped by "FORM", "LIST" and "CAT ". */
-struct IffLayout {
-    using Id = DWORD;
-    using Size = DWORD;
-    using Budget = DWORD;
-    static constexpr base::ByteOrder order = base::ByteOrder::Big;
-    static constexpr DWORD id_bytes = 4;
-    static constexpr DWORD size_bytes = 4;
-    static constexpr DWORD header_bytes = 8;
-    static constexpr DWORD type_bytes = 4;
-    static constexpr Budget type_threshold = 4;
-    static constexpr DWORD alignment = 2;
-    static constexpr bool size_counts_header = false;
+/* RIFF: little-endian, grouped by "LIST" (and the file's "RIFF"). */
+struct RiffLayout : FourCcLayout<base::ByteOrder::Little> {
+    static constexpr BudgetRule budget_rule = BudgetRule::Clamp;
+    static constexpr Id list_id = base::fourcc("LIST");
+    static constexpr bool is_group(Id id) { return id == list_id || id == base::fourcc("RIFF"); }
+};
+
+/* IFF: big-endian, grouped by "FORM", "LIST" and "CAT ". */
+struct IffLayout : FourCcLayout<base::ByteOrder::Big> {
     static constexpr BudgetRule budget_rule = BudgetRule::Wrap;
     static constexpr Id list_id = base::fourcc_be("LIST");
     static constexpr bool is_group(Id id) {
         return id == list_id || id == base::fourcc_be("FORM") || id == base::fourcc_be("CAT ");
     }
-    static Id load_id(const unsigned char* bytes) { return base::load32(bytes, order); }
-    static void store_id(unsigned char* bytes, Id id) { base::store32(bytes, id, order); }
-    static constexpr Size list_data(Size size) { return size - type_bytes; }
 };
 
 /*

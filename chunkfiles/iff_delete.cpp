@@ -1,24 +1,11 @@
 // iff_DeleteChunk: removing a top-level chunk of an AIFF file and closing the gap.
 #include <algorithm>
-#include <memory>
 
 #include "chunkfiles/chunk_delete.h"
 #include "chunkfiles/iff_io.h"
 #include "qz/iff.h"
 
 using namespace qz::iff;
-
-namespace {
-
-/* The tail moves through one heap block of at most this many bytes. */
-constexpr uint64_t kMoveBlockBytes = 4096;
-
-struct HeapBlockFree {
-    void operator()(unsigned char* p) const { HeapFree(GetProcessHeap(), 0, p); }
-};
-using HeapBlock = std::unique_ptr<unsigned char[], HeapBlockFree>;
-
-}  // namespace
 
 QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL iff_DeleteChunk(HANDLE file, DWORD id, DWORD* removed) {
     if (removed) *removed = 0;
@@ -34,18 +21,11 @@ QZ_EXTERN_C QZ_API HRESULT QZ_STDCALL iff_DeleteChunk(HANDLE file, DWORD id, DWO
     hr = qz::chunks::measure_found<IffLayout>(source, IffLayout::header_bytes, size, form_end,
                                               &span);
     if (FAILED(hr)) return hr;
-    // A block no larger than the tail: a small file's deletion takes only
-    // what it moves.
-    const auto block_bytes = DWORD(std::min(span.tail, kMoveBlockBytes));
-    HeapBlock block;
-    if (block_bytes) {
-        block.reset(static_cast<unsigned char*>(
-            HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, block_bytes)));
-        if (!block) return E_OUTOFMEMORY;
-    }
-    // The span lies within the FORM size (measure_found checked it), so the
-    // new size cannot fall below zero.
-    return qz::chunks::remove_span<IffLayout>(source, span, block.get(), block_bytes,
-                                              kFormSizeOffset, kind.form_size - DWORD(span.length),
-                                              removed);
+    const qz::chunks::MoveBlock block(span.tail);
+    if (block.failed()) return E_OUTOFMEMORY;
+    // The body lies within the FORM size (measure_found checked it); only a
+    // pad byte the size leaves out could pass it, and the size stops at 0.
+    const DWORD new_size = kind.form_size - DWORD(std::min<uint64_t>(span.length, kind.form_size));
+    return qz::chunks::remove_span<IffLayout>(source, span, block.data(), block.size(),
+                                              kFormSizeOffset, new_size, removed);
 }
