@@ -35,7 +35,7 @@ TEST(MessageBox, HandlerSeesExpandedTextAndNullsAsEmptyAndGivesTheAnswer) {
               IDOK);
     EXPECT_EQ(::testing::internal::GetCapturedStderr(), "Kavo Kernel: Disk full \xC3\xA9\n");
     EXPECT_EQ(capture.boxes().size(), 2u);
-}
 #endif
+}
 
 }  // namespace
