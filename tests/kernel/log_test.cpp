@@ -5,65 +5,49 @@
 #include <atomic>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "tests/support/faults.h"
-#include "platform/win32api.h"
 #include "tests/support/error_support.h"
+#include "tests/support/faults.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using qz::testing::native_exists;
+using qz::testing::native_read;
+using qz::testing::TempDir;
 using qz::testing::wide;
 using qz::testing::WString;
 
+// A log file in a fresh folder for each test.
 class LogFile : public ::testing::Test {
 protected:
-    void SetUp() override {
-        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-        dir_ =
-            fs::temp_directory_path() / ("qzlog_" + std::to_string(GetCurrentProcessId()) + "_" + info->name());
-        fs::remove_all(dir_);
-        fs::create_directories(dir_);
-        path_ = dir_ / "app.log";
-        name_ = wide(path_.string());
-    }
-    void TearDown() override {
-        std::error_code ignored;
-        fs::permissions(dir_, fs::perms::owner_all, fs::perm_options::add, ignored);
-        fs::remove_all(dir_, ignored);
-    }
-
     // The file's text with "\n" line ends. Lines of Windows text files end
     // in "\r\n": there each line must, and the "\r" is dropped.
-    static std::string read(const fs::path& path) {
-        std::ifstream in(path, std::ios::binary);
-        std::ostringstream text;
-        text << in.rdbuf();
+    static std::string read(const std::string& path) {
+        const std::string text = native_read(path);
 #if defined(_WIN32)
         std::string lines;
-        const std::string crlf = text.str();
-        for (size_t i = 0; i < crlf.size(); ++i) {
-            if (crlf[i] == '\r' && i + 1 < crlf.size() && crlf[i + 1] == '\n') continue;
-            EXPECT_TRUE(crlf[i] != '\n' || (i > 0 && crlf[i - 1] == '\r')) << "LF alone at " << i;
-            lines += crlf[i];
+        for (size_t i = 0; i < text.size(); ++i) {
+            if (text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n') continue;
+            EXPECT_TRUE(text[i] != '\n' || (i > 0 && text[i - 1] == '\r')) << "LF alone at " << i;
+            lines += text[i];
         }
         return lines;
 #else
-        return text.str();
+        return text;
 #endif
     }
     std::string contents() const { return read(path_); }
-    std::string previous() const { return read(fs::path(path_.string() + ".previous")); }
+    std::string previous() const { return read(path_ + ".previous"); }
 
-    fs::path dir_;
-    fs::path path_;
-    WString name_;
+    TempDir dir_;
+    const std::string path_ = dir_.file("app.log");
+    const WString name_ = wide(path_);
 };
 
 TEST_F(LogFile, InitRefusesBadArgumentsAndWritingNeedsIt) {
@@ -73,23 +57,19 @@ TEST_F(LogFile, InitRefusesBadArgumentsAndWritingNeedsIt) {
     EXPECT_EQ(log.Init(QZTEXT(""), QZLOG_ALL_LEVELS, -1, 0), E_INVALIDARG);
     EXPECT_EQ(log.Init(name_.c_str(), 0, -1, 0), E_INVALIDARG);
     // The ".previous" name must fit 260 characters with its zero.
-    const std::string stem = dir_.string() + char(fs::path::preferred_separator);
+    const std::string stem = dir_.path() + qz::testing::kSeparator;
     const std::string longest = stem + std::string(250 - stem.size(), 'n');
     EXPECT_EQ(log.Init(wide(longest + "n").c_str(), QZLOG_ALL_LEVELS, -1, 0), E_INVALIDARG);
-    EXPECT_FALSE(fs::exists(longest + "n"));
+    EXPECT_FALSE(native_exists(longest + "n"));
     EXPECT_EQ(log.Init(wide(longest).c_str(), QZLOG_ALL_LEVELS, -1, 0), S_OK);
     EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, nullptr), E_POINTER);
     EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("fits")), S_OK);
     log.Shutdown();
     EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("late")), QZE_INIT_FAILED);
     EXPECT_EQ(read(longest), "fits\n");
-}
-
-TEST_F(LogFile, FolderThatCannotTakeTheFileLeavesTheLogDisabled) {
-    CLog log;
-    EXPECT_EQ(
-        log.Init(wide((dir_ / "missing" / "app.log").string()).c_str(), QZLOG_ALL_LEVELS, -1, 0),
-        QZE_FILE_OPEN);
+    // A folder that cannot take the file leaves the log disabled.
+    const WString missing = wide(dir_.file("missing/app.log"));
+    EXPECT_EQ(log.Init(missing.c_str(), QZLOG_ALL_LEVELS, -1, 0), QZE_FILE_OPEN);
     EXPECT_EQ(log.Write(QZLOG_ERROR, nullptr, 0, QZTEXT("lost")), QZE_INIT_FAILED);
 }
 
@@ -103,10 +83,11 @@ TEST_F(LogFile, MaskSelectsLevelsAndTagsNameThem) {
     EXPECT_EQ(contents(), "WARNlevel 2\n");
     fs::remove(path_);
 
-    // Shared for reading: the file is read while the log has it open, which
-    // Windows refuses an exclusive log.
+    // A limit of 0, as -1, is no limit: nothing moves. Shared for reading:
+    // the file is read while the log has it open, which Windows refuses an
+    // exclusive log.
     CLog log;
-    ASSERT_EQ(log.Init(name_.c_str(), QZLOG_ALL_LEVELS, -1, QZLOG_SH_DENYWR), S_OK);
+    ASSERT_EQ(log.Init(name_.c_str(), QZLOG_ALL_LEVELS, 0, QZLOG_SH_DENYWR), S_OK);
     // Each level writes its tag, mixed levels "????", and no level nothing.
     for (LOGFLAGS level : std::initializer_list<LOGFLAGS>{
              QZLOG_ERROR, QZLOG_WARNING, QZLOG_INFO, QZLOG_DEBUG, QZLOG_PLAIN, LOGFLAGS(0x3),
@@ -122,31 +103,27 @@ TEST_F(LogFile, DecorationsHaveTheirExactLayout) {
                   S_OK);
         log.Write(QZLOG_ERROR, QZTEXT("C:\\src\\mixer.cpp"), 42, QZTEXT("gain %d dB"), -3);
     }
-    const std::string line = contents();
-    std::tm t{};
-    ASSERT_EQ(std::sscanf(line.c_str(), "ERR  %4d-%2d-%2d %2d:%2d:%2d", &t.tm_year, &t.tm_mon,
-                          &t.tm_mday, &t.tm_hour, &t.tm_min, &t.tm_sec),
-              6)
-        << line;
-    char expected[128];
-    std::snprintf(expected, sizeof expected,
-                  "ERR  %04d-%02d-%02d %02d:%02d:%02d       mixer.cpp(  42): gain -3 dB\n",
-                  t.tm_year, t.tm_mon, t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec);
-    EXPECT_EQ(line, expected);
-}
-
-TEST_F(LogFile, SourcePositionIsRightAlignedNameAndLine) {
     {
+        // The source position alone: a right-aligned name and line.
         CLog log;
         ASSERT_EQ(log.Init(name_.c_str(), QZLOG_ALL_LEVELS | QZLOG_SOURCE, -1, 0), S_OK);
         log.Write(QZLOG_INFO, QZTEXT("/home/dev/kernel/log.cpp"), 7, QZTEXT("a"));
         log.Write(QZLOG_PLAIN, nullptr, 12345, QZTEXT("b"));
         log.Write(QZLOG_DEBUG, QZTEXT("a_very_long_source_name.cpp"), -1, QZTEXT("c"));
     }
-    EXPECT_EQ(contents(),
-              "INFO        log.cpp(   7): a\n"
-              "               (12345): b\n"
-              "DBG a_very_long_source_name.cpp(  -1): c\n");
+    const std::string text = contents();
+    std::tm t{};
+    ASSERT_EQ(std::sscanf(text.c_str(), "ERR  %4d-%2d-%2d %2d:%2d:%2d", &t.tm_year, &t.tm_mon,
+                          &t.tm_mday, &t.tm_hour, &t.tm_min, &t.tm_sec),
+              6)
+        << text;
+    char timed[128];
+    std::snprintf(timed, sizeof timed,
+                  "ERR  %04d-%02d-%02d %02d:%02d:%02d       mixer.cpp(  42): gain -3 dB\n",
+                  t.tm_year, t.tm_mon, t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec);
+    EXPECT_EQ(text, timed + std::string("INFO        log.cpp(   7): a\n"
+                                        "               (12345): b\n"
+                                        "DBG a_very_long_source_name.cpp(  -1): c\n"));
 }
 
 TEST_F(LogFile, MessagesAreCutAt1023Characters) {
@@ -175,7 +152,7 @@ TEST_F(LogFile, FileMovesToPreviousWhenItReachesTheLimit) {
     std::string first, second;
     for (int i = 0; i < 10; ++i) first += write(i);
     EXPECT_EQ(contents(), first);  // exactly at the limit: not moved yet
-    EXPECT_FALSE(fs::exists(path_.string() + ".previous"));
+    EXPECT_FALSE(native_exists(path_ + ".previous"));
     for (int i = 10; i < 20; ++i) second += write(i);
     EXPECT_EQ(previous(), first);
     const std::string last = write(20);
@@ -183,33 +160,12 @@ TEST_F(LogFile, FileMovesToPreviousWhenItReachesTheLimit) {
     EXPECT_EQ(contents(), last);
 }
 
-TEST_F(LogFile, NoLimitMeansNoRotation) {
-    for (int limit : {0, -1}) {
-        CLog log;
-        ASSERT_EQ(log.Init(name_.c_str(), QZLOG_PLAIN, limit, 0), S_OK);
-        for (int i = 0; i < 50; ++i) log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("%040d"), i);
-    }
-    EXPECT_EQ(contents().size(), 2u * 50u * 41u);
-    EXPECT_FALSE(fs::exists(path_.string() + ".previous"));
-}
-
-#if !defined(_WIN32)
-// Windows removes no folder while a file in it is open.
-TEST_F(LogFile, FailedReopeningDisablesTheLog) {
+// The fault plan exists on POSIX only, and Windows removes no folder while
+// a file in it is open.
+#if QZ_TEST_FAULTS
+TEST_F(LogFile, WriteErrorsAndAFailedReopeningAreReported) {
     CLog log;
     ASSERT_EQ(log.Init(name_.c_str(), QZLOG_PLAIN, 10, 0), S_OK);
-    ASSERT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("more than ten bytes")), S_OK);
-    // The folder goes away under the open file: the rotation cannot reopen.
-    fs::remove_all(dir_);
-    EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("x")), QZE_FILE_OPEN);
-    EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("x")), QZE_INIT_FAILED);
-}
-#endif
-
-#if QZ_TEST_FAULTS  // the fault plan exists on POSIX only
-TEST_F(LogFile, WriteErrorIsReported) {
-    CLog log;
-    ASSERT_EQ(log.Init(name_.c_str(), QZLOG_PLAIN, -1, 0), S_OK);
     {
         qz::testing::FaultPlan plan;
         plan.fail(qz::testing::FaultOp::Write, 1);
@@ -217,10 +173,15 @@ TEST_F(LogFile, WriteErrorIsReported) {
     }
     EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("kept")), S_OK);
     EXPECT_EQ(contents(), "kept\n");
+    ASSERT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("more than ten bytes")), S_OK);
+    // The folder goes away under the open file: the rotation cannot reopen.
+    fs::remove_all(dir_.path());
+    EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("x")), QZE_FILE_OPEN);
+    EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("x")), QZE_INIT_FAILED);
 }
 #endif
 
-TEST_F(LogFile, CopiesOpenTheFileForThemselves) {
+TEST_F(LogFile, CopiesOpenTheFileForThemselvesUnlessItIsExclusive) {
     auto shared = std::make_unique<CLog>();
     ASSERT_EQ(shared->Init(name_.c_str(), QZLOG_ALL_LEVELS, -1, QZLOG_SH_DENYNO), S_OK);
     CLog copy(*shared);
@@ -234,17 +195,16 @@ TEST_F(LogFile, CopiesOpenTheFileForThemselves) {
 
     copy = CLog();
     EXPECT_EQ(copy.GetLogFileName()[0], 0);
-}
 
-TEST_F(LogFile, CopyOfAnExclusiveLogStaysDisabled) {
-    CLog log;
-    ASSERT_EQ(log.Init(name_.c_str(), QZLOG_ALL_LEVELS, 500, QZLOG_EXCLUSIVE), S_OK);
-    CLog copy = log;
-    EXPECT_EQ(copy.GetLogFileName(), name_);
-    EXPECT_EQ(copy.Write(QZLOG_INFO, nullptr, 0, QZTEXT("x")), QZE_INIT_FAILED);
-    EXPECT_EQ(log.Write(QZLOG_INFO, nullptr, 0, QZTEXT("y")), S_OK);
-    log.Shutdown();  // closed first: no other handle opens an exclusive log's file
-    EXPECT_EQ(contents(), "INFOy\n");
+    // The copy of an exclusive log stays disabled.
+    CLog exclusive;
+    ASSERT_EQ(exclusive.Init(name_.c_str(), QZLOG_ALL_LEVELS, 500, QZLOG_EXCLUSIVE), S_OK);
+    CLog refused = exclusive;
+    EXPECT_EQ(refused.GetLogFileName(), name_);
+    EXPECT_EQ(refused.Write(QZLOG_INFO, nullptr, 0, QZTEXT("x")), QZE_INIT_FAILED);
+    EXPECT_EQ(exclusive.Write(QZLOG_INFO, nullptr, 0, QZTEXT("y")), S_OK);
+    exclusive.Shutdown();  // closed first: no other handle opens an exclusive log's file
+    EXPECT_EQ(contents(), "INFOoriginal\nINFOcopy\nERR still\nINFOy\n");
 }
 
 // A log and its copy share one file, four writer threads each. Without a
@@ -259,7 +219,7 @@ TEST_F(LogFile, TwoLogsOnOneFileKeepEveryLineOnceAndWhole) {
     // About 560 KB of lines in all: a limit of 320 KB rotates exactly once.
     for (int limit : {-1, 320 * 1024}) {
         fs::remove(path_);
-        fs::remove(path_.string() + ".previous");
+        fs::remove(path_ + ".previous");
         CLog original;
         ASSERT_EQ(original.Init(name_.c_str(), QZLOG_ALL_LEVELS, limit, QZLOG_SH_DENYNO), S_OK);
         CLog copy(original);
@@ -281,7 +241,7 @@ TEST_F(LogFile, TwoLogsOnOneFileKeepEveryLineOnceAndWhole) {
         EXPECT_EQ(failures.load(), 0);
 
         const std::string newer = contents();
-        const bool rotated = fs::exists(path_.string() + ".previous");
+        const bool rotated = native_exists(path_ + ".previous");
         EXPECT_EQ(rotated, limit > 0) << limit;
         const std::string older = rotated ? previous() : std::string();
         if (rotated) {

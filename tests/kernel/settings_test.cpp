@@ -2,14 +2,10 @@
 #include <gtest/gtest.h>
 #if defined(_WIN32)
 #include <windows.h>
-#else
-#include <unistd.h>
 #endif
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <optional>
 #include <string>
 
 #include "kernel/settings.h"
@@ -18,11 +14,9 @@
 namespace {
 
 namespace fs = std::filesystem;
-using WString = std::basic_string<WCHAR>;
+using qz::testing::WString;
+using qz::testing::wide;
 
-WString test_wide(const std::string& text) {
-    return WString(text.begin(), text.end());
-}
 constexpr DWORD kVersion = 0x0A000086;
 
 #if defined(_WIN32)
@@ -31,7 +25,7 @@ constexpr DWORD kVersion = 0x0A000086;
 class SettingsTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        root_ = QZTEXT("qzkernel test ") + test_wide(std::to_string(GetCurrentProcessId()) + " " +
+        root_ = QZTEXT("qzkernel test ") + wide(std::to_string(GetCurrentProcessId()) + " " +
                 ::testing::UnitTest::GetInstance()->current_test_info()->name());
     }
     void TearDown() override {
@@ -51,21 +45,10 @@ protected:
 // Points $XDG_CONFIG_HOME at a fresh folder for one test.
 class SettingsTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        folder_ = fs::temp_directory_path() /
-                  ("qz_settings_" + std::to_string(getpid()) + "_" +
-                   ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(folder_);
-        fs::create_directories(folder_);
-        home_.emplace("XDG_CONFIG_HOME", folder_.c_str());
-    }
-    void TearDown() override {
-        home_.reset();
-        fs::remove_all(folder_);
-    }
     WString product(LPCWSTR name) const { return name; }
-    fs::path folder_;
-    std::optional<qz::testing::ScopedEnvironment> home_;
+    qz::testing::TempDir dir_;
+    const fs::path folder_ = dir_.path();
+    qz::testing::ScopedEnvironment home_{"XDG_CONFIG_HOME", dir_.path().c_str()};
 #endif
     HQZMETRIC open(LPCWSTR name = QZTEXT("Test Product")) {
         HQZMETRIC store = nullptr;
@@ -81,11 +64,11 @@ protected:
         const bool is_text = qz::settings::get_text(store, name, &text) == S_OK;
         if (is_number == is_text) return is_number ? QZTEXT("both") : QZTEXT("-");
         WString shown(1, WCHAR(is_number ? '#' : '='));
-        return shown.append(is_number ? test_wide(std::to_string(number)) : text);
+        return shown.append(is_number ? wide(std::to_string(number)) : text);
     }
 };
 
-TEST_F(SettingsTest, ValuesSurviveReopeningByName) {
+TEST_F(SettingsTest, ValuesSurviveReopeningByNameAndBadArgumentsAreRefused) {
     const WString awkward = QZTEXT("Caf\u00e9 = \"x\"\nline two\\ \r end");
     const WString awkward_name = QZTEXT("a=b\nc\\");
     HQZMETRIC store = open();
@@ -117,6 +100,17 @@ TEST_F(SettingsTest, ValuesSurviveReopeningByName) {
     // A value changes kind when it is set as the other kind.
     EXPECT_EQ(qz::settings::set_text(store, QZTEXT("Count"), QZTEXT("many")), S_OK);
     EXPECT_EQ(get(store, QZTEXT("Count")), QZTEXT("=many"));
+    qz::settings::close(store);
+    // Bad arguments are refused.
+    store = reinterpret_cast<HQZMETRIC>(1);
+    EXPECT_EQ(qz::settings::open(QZTEXT(""), kVersion, QZTEXT("Kernel"), &store), E_INVALIDARG);
+    EXPECT_EQ(store, nullptr);
+    EXPECT_EQ(qz::settings::open(QZTEXT("P"), kVersion, nullptr, &store), E_INVALIDARG);
+    EXPECT_EQ(qz::settings::open(QZTEXT("P"), kVersion, QZTEXT("Kernel"), nullptr), E_POINTER);
+    DWORD number = 0;
+    EXPECT_EQ(qz::settings::get_number(nullptr, QZTEXT("Count"), &number), E_HANDLE);
+    store = open();
+    EXPECT_EQ(qz::settings::set_number(store, QZTEXT(""), 1), E_INVALIDARG);
     qz::settings::close(store);
 }
 
@@ -165,37 +159,18 @@ TEST_F(SettingsTest, SkipsLinesOfAnotherShape) {
     qz::settings::close(store);
 }
 
-// The file backend's own failures and names (POSIX).
-TEST_F(SettingsTest, AFailedWriteKeepsTheStoresView) {
-    HQZMETRIC store = open(QZTEXT("Blocked"));
+// The file backend's own names and failures (POSIX).
+TEST_F(SettingsTest, ProductNamesStayInsideTheFolderAndAFailedWriteKeepsTheView) {
+    HQZMETRIC store = open(QZTEXT("../a/b"));
     ASSERT_EQ(qz::settings::set_number(store, QZTEXT("Count"), 1), S_OK);
+    EXPECT_TRUE(fs::exists(folder_ / ".._a_b" / "10.0" / "Kernel.ini"));
     // The version folder becomes a file: the store cannot be written.
-    fs::remove_all(folder_ / "Blocked" / "10.0");
-    std::ofstream(folder_ / "Blocked" / "10.0") << "in the way";
+    fs::remove_all(folder_ / ".._a_b" / "10.0");
+    std::ofstream(folder_ / ".._a_b" / "10.0") << "in the way";
     EXPECT_EQ(qz::settings::set_number(store, QZTEXT("Count"), 2), QZE_FILE_CREATE);
     EXPECT_EQ(get(store, QZTEXT("Count")), QZTEXT("#1"));
     qz::settings::close(store);
 }
-
-TEST_F(SettingsTest, ProductNamesStayInsideTheConfigurationFolder) {
-    HQZMETRIC store = open(QZTEXT("../a/b"));
-    ASSERT_EQ(qz::settings::set_number(store, QZTEXT("Count"), 3), S_OK);
-    qz::settings::close(store);
-    EXPECT_TRUE(fs::exists(folder_ / ".._a_b" / "10.0" / "Kernel.ini"));
-}
 #endif
-
-TEST_F(SettingsTest, RejectsBadArguments) {
-    HQZMETRIC store = reinterpret_cast<HQZMETRIC>(1);
-    EXPECT_EQ(qz::settings::open(QZTEXT(""), kVersion, QZTEXT("Kernel"), &store), E_INVALIDARG);
-    EXPECT_EQ(store, nullptr);
-    EXPECT_EQ(qz::settings::open(QZTEXT("P"), kVersion, nullptr, &store), E_INVALIDARG);
-    EXPECT_EQ(qz::settings::open(QZTEXT("P"), kVersion, QZTEXT("Kernel"), nullptr), E_POINTER);
-    DWORD number = 0;
-    EXPECT_EQ(qz::settings::get_number(nullptr, QZTEXT("Count"), &number), E_HANDLE);
-    store = open();
-    EXPECT_EQ(qz::settings::set_number(store, QZTEXT(""), 1), E_INVALIDARG);
-    qz::settings::close(store);
-}
 
 }  // namespace

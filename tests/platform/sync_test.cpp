@@ -1,5 +1,6 @@
 // Critical sections, events and waits, interlocked operations, ticks.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <thread>
@@ -141,6 +142,7 @@ TEST(Interlocked, OperationsReturnTheWin32Values) {
     EXPECT_EQ(InterlockedCompareExchange(&value, 7, 0), -1);  // no match: unchanged
     EXPECT_EQ(InterlockedCompareExchange(&value, 7, -1), -1);
     EXPECT_EQ(value, 7);
+    EXPECT_EQ(GetCurrentProcessId(), DWORD(getpid()));  // the process's id is the system's
 }
 
 }  // namespace
