@@ -69,35 +69,17 @@ TEST(Riff64Headers, ReadsReportWhatFollowsAndTheFileHeaderIgnoresItsOwnRead) {
         make_tuple(0u, S_OK, 7u));
 }
 
-TEST(Riff64Write, WholeChunksStoreTheirDataAndStreamedOnesTheirPadding) {
-    TempFile f({});
+TEST(Riff64Write, WholeChunksStoreTheirDataStreamedOnesTheirPaddingAndWrappingSizesAreRefused) {
+    TempFile f(pattern(3));  // 3 bytes ahead, so no start is on the grid
     const HANDLE h = f.handle();
-    ULONGLONG written = 99;
+    f.seek(3);
+    ULONGLONG list_start = 0, start = 0, written = 99;
     ASSERT_EQ(riff64_WriteChunk(h, kFmt, "abcde", 5, &written), S_OK);
+    EXPECT_EQ(written, 32u);
     ASSERT_EQ(riff64_WriteChunkToFile(h, kData, "abcde", 5), S_OK);
     ASSERT_EQ(riff64_WriteFileID(h, kWave, 0x0102030405060708), S_OK);
     ASSERT_EQ(riff64_WriteListHeader(h, kInfo, 16), S_OK);
-    EXPECT_EQ(written, 32u);
-    // The GUIDs in their file order: a Wave64 name, then "riff" and "list".
-    const Bytes fmt_label = {0x66, 0x6D, 0x74, 0x20, 0xF3, 0xAC, 0xD3, 0x11,
-                             0x8C, 0xD1, 0x00, 0xC0, 0x4F, 0x8E, 0xDB, 0x8A};
-    const Bytes riff_label = {0x72, 0x69, 0x66, 0x66, 0x2E, 0x91, 0xCF, 0x11,
-                              0xA5, 0xD6, 0x28, 0xDB, 0x04, 0xC1, 0x00, 0x00};
-    const Bytes list_label = {0x6C, 0x69, 0x73, 0x74, 0x2F, 0x91, 0xCF, 0x11,
-                              0xA5, 0xD6, 0x28, 0xDB, 0x04, 0xC1, 0x00, 0x00};
-    const Bytes expected = fmt_label + Bytes{29, 0, 0, 0, 0, 0, 0, 0} + text("abcde") +
-                           Bytes{0, 0, 0} + guid(kData) + Bytes{32, 0, 0, 0, 0, 0, 0, 0} +
-                           text("abcde") + Bytes{0, 0, 0} + riff_label +
-                           Bytes{0x20, 7, 6, 5, 4, 3, 2, 1} + guid(kWave) +  // size + 24
-                           list_label + Bytes{40, 0, 0, 0, 0, 0, 0, 0} + guid(kInfo);
-    EXPECT_EQ(f.contents(), expected);
-}
-
-TEST(Riff64Write, StreamedListsCountHeaderTypeAndPaddingAndWrappingSizesAreRefused) {
-    TempFile f(pattern(3));
-    const HANDLE h = f.handle();
-    f.seek(3);
-    ULONGLONG list_start = 0, start = 0, written = 0;
+    // A streamed list: the data's own padding and then the chunk's, to 8 from its start.
     ASSERT_EQ(riff64_PrepareList(h, kInfo, &list_start), S_OK);
     ASSERT_EQ(riff64_PrepareChunk(h, kName, &start), S_OK);
     ASSERT_EQ(riff64_WriteToFile(h, "ab", 2), S_OK);
@@ -106,15 +88,25 @@ TEST(Riff64Write, StreamedListsCountHeaderTypeAndPaddingAndWrappingSizesAreRefus
     EXPECT_EQ(riff64_AmountWritten(h, start + 1000), 0u);
     ASSERT_EQ(riff64_CompleteChunk(h, start), S_OK);
     ASSERT_EQ(riff64_CompleteChunk(h, list_start), S_OK);
-    // The data's own padding and then the chunk's, to 8 from its start.
-    const Bytes streamed =
-        pattern(3) + list64(kInfo, chunk64(kName, text("abcdefgh") + Bytes(8, 0)));
-    EXPECT_EQ(f.contents(), streamed);
     ASSERT_EQ(riff64_WriteToFile(h, "xyz", 3), S_OK);
-    ASSERT_EQ(riff64_Pad(h, 2), S_OK);  // 84 bytes from offset 2: 4 more
-    EXPECT_EQ(f.position(), 90u);
+    ASSERT_EQ(riff64_Pad(h, 2), S_OK);  // 228 bytes from offset 2: 4 more
+    EXPECT_EQ(f.position(), 234u);
+    // The GUIDs in their file order: a Wave64 name, then "riff" and "list".
+    const Bytes fmt_label = {0x66, 0x6D, 0x74, 0x20, 0xF3, 0xAC, 0xD3, 0x11,
+                             0x8C, 0xD1, 0x00, 0xC0, 0x4F, 0x8E, 0xDB, 0x8A};
+    const Bytes riff_label = {0x72, 0x69, 0x66, 0x66, 0x2E, 0x91, 0xCF, 0x11,
+                              0xA5, 0xD6, 0x28, 0xDB, 0x04, 0xC1, 0x00, 0x00};
+    const Bytes list_label = {0x6C, 0x69, 0x73, 0x74, 0x2F, 0x91, 0xCF, 0x11,
+                              0xA5, 0xD6, 0x28, 0xDB, 0x04, 0xC1, 0x00, 0x00};
+    const Bytes expected = pattern(3) + fmt_label + Bytes{29, 0, 0, 0, 0, 0, 0, 0} +
+                           text("abcde") + Bytes{0, 0, 0} + guid(kData) +
+                           Bytes{32, 0, 0, 0, 0, 0, 0, 0} + text("abcde") + Bytes{0, 0, 0} +
+                           riff_label + Bytes{0x20, 7, 6, 5, 4, 3, 2, 1} + guid(kWave) +  // + 24
+                           list_label + Bytes{40, 0, 0, 0, 0, 0, 0, 0} + guid(kInfo) +
+                           list64(kInfo, chunk64(kName, text("abcdefgh") + Bytes(8, 0))) +
+                           text("xyz") + Bytes(4, 0);
     const HRESULT refused[] = {
-        riff64_CompleteChunk(h, 91),
+        riff64_CompleteChunk(h, 235),
         riff64_WriteChunkHeader(h, kFmt, ~0ull - 23),
         riff64_WriteFileID(h, kWave, ~0ull - 10),
         riff64_SetRIFFSize(h, ~0ull),
@@ -126,7 +118,7 @@ TEST(Riff64Write, StreamedListsCountHeaderTypeAndPaddingAndWrappingSizesAreRefus
         riff64_PrepareChunk(h, kFmt, nullptr),
     };
     for (HRESULT hr : refused) EXPECT_EQ(hr, E_INVALIDARG);
-    EXPECT_EQ(f.contents(), streamed + text("xyz") + Bytes(4, 0));
+    EXPECT_EQ(f.contents(), expected);
     EXPECT_EQ(riff64_WriteData(h, nullptr, 0, &written), S_OK);
     EXPECT_EQ(riff64_WriteChunkHeader(h, kFmt, ~0ull - 24), S_OK);  // just fits
 }
@@ -185,24 +177,6 @@ TEST(Riff64Size, SkipsRiseToTheGridAndSizeUpdatesRefuseToWrap) {
     EXPECT_EQ(cut.position(), 3u);
 }
 
-namespace {
-
-enum Op { Find, InRiff, List, FromStart, Count, Seek };
-
-HRESULT walk(Op op, HANDLE h, const GUID& label, DWORD index, ULONGLONG* size, LONGLONG* left) {
-    DWORD count = 0;
-    const HRESULT hr = op == Find        ? riff64_FindChunkHeader(h, label, size, left)
-                       : op == InRiff    ? riff64_FindChunkHeaderInRIFF(h, label, size, left)
-                       : op == List      ? riff64_FindListChunk(h, label, size, left)
-                       : op == FromStart ? riff64_FindListChunkFromStart(h, label, size)
-                       : op == Count     ? riff64_GetNumListEntries(h, &count, left)
-                                         : riff64_SeekListEntry(h, index, left);
-    if (op == Count) *size = count;
-    return hr;
-}
-
-}  // namespace
-
 TEST(Riff64Walk, BudgetsGoNegativeAndHostileSizesNeitherLoopNorWrap) {
     const GUID a = w64("a   "), b = w64("b   "), c = w64("c   ");
     // Entries of 32, 24, 40 and 32 bytes.
@@ -219,6 +193,9 @@ TEST(Riff64Walk, BudgetsGoNegativeAndHostileSizesNeitherLoopNorWrap) {
     const Bytes lists = list64(a, chunk64(b, pattern(1))) + list64(kInfo, chunk64(b, {}));
     const Bytes short_list = header64(w64("list"), 32) + pattern(8) + list64(kInfo, {});
     const Bytes info = list64(kInfo, {});
+    enum Op { Find, InRiff, List, FromStart, Count, Seek };
+    // The call, the file and the position, the label or index, the budget;
+    // the result, the size (the count for Count), the budget after, the position.
     struct Case {
         const char* name;
         Op op;
@@ -228,7 +205,7 @@ TEST(Riff64Walk, BudgetsGoNegativeAndHostileSizesNeitherLoopNorWrap) {
         DWORD index;
         LONGLONG budget;
         HRESULT expected;
-        ULONGLONG size;  // the count for Count
+        ULONGLONG size;
         LONGLONG left;
         uint64_t position;
     } cases[] = {
@@ -254,12 +231,18 @@ TEST(Riff64Walk, BudgetsGoNegativeAndHostileSizesNeitherLoopNorWrap) {
     for (const Case& c : cases) {
         TempFile f(c.bytes);
         f.seek(c.start);
+        const HANDLE h = f.handle();
         ULONGLONG size = kNone;
-        LONGLONG left = c.budget;
-        EXPECT_EQ(walk(c.op, f.handle(), c.label, c.index, &size,
-                       c.budget == LONGLONG(kNone) ? nullptr : &left),
-                  c.expected)
-            << c.name;
+        DWORD count = 0;
+        LONGLONG left = c.budget, *budget = c.budget == LONGLONG(kNone) ? nullptr : &left;
+        const HRESULT hr = c.op == Find        ? riff64_FindChunkHeader(h, c.label, &size, budget)
+                           : c.op == InRiff    ? riff64_FindChunkHeaderInRIFF(h, c.label, &size, budget)
+                           : c.op == List      ? riff64_FindListChunk(h, c.label, &size, budget)
+                           : c.op == FromStart ? riff64_FindListChunkFromStart(h, c.label, &size)
+                           : c.op == Count     ? riff64_GetNumListEntries(h, &count, budget)
+                                               : riff64_SeekListEntry(h, c.index, budget);
+        if (c.op == Count) size = count;
+        EXPECT_EQ(hr, c.expected) << c.name;
         EXPECT_EQ(make_tuple(size, left, f.position()), make_tuple(c.size, c.left, c.position))
             << c.name;
     }
@@ -267,7 +250,6 @@ TEST(Riff64Walk, BudgetsGoNegativeAndHostileSizesNeitherLoopNorWrap) {
 }
 
 TEST(Riff64Delete, SpansMoveTheTailAndLowerTheSizeOrChangeNothing) {
-    const Bytes rest = chunk64(kData, pattern(9000, 7));  // more than two blocks
     // A last chunk that lacks its padding, as sox leaves it; the size covers it.
     const Bytes unpadded = header64(w64("riff"), 110) + guid(kWave) + chunk64(kFmt, pattern(16)) +
                            header64(kData, 30) + pattern(6);
@@ -281,7 +263,6 @@ TEST(Riff64Delete, SpansMoveTheTailAndLowerTheSizeOrChangeNothing) {
          riff64(kWave, chunk64(kFmt, pattern(16)) + list64(kInfo, chunk64(kName, text("tone"))) +
                            chunk64(kData, pattern(6))),
          32},
-        {riff64(kWave, chunk64(kJunk, pattern(5)) + rest), kJunk, S_OK, riff64(kWave, rest), 32},
         {unpadded, kData, S_OK, riff64(kWave, chunk64(kFmt, pattern(16))), 30},
         {kFile, kName, QZE_NOT_FOUND, kFile, 0},  // only the top level is searched
         {past_file, kData, QZE_CORRUPT_OR_UNKNOWN, past_file, 0},
@@ -304,12 +285,9 @@ TEST(Riff64Faults, WritersReadersAndDeletionReportTheFailingStep) {
     const Bytes file = riff64(kWave, chunk64(kJunk, pattern(5)) + chunk64(kData, pattern(5000)));
     const Bytes moved = riff64(kWave, chunk64(kData, pattern(5000)));
     const FaultCase cases[] = {
-        {"ReadDataAlloc", kFile, 104,
-         [](HANDLE h) {
-             return read_alloc_checked(
-                 [h](QZRIFFDATA* data) { return riff64_ReadDataAlloc(h, data); }, pattern(5));
-         },
-         "R-R-M", unchanged},
+        {"ReadDataAlloc", kFile, 104, [](HANDLE h) {
+             return read_alloc_checked([h](QZRIFFDATA* d) { return riff64_ReadDataAlloc(h, d); },
+                                       pattern(5)); }, "R-R-M", unchanged},
         {"WriteChunk", Bytes{}, 0,
          [](HANDLE h) {
              ULONGLONG written = 1;
