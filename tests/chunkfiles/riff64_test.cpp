@@ -32,10 +32,8 @@ TEST(Riff64Headers, ReadsReportWhatFollowsAndTheFileHeaderIgnoresItsOwnRead) {
     // it), 'f' file header (form type, budget); the position after.
     const std::tuple<char, Bytes, HRESULT, GUID, ULONGLONG, uint64_t> cases[] = {
         {'c', chunk64(kFmt, pattern(5)), S_OK, kFmt, 5, 24},
-        {'l', list64(kInfo, chunk64(kName, text("ab"))), S_OK, kInfo, 32, 40},
         {'l', header64(w64("list"), 32) + guid(kInfo), S_OK, kInfo, 0,
          40},  // shorter than its type
-        {'f', riff64(kWave, pattern(16)), S_OK, kWave, 16, 40},
         // The budget is reported before the label is judged, and a header
         // cut short counts as an empty one with no label.
         {'f', header64(kJunk, 56) + guid(kWave), QZE_NO_RIFF_HEADER, kUnset, 16, 24},
@@ -57,11 +55,9 @@ TEST(Riff64Headers, ReadsReportWhatFollowsAndTheFileHeaderIgnoresItsOwnRead) {
         EXPECT_EQ(make_tuple(n, f.position()), make_tuple(size, position)) << op;
     }
     // Bit 3 of the high word refuses, its top bit does not.
-    const std::pair<ULONGLONG, HRESULT> sizes[] = {{12, QZE_MISALIGNED_CHUNK},
-                                                   {0, QZE_ZERO_LENGTH_CHUNK},
-                                                   {16, S_OK},
-                                                   {1ull << 35, QZE_MISALIGNED_CHUNK},
-                                                   {1ull << 63, S_OK}};
+    const std::pair<ULONGLONG, HRESULT> sizes[] = {
+        {12, QZE_MISALIGNED_CHUNK}, {0, QZE_ZERO_LENGTH_CHUNK}, {16, S_OK},
+        {1ull << 35, QZE_MISALIGNED_CHUNK}, {1ull << 63, S_OK}};
     for (const auto& [size, hr] : sizes) EXPECT_EQ(riff64_ValidateChunkHeader(kFmt, size), hr);
     DWORD code = 7;
     EXPECT_EQ(
@@ -189,8 +185,7 @@ TEST(Riff64Walk, BudgetsGoNegativeAndHostileSizesNeitherLoopNorWrap) {
     const Bytes huge = header64(a, ~0ull) + pattern(8);           // past any file offset
     const Bytes distant = header64(a, (1ull << 40) + 24) + pattern(8);
     const Bytes big = chunk64(a, pattern(40)) + chunk64(kData, pattern(2));
-    // Lists of 72 and 64 bytes; a damaged one of size 32 ends where the next begins.
-    const Bytes lists = list64(a, chunk64(b, pattern(1))) + list64(kInfo, chunk64(b, {}));
+    // A damaged list of size 32 ends where the next begins.
     const Bytes short_list = header64(w64("list"), 32) + pattern(8) + list64(kInfo, {});
     const Bytes info = list64(kInfo, {});
     enum Op { Find, InRiff, List, FromStart, Count, Seek };
@@ -209,10 +204,7 @@ TEST(Riff64Walk, BudgetsGoNegativeAndHostileSizesNeitherLoopNorWrap) {
         LONGLONG left;
         uint64_t position;
     } cases[] = {
-        {"found keeps its body", Find, kFile, 40, kData, 0, 176, S_OK, 6, 8, 208},
-        {"budget below a header", Find, kFile, 40, kFmt, 0, 23, QZE_NOT_FOUND, kNone, 23, 40},
         {"negative budget", Find, kFile, 40, kFmt, 0, -5, QZE_NOT_FOUND, kNone, -5, 40},
-        {"a header's worth", Find, entries, 32, b, 0, 24, S_OK, 0, 0, 56},
         {"both size conventions", Find, both, 0, c, 0, 96, S_OK, 2, 8, 88},
         {"below 24 is empty", Find, empty, 0, b, 0, kNone, S_OK, 1, kNone, 48},
         {"huge: budget left alone", Find, huge, 0, b, 0, 1000, QZE_FILE_READ, kNone, 1000, 24},
@@ -220,7 +212,6 @@ TEST(Riff64Walk, BudgetsGoNegativeAndHostileSizesNeitherLoopNorWrap) {
          (1ull << 40) + 24},
         {"past the budget", Find, big, 0, kData, 0, 50, QZE_NOT_FOUND, kNone, -14, 64},
         {"in riff: rewinds", InRiff, kFile, 30, kJunk, 0, 0, S_OK, 5, 112, 104},
-        {"list: skips other types", List, lists, 0, kInfo, 0, 136, S_OK, 24, 24, 112},
         {"list: 8 left reads the type", List, info, 0, kInfo, 0, 32, S_OK, 0, -8, 40},
         {"list: 7 left does not", List, info, 0, kInfo, 0, 31, QZE_NOT_FOUND, kNone, 7, 24},
         {"list: shorter than its type", List, short_list, 0, kInfo, 0, 72, S_OK, 0, 0, 72},
