@@ -66,9 +66,10 @@ void walk_one_stream(const typename Layout::Id& first, const typename Layout::Id
     put_chunk<Layout>(s, first, 5);
     const uint64_t inner = Layout::header_bytes + aligned<Layout>(3);
     const uint64_t list_header = Layout::size_counts_header ? Layout::header_bytes : 0;
-    ASSERT_EQ(write_chunk_header<Layout>(s, Layout::list_id,
-                                         typename Layout::Size(list_header + Layout::type_bytes + inner)),
-              S_OK);
+    ASSERT_EQ(
+        write_chunk_header<Layout>(s, Layout::list_id,
+                                   typename Layout::Size(list_header + Layout::type_bytes + inner)),
+        S_OK);
     ASSERT_TRUE(write_id<Layout>(s, type));
     put_chunk<Layout>(s, first, 3);
     put_chunk<Layout>(s, last, 1);

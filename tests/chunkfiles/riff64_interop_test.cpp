@@ -129,7 +129,8 @@ TEST(Riff64Interop, ToolsReadWhatTheWritersWriteAndWhatDeletionLeaves) {
         EXPECT_EQ(chunks.find("junk") != std::string::npos, removed == 0);
         EXPECT_TRUE(!have_ffmpeg() ||
                     run_tool("ffprobe -v error -show_entries stream=codec_name,sample_rate,"
-                             "channels,duration_ts -of default=nw=1 " + quoted(path)) ==
+                             "channels,duration_ts -of default=nw=1 " +
+                             quoted(path)) ==
                         "codec_name=pcm_s16le\nsample_rate=44100\nchannels=2\nduration_ts=4410\n");
         // The samples come back out of sox exactly as written (sox -s, above, counts 4410).
         ASSERT_EQ(system(("sox " + quoted(path) + " -t raw " + quoted(path + ".raw")).c_str()), 0);

@@ -55,9 +55,11 @@ TEST(Riff64Headers, ReadsReportWhatFollowsAndTheFileHeaderIgnoresItsOwnRead) {
         EXPECT_EQ(make_tuple(n, f.position()), make_tuple(size, position)) << op;
     }
     // Bit 3 of the high word refuses, its top bit does not.
-    const std::pair<ULONGLONG, HRESULT> sizes[] = {
-        {12, QZE_MISALIGNED_CHUNK}, {0, QZE_ZERO_LENGTH_CHUNK}, {16, S_OK},
-        {1ull << 35, QZE_MISALIGNED_CHUNK}, {1ull << 63, S_OK}};
+    const std::pair<ULONGLONG, HRESULT> sizes[] = {{12, QZE_MISALIGNED_CHUNK},
+                                                   {0, QZE_ZERO_LENGTH_CHUNK},
+                                                   {16, S_OK},
+                                                   {1ull << 35, QZE_MISALIGNED_CHUNK},
+                                                   {1ull << 63, S_OK}};
     for (const auto& [size, hr] : sizes) EXPECT_EQ(riff64_ValidateChunkHeader(kFmt, size), hr);
     DWORD code = 7;
     EXPECT_EQ(
@@ -94,13 +96,12 @@ TEST(Riff64Write, WholeChunksStoreTheirDataStreamedOnesTheirPaddingAndWrappingSi
                               0xA5, 0xD6, 0x28, 0xDB, 0x04, 0xC1, 0x00, 0x00};
     const Bytes list_label = {0x6C, 0x69, 0x73, 0x74, 0x2F, 0x91, 0xCF, 0x11,
                               0xA5, 0xD6, 0x28, 0xDB, 0x04, 0xC1, 0x00, 0x00};
-    const Bytes expected = pattern(3) + fmt_label + Bytes{29, 0, 0, 0, 0, 0, 0, 0} +
-                           text("abcde") + Bytes{0, 0, 0} + guid(kData) +
-                           Bytes{32, 0, 0, 0, 0, 0, 0, 0} + text("abcde") + Bytes{0, 0, 0} +
-                           riff_label + Bytes{0x20, 7, 6, 5, 4, 3, 2, 1} + guid(kWave) +  // + 24
-                           list_label + Bytes{40, 0, 0, 0, 0, 0, 0, 0} + guid(kInfo) +
-                           list64(kInfo, chunk64(kName, text("abcdefgh") + Bytes(8, 0))) +
-                           text("xyz") + Bytes(4, 0);
+    const Bytes expected =
+        pattern(3) + fmt_label + Bytes{29, 0, 0, 0, 0, 0, 0, 0} + text("abcde") + Bytes{0, 0, 0} +
+        guid(kData) + Bytes{32, 0, 0, 0, 0, 0, 0, 0} + text("abcde") + Bytes{0, 0, 0} + riff_label +
+        Bytes{0x20, 7, 6, 5, 4, 3, 2, 1} + guid(kWave) +  // + 24
+        list_label + Bytes{40, 0, 0, 0, 0, 0, 0, 0} + guid(kInfo) +
+        list64(kInfo, chunk64(kName, text("abcdefgh") + Bytes(8, 0))) + text("xyz") + Bytes(4, 0);
     const HRESULT refused[] = {
         riff64_CompleteChunk(h, 235),
         riff64_WriteChunkHeader(h, kFmt, ~0ull - 23),
@@ -226,8 +227,9 @@ TEST(Riff64Walk, BudgetsGoNegativeAndHostileSizesNeitherLoopNorWrap) {
         ULONGLONG size = kNone;
         DWORD count = 0;
         LONGLONG left = c.budget, *budget = c.budget == LONGLONG(kNone) ? nullptr : &left;
-        const HRESULT hr = c.op == Find        ? riff64_FindChunkHeader(h, c.label, &size, budget)
-                           : c.op == InRiff    ? riff64_FindChunkHeaderInRIFF(h, c.label, &size, budget)
+        const HRESULT hr = c.op == Find ? riff64_FindChunkHeader(h, c.label, &size, budget)
+                           : c.op == InRiff
+                               ? riff64_FindChunkHeaderInRIFF(h, c.label, &size, budget)
                            : c.op == List      ? riff64_FindListChunk(h, c.label, &size, budget)
                            : c.op == FromStart ? riff64_FindListChunkFromStart(h, c.label, &size)
                            : c.op == Count     ? riff64_GetNumListEntries(h, &count, budget)
@@ -276,9 +278,12 @@ TEST(Riff64Faults, WritersReadersAndDeletionReportTheFailingStep) {
     const Bytes file = riff64(kWave, chunk64(kJunk, pattern(5)) + chunk64(kData, pattern(5000)));
     const Bytes moved = riff64(kWave, chunk64(kData, pattern(5000)));
     const FaultCase cases[] = {
-        {"ReadDataAlloc", kFile, 104, [](HANDLE h) {
+        {"ReadDataAlloc", kFile, 104,
+         [](HANDLE h) {
              return read_alloc_checked([h](QZRIFFDATA* d) { return riff64_ReadDataAlloc(h, d); },
-                                       pattern(5)); }, "R-R-M", unchanged},
+                                       pattern(5));
+         },
+         "R-R-M", unchanged},
         {"WriteChunk", Bytes{}, 0,
          [](HANDLE h) {
              ULONGLONG written = 1;
