@@ -73,6 +73,16 @@ inline constexpr DWORD kListTypeBytes = RiffLayout::type_bytes;
 /* "RIFF", size, form type. */
 inline constexpr DWORD kFileHeaderBytes = RiffLayout::header_bytes + RiffLayout::type_bytes;
 
+/* One RIFF 32-bit field (an id, a type or a size) to a sink or from a source. */
+template <class Sink>
+bool write_word(Sink& sink, DWORD value) {
+    return write_id<RiffLayout>(sink, value);
+}
+template <class Source>
+bool read_word(Source& source, DWORD* value) {
+    return read_id<RiffLayout>(source, value);
+}
+
 /* A RIFF body's length on disk: odd sizes carry one pad byte. */
 constexpr uint64_t padded(DWORD size) {
     return aligned<RiffLayout>(size);

@@ -26,6 +26,7 @@ using chunks::kFileHeaderBytes;
 using chunks::kFmtId;
 using chunks::kListId;
 using chunks::kRiffId;
+using chunks::write_word;
 inline constexpr DWORD kInfoList = base::fourcc("INFO");
 inline constexpr DWORD kWaveForm = base::fourcc("WAVE");
 inline constexpr DWORD kDataId = base::fourcc("data");
@@ -81,11 +82,6 @@ private:
 };
 
 static_assert(chunks::ChunkSource<MemorySource>);
-
-/* One little-endian 32-bit field written as far as it fits: an id, a type or a size. */
-inline bool write_word(MemorySource& image, DWORD value) {
-    return chunks::write_id<chunks::RiffLayout>(image, value);
-}
 
 /* A cursor over `size` bytes at `base`, for reading; position at the base. */
 _tMRIFF read_cursor(LPCVOID base, DWORD size);

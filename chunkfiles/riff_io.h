@@ -17,18 +17,12 @@ using chunks::kFileHeaderBytes;
 using chunks::kFmtId;
 using chunks::kListId;
 using chunks::kRiffId;
+using chunks::read_word;
 using chunks::RiffLayout;
+using chunks::write_word;
 inline constexpr DWORD kCddaForm = base::fourcc("CDDA");
 /* The RIFF size field sits after the id. */
 inline constexpr DWORD kRiffSizeOffset = 4;
-
-/* One little-endian 32-bit field: an id, a type or a size. */
-inline bool write_word(FileSource& file, DWORD value) {
-    return chunks::write_id<RiffLayout>(file, value);
-}
-inline bool read_word(FileSource& file, DWORD* value) {
-    return chunks::read_id<RiffLayout>(file, value);
-}
 
 /* A chunk header: the id, then the size, as two 4-byte writes. */
 inline HRESULT write_chunk_header(FileSource& file, DWORD id, DWORD size) {
