@@ -32,7 +32,8 @@ std::map<std::string, unsigned long> sndfile_info(const std::string& path) {
 }  // namespace
 
 TEST(MriffInterop, FilesFromSoxAndLibsndfileReadAsTheToolsReportThem) {
-    if (!have_tools("sox sndfile-info sndfile-convert")) GTEST_SKIP() << "needs sox, sndfile-info and sndfile-convert";
+    if (!have_tools("sox sndfile-info sndfile-convert"))
+        GTEST_SKIP() << "needs sox, sndfile-info and sndfile-convert";
     TempDir dir;
     const std::string src = dir.file("source.wav"), path = dir.file("made.wav");
     ASSERT_EQ(system(("sox -n -r 44100 -c 1 -b 16 " + quoted(src) + " synth 0.1 sine 440").c_str()),
@@ -75,7 +76,8 @@ TEST(MriffInterop, FilesFromSoxAndLibsndfileReadAsTheToolsReportThem) {
 }
 
 TEST(MriffInterop, HeadersWrittenHereAreReadBySox) {
-    if (!have_tools("sox sndfile-info sndfile-convert")) GTEST_SKIP() << "needs sox, sndfile-info and sndfile-convert";
+    if (!have_tools("sox sndfile-info sndfile-convert"))
+        GTEST_SKIP() << "needs sox, sndfile-info and sndfile-convert";
     TempDir dir;
     // An odd frame count, so 8-bit mono data needs its pad; floats stay silent.
     const DWORD frames = 1001;

@@ -4,10 +4,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <sstream>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <stdexcept>
 
 #include <gtest/gtest.h>
