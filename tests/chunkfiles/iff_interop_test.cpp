@@ -8,8 +8,7 @@
 using namespace qz::testing;
 
 TEST(IffInterop, FormatsSamplesAndMarkersOfToolFilesAreWhatTheToolsRead) {
-    if (system("{ command -v sox && command -v sndfile-convert; } >/dev/null 2>&1") != 0)
-        GTEST_SKIP() << "needs sox and sndfile-convert";
+    if (!have_tools("sox sndfile-convert")) GTEST_SKIP() << "needs sox and sndfile-convert";
     // Python 3.13 dropped aifc: without it, the file with markers is left out.
     const bool aifc = system("python3 -W ignore -c 'import aifc' >/dev/null 2>&1") == 0;
     TempDir dir;

@@ -2,7 +2,6 @@
 // files they read.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <regex>
 #include <sstream>
 
@@ -13,24 +12,11 @@ using namespace qz::testing;
 
 namespace {
 
-bool tools_missing() {
-    return system("{ command -v sox && command -v sndfile-info; } >/dev/null 2>&1") != 0;
-}
-bool have_ffmpeg() {
-    return system("{ command -v ffmpeg && command -v ffprobe; } >/dev/null 2>&1") == 0;
-}
-
-HANDLE open(const std::string& path, DWORD access = GENERIC_READ,
-            DWORD disposition = OPEN_EXISTING) {
-    return CreateFileW(wide(path).c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                       disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
-}
-
 // The top level as "name : size" lines (the label's first four characters,
 // the stored size raised to a multiple of 8), then the format's rate,
 // channels, bits and frames.
 std::string walk(const std::string& path) {
-    const HANDLE h = open(path);
+    const HANDLE h = open_path(path);
     LONGLONG remaining = 0, copy = 0;
     GUID label{};
     ULONGLONG size = 0;
@@ -75,7 +61,7 @@ std::string tools_view(const std::string& path) {
 }  // namespace
 
 TEST(Riff64Interop, WalksWave64FilesThatSoxLibsndfileAndFfmpegWrite) {
-    if (tools_missing()) GTEST_SKIP() << "needs sox and sndfile-info";
+    if (!have_tools("sox sndfile-info")) GTEST_SKIP() << "needs sox and sndfile-info";
     TempDir dir;
     const std::string src = dir.file("tone.wav");
     ASSERT_EQ(system(("sox -n -r 8000 -c 2 -b 16 " + quoted(src) + " synth 0.05 sine 440").c_str()),
@@ -85,7 +71,7 @@ TEST(Riff64Interop, WalksWave64FilesThatSoxLibsndfileAndFfmpegWrite) {
                                          "sox -n -r 8000 -c 1 -b 24 -t w64 OUT synth 83s sine 440",
                                          "sndfile-convert -pcm24 SRC OUT",
                                          "sndfile-convert -float32 SRC OUT"};
-    if (have_ffmpeg())
+    if (have_tools("ffmpeg ffprobe"))
         for (const char* codec : {"pcm_s16le", "pcm_s24le", "pcm_f32le"})
             commands.push_back(std::string("ffmpeg -v error -i SRC -c:a ") + codec + " -f w64 OUT");
     for (std::string command : commands) {
@@ -98,20 +84,16 @@ TEST(Riff64Interop, WalksWave64FilesThatSoxLibsndfileAndFfmpegWrite) {
 }
 
 TEST(Riff64Interop, ToolsReadWhatTheWritersWriteAndWhatDeletionLeaves) {
-    if (tools_missing()) GTEST_SKIP() << "needs sox and sndfile-info";
+    if (!have_tools("sox sndfile-info")) GTEST_SKIP() << "needs sox and sndfile-info";
     TempDir dir;
     const std::string path = dir.file("written.w64");
     // A provisional size, "fmt " and an odd "junk" written whole, "data"
     // streamed in two pieces, then the real size.
-    Bytes samples;  // a 440 Hz tone, 16-bit stereo at 44100 Hz
-    for (int i = 0; i < 4410; ++i) {
-        const auto v = uint16_t(std::lround(12000 * std::sin(2 * 3.14159265 * 440 * i / 44100)));
-        samples = samples + Bytes{uint8_t(v), uint8_t(v >> 8), uint8_t(v), uint8_t(v >> 8)};
-    }
+    const Bytes samples = tone_samples();
     const WAVEFORMATEX wfx = {WAVE_FORMAT_PCM, 2, 44100, 0, 0, 16, 0};
     BYTE fmt[qz::wave::kWfxBytes];
     const DWORD fmt_size = qz::wave::encode_format_body(wfx, fmt);
-    const HANDLE h = open(path, GENERIC_READ | GENERIC_WRITE, CREATE_ALWAYS);
+    const HANDLE h = open_path(path, GENERIC_READ | GENERIC_WRITE, CREATE_ALWAYS);
     ULONGLONG start = 0, end = 0, removed = 0;
     ASSERT_EQ(riff64_WriteFileID(h, w64("wave"), 0), S_OK);
     ASSERT_EQ(riff64_WriteChunk(h, w64("fmt "), fmt, fmt_size, nullptr), S_OK);
@@ -127,14 +109,13 @@ TEST(Riff64Interop, ToolsReadWhatTheWritersWriteAndWhatDeletionLeaves) {
         const std::string chunks = walk(path);
         EXPECT_EQ(chunks, tools_view(path));
         EXPECT_EQ(chunks.find("junk") != std::string::npos, removed == 0);
-        EXPECT_TRUE(!have_ffmpeg() ||
+        EXPECT_TRUE(!have_tools("ffmpeg ffprobe") ||
                     run_tool("ffprobe -v error -show_entries stream=codec_name,sample_rate,"
                              "channels,duration_ts -of default=nw=1 " +
                              quoted(path)) ==
                         "codec_name=pcm_s16le\nsample_rate=44100\nchannels=2\nduration_ts=4410\n");
         // The samples come back out of sox exactly as written (sox -s, above, counts 4410).
-        ASSERT_EQ(system(("sox " + quoted(path) + " -t raw " + quoted(path + ".raw")).c_str()), 0);
-        EXPECT_EQ(read_file(path + ".raw"), samples);
+        EXPECT_EQ(sox_raw(path), samples);
         if (removed == 0) {
             ASSERT_EQ(riff64_DeleteChunk(h, w64("junk"), &removed), S_OK);
         }

@@ -60,15 +60,9 @@ TEST(RiffDelete, RefusalsChangeNothing) {
     }
 }
 
-TEST(RiffDelete, TailsAroundTheBlockSizeMoveWholeAndAMissingLastPadIsNotAsked) {
-    // The tail moves in 4096-byte blocks until one comes back short.
-    for (size_t tail : {size_t(0), size_t(4096 - 8), size_t(4096), size_t(10001)}) {
-        const Bytes rest = chunk("data", pattern(tail, 7));
-        TempFile f(riff("WAVE", chunk("junk", pattern(11)) + rest));
-        ASSERT_EQ(riff_DeleteChunk(f.handle(), cc("junk"), nullptr, FALSE), S_OK) << tail;
-        EXPECT_EQ(f.contents(), riff("WAVE", rest)) << tail;
-    }
-    // Some writers leave out the pad byte after an odd last chunk.
+TEST(RiffDelete, AMissingLastPadIsNotAsked) {
+    // Some writers leave out the pad byte after an odd last chunk; the tail
+    // move in blocks is the shared one (iff_test).
     const Bytes kept = chunk("fmt ", pattern(4));
     TempFile f(header("RIFF", 4 + 12 + 13) + text("WAVE") + kept + header("data", 5) + pattern(5));
     DWORD removed = 0;

@@ -1,7 +1,6 @@
 // riff_* against sox and libsndfile: files they write, and files they read.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -12,20 +11,11 @@ using namespace qz::testing;
 
 namespace {
 
-bool tools_missing() {
-    return system("{ command -v sox && command -v sndfile-info; } >/dev/null 2>&1") != 0;
-}
-
-HANDLE open(const std::string& path, DWORD access, DWORD disposition = OPEN_EXISTING) {
-    return CreateFileW(wide(path).c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                       disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
-}
-
 // The top level as "ID : size" lines, a LIST followed by its type: as the
 // library walks it with the budget of the header, and as sndfile-info prints it.
 std::string walk(const std::string& path) {
     std::string out;
-    const HANDLE h = open(path, GENERIC_READ);
+    const HANDLE h = open_path(path);
     DWORD remaining = 0, form = 0, count = 0, id = 0, size = 0, type = 0;
     EXPECT_EQ(riff_ReadFileID(h, &remaining, &form), S_OK) << path;
     DWORD copy = remaining;
@@ -65,7 +55,7 @@ std::string sndfile_chunks(const std::string& path) {
 }  // namespace
 
 TEST(RiffInterop, WalksFilesThatSoxAndLibsndfileWrite) {
-    if (tools_missing()) GTEST_SKIP() << "needs sox and sndfile-info";
+    if (!have_tools("sox sndfile-info")) GTEST_SKIP() << "needs sox and sndfile-info";
     TempDir dir;
     const std::string tone = dir.file("tone.wav"), info = dir.file("info.wav");
     // sox writes a bare tone; libsndfile's metadata tool adds a LIST "INFO" to it.
@@ -85,17 +75,6 @@ TEST(RiffInterop, WalksFilesThatSoxAndLibsndfileWrite) {
 
 namespace {
 
-constexpr DWORD kRate = 44100, kFrames = 4410;
-
-Bytes samples() {  // a 440 Hz tone, 16-bit stereo
-    Bytes out;
-    for (DWORD i = 0; i < kFrames; ++i) {
-        const auto v = uint16_t(std::lround(12000 * std::sin(2 * 3.14159265 * 440 * i / kRate)));
-        out = out + Bytes{uint8_t(v), uint8_t(v >> 8), uint8_t(v), uint8_t(v >> 8)};
-    }
-    return out;
-}
-
 void expect_tools_read_the_tone(const std::string& path, bool with_info) {
     const std::pair<const char*, std::string> fields[] = {
         {"-r", "44100"}, {"-c", "2"}, {"-b", "16"}, {"-s", "4410"}, {"-e", "Signed Integer PCM"}};
@@ -105,23 +84,20 @@ void expect_tools_read_the_tone(const std::string& path, bool with_info) {
     EXPECT_NE(info.find("Frames      : 4410\n"), std::string::npos) << info;
     EXPECT_EQ(info.find("INAM : Demo tone") != std::string::npos, with_info) << info;
     EXPECT_EQ(walk(path), sndfile_chunks(path));
-    // The samples come back out of sox exactly as written.
-    const std::string raw = path + ".raw";
-    ASSERT_EQ(system(("sox " + quoted(path) + " -t raw " + quoted(raw)).c_str()), 0);
-    EXPECT_EQ(read_file(raw), samples());
+    EXPECT_EQ(sox_raw(path), tone_samples());  // the samples as written
 }
 
 }  // namespace
 
 TEST(RiffInterop, ToolsReadWhatTheWritersWriteAndWhatDeletionLeaves) {
-    if (tools_missing()) GTEST_SKIP() << "needs sox and sndfile-info";
+    if (!have_tools("sox sndfile-info")) GTEST_SKIP() << "needs sox and sndfile-info";
     TempDir dir;
     const std::string path = dir.file("written.wav");
     // A provisional size, "fmt ", "data", a LIST "INFO" of three strings
     // (10 bytes with the terminator, 8, 9 padded), then the real size.
-    const HANDLE h = open(path, GENERIC_READ | GENERIC_WRITE, CREATE_ALWAYS);
-    const Bytes fmt = Bytes{1, 0, 2, 0} + le32(kRate) + le32(kRate * 4) + Bytes{4, 0, 16, 0};
-    const Bytes data = samples();
+    const HANDLE h = open_path(path, GENERIC_READ | GENERIC_WRITE, CREATE_ALWAYS);
+    const Bytes fmt = Bytes{1, 0, 2, 0} + le32(44100) + le32(44100 * 4) + Bytes{4, 0, 16, 0};
+    const Bytes data = tone_samples();
     ASSERT_EQ(riff_WriteFileID(h, cc("WAVE"), 0), S_OK);
     ASSERT_EQ(riff_WriteChunk(h, cc("fmt "), fmt.data(), DWORD(fmt.size()), nullptr), S_OK);
     ASSERT_EQ(riff_WriteChunk(h, cc("data"), data.data(), DWORD(data.size()), nullptr), S_OK);

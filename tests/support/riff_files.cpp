@@ -3,9 +3,11 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <stdexcept>
 
 #include <gtest/gtest.h>
@@ -146,6 +148,33 @@ std::string sox_info(const char* flag, const std::string& path) {
     std::string out = run_tool(std::string("sox --i ") + flag + " " + quoted(path) + " 2>/dev/null");
     while (!out.empty() && (out.back() == '\n' || out.back() == '\r' || out.back() == ' ')) out.pop_back();
     return out;
+}
+
+bool have_tools(const std::string& names) {
+    std::istringstream in(names);
+    std::string command;
+    for (std::string name; in >> name;) command += "command -v " + name + " && ";
+    return system(("{ " + command + "true; } >/dev/null 2>&1").c_str()) == 0;
+}
+
+HANDLE open_path(const std::string& path, DWORD access, DWORD disposition) {
+    return CreateFileW(wide(path).c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                       disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+Bytes tone_samples() {
+    Bytes out;
+    for (int i = 0; i < 4410; ++i) {
+        const auto v = uint16_t(std::lround(12000 * std::sin(2 * 3.14159265 * 440 * i / 44100)));
+        out = out + Bytes{uint8_t(v), uint8_t(v >> 8), uint8_t(v), uint8_t(v >> 8)};
+    }
+    return out;
+}
+
+Bytes sox_raw(const std::string& path) {
+    const std::string raw = path + ".raw";
+    EXPECT_EQ(system(("sox " + quoted(path) + " -t raw " + quoted(raw)).c_str()), 0) << path;
+    return read_file(raw);
 }
 
 }  // namespace qz::testing

@@ -100,6 +100,15 @@ std::string run_tool(const std::string& command, int* status = nullptr);
 std::string quoted(const std::string& path);
 // `sox --i FLAG FILE`: one header field as sox reads it.
 std::string sox_info(const char* flag, const std::string& path);
+// Whether every tool of the space-separated `names` is on the PATH.
+bool have_tools(const std::string& names);
+// `path` as a handle, shared for reading and writing.
+HANDLE open_path(const std::string& path, DWORD access = GENERIC_READ,
+                 DWORD disposition = OPEN_EXISTING);
+// 4410 frames of a 440 Hz tone, 16-bit stereo at 44100 Hz.
+Bytes tone_samples();
+// The samples of `path` as sox decodes them to raw bytes.
+Bytes sox_raw(const std::string& path);
 
 }  // namespace qz::testing
 
