@@ -12,7 +12,6 @@
 
 namespace {
 
-using qz::testing::append;
 using qz::testing::fill;
 using qz::testing::tail_is_zero;
 using qz::testing::TestList;
@@ -85,22 +84,6 @@ TEST(ListCreate, AllocationFailuresLeaveNothingBehind) {
     }
 }
 #endif
-
-TEST(ListInsert, IndexesOutsideTheItemsAppend) {
-    for (int index : {-1, 3, INT_MIN, INT_MAX}) {
-        TestList list(4, QZLIST_VALUES);
-        append(list.get(), {1, 2, 3});
-        const uint32_t v = 9;
-        ASSERT_EQ(QzList_InsertList(list.get(), index, &v, 1), S_OK);
-        EXPECT_EQ(values(list.get()), (V{1, 2, 3, 9})) << index;
-    }
-    TestList list(4, QZLIST_VALUES);
-    append(list.get(), {1, 2, 3});
-    const uint32_t two[] = {7, 8};
-    ASSERT_EQ(QzList_InsertList(list.get(), 0, two, 2), S_OK);
-    ASSERT_EQ(QzList_InsertList(list.get(), 3, two, 2), S_OK);
-    EXPECT_EQ(values(list.get()), (V{7, 8, 1, 7, 8, 2, 3}));
-}
 
 TEST(ListInsert, NegativeCountCopiesAndNullSourceNeedsThePendingItem) {
     TestList list(4, QZLIST_VALUES);
