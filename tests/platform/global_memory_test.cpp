@@ -19,7 +19,11 @@ bool all_bytes(const void* data, SIZE_T from, SIZE_T to, unsigned char value) {
 }
 
 TEST(GlobalMemory, FixedHandleIsTheAddressMoveableIsNotAndLocksCount) {
-    // Sizes are what was asked and zero-init zeroes, fixed or moveable.
+    // Sizes are what was asked and zero-init zeroes, even where a freed
+    // block left its bytes.
+    HGLOBAL dirty = GlobalAlloc(GMEM_FIXED, 40);
+    std::memset(dirty, 0x5A, 40);
+    GlobalFree(dirty);
     HGLOBAL fixed = GlobalAlloc(GPTR, 40);
     ASSERT_NE(fixed, nullptr);
     EXPECT_EQ(GlobalLock(fixed), fixed);
