@@ -153,40 +153,35 @@ TEST(WaveFormatQueries, SampleTypeWaveFormatTagAndFormatTagExtensible) {
     EXPECT_EQ(QzAudio_GetSampleType(nullptr), QZST_NONE);
 }
 
-TEST(WaveFormatQueries, CompressedMeansNotALinearFrameLayout) {
-    const std::pair<Wfx, BOOL> rows[] = {
-        {kPcm16, FALSE},
-        {with_align(kPcm16, 2), TRUE},
-        {with_align(plain(0xFE02, 2, 44100, 24), 8), TRUE},
-        {plain(0xFE03, 2, 44100, 16), TRUE},  // above the linear tags
-        {plain(2, 1, 22050, 4), TRUE},
-        {extensible(plain(1, 2, 44100, 32), 3, 3, 32), FALSE},
-        {extensible(plain(1, 2, 44100, 32), 0xFE00, 3, 24), TRUE},
-        {with_cb(kExtPcm16, 20), TRUE},
-        {with_align(kExtPcm16, 7), FALSE},  // the extensible check looks at the sub-format only
-    };
-    for (size_t i = 0; i < std::size(rows); ++i) {
-        WfxBuffer b(encode(rows[i].first));
-        EXPECT_EQ(QzAudio_IsCompressed(b.wfx()), rows[i].second) << "row " << i;
-    }
-}
-
-TEST(WaveFormatQueries, FixBadWfxRepairsPcmOnly) {
+// Compressed means not a linear frame layout; FixBadWfx repairs the width
+// and blockAlign of PCM only (0 bits = left as it was).
+TEST(WaveFormatQueries, CompressedAndFixBadWfx) {
     const struct {
         Wfx in;
-        BOOL changed;
-        WORD bits, align;
+        BOOL compressed;
+        WORD fixed_bits, fixed_align;
     } rows[] = {
-        {kPcm16, FALSE, 16, 4},
+        {kPcm16, FALSE, 0, 0},
         {with_align(kPcm16, 2), TRUE, 16, 4},
         {with_align(plain(1, 2, 44100, 20), 5), TRUE, 24, 6},
-        {with_align(plain(3, 2, 44100, 32), 2), FALSE, 32, 2},  // float is left alone
+        {with_align(plain(3, 2, 44100, 32), 2), TRUE, 0, 0},  // float is left alone
+        {with_align(plain(0xFE02, 2, 44100, 24), 8), TRUE, 0, 0},
+        {plain(0xFE03, 2, 44100, 16), TRUE, 0, 0},  // above the linear tags
+        {plain(2, 1, 22050, 4), TRUE, 0, 0},
+        {extensible(plain(1, 2, 44100, 32), 3, 3, 32), FALSE, 0, 0},
+        {extensible(plain(1, 2, 44100, 32), 0xFE00, 3, 24), TRUE, 0, 0},
+        {with_cb(kExtPcm16, 20), TRUE, 0, 0},
+        // The extensible check looks at the sub-format only.
+        {with_align(kExtPcm16, 7), FALSE, 0, 0},
     };
     for (size_t i = 0; i < std::size(rows); ++i) {
-        WfxBuffer b(encode(rows[i].in));
-        EXPECT_EQ(QzAudio_FixBadWfx(b.wfx()), rows[i].changed) << "row " << i;
-        EXPECT_EQ(b.wfx()->wBitsPerSample, rows[i].bits) << "row " << i;
-        EXPECT_EQ(b.wfx()->nBlockAlign, rows[i].align) << "row " << i;
+        const auto& r = rows[i];
+        WfxBuffer b(encode(r.in));
+        EXPECT_EQ(QzAudio_IsCompressed(b.wfx()), r.compressed) << "row " << i;
+        EXPECT_EQ(QzAudio_FixBadWfx(b.wfx()), r.fixed_bits != 0) << "row " << i;
+        Wfx want = r.in;  // the byte rate is not touched
+        if (r.fixed_bits) want.bits = r.fixed_bits, want.align = r.fixed_align;
+        EXPECT_EQ(hex(b.data, 18), hex(prefix(encode(want), 18))) << "row " << i;
     }
 }
 
