@@ -115,87 +115,73 @@ TEST(WaveFormatSampleType, PrivateTagsTakeTheirOwnWidths) {
         EXPECT_EQ(UINT(QzAudio_GetSampleType2(r[0], int(r[1]))), r[2]) << r[0] << " " << r[1];
 }
 
-TEST(WaveFormatSampleType, ExtensibleStructuresUseTheirSubFormat) {
+TEST(WaveFormatQueries, SampleTypeWaveFormatTagAndFormatTagExtensible) {
+    // GetWaveFormatTag looks through the extensible form; GetFormatTagExtensible
+    // knows only PCM and float (0 = FALSE, tag left alone). The sample type
+    // follows the sub-format and does not consult cbSize.
     Wfx high_data1 = kExtPcm16;
     high_data1.custom_guid = true;
     std::memcpy(high_data1.guid, "\x01\x00\x01\x00", 4);  // Data1 = 0x00010001
     std::memcpy(high_data1.guid + 4, qz::testing::kFamilyTail, 12);
-    const std::pair<Wfx, DWORD> rows[] = {
-        {kExt24In32, 48},
-        {extensible(plain(1, 2, 44100, 24), 1, 3, 20), 18},
-        {kUnknownSub, 0},
-        {high_data1, 0},
-        // cbSize is not consulted by the sample type
-        {with_cb(extensible(plain(1, 2, 44100, 24), 1, 3, 24), 0), 18},
-    };
-    for (size_t i = 0; i < std::size(rows); ++i) {
-        WfxBuffer b(encode(rows[i].first));
-        EXPECT_EQ(DWORD(QzAudio_GetSampleType(b.wfx())), rows[i].second) << "row " << i;
-    }
-    EXPECT_EQ(QzAudio_GetSampleType(nullptr), QZST_NONE);
-}
-
-TEST(WaveFormatQueries, WaveFormatTagAndFormatTagExtensible) {
-    // GetWaveFormatTag looks through the extensible form; GetFormatTagExtensible
-    // knows only PCM and float (0 = FALSE, tag left alone).
     const struct {
         Wfx wfx;
         WORD tag;
-        DWORD ext_tag;
+        DWORD ext_tag, type;
     } rows[] = {
-        {plain(0x55, 2, 44100, 0), 0x55, 0},
-        {extensible(plain(1, 2, 44100, 32), 0xFE00, 3, 24), 0xFE00, 0},
-        {kUnknownSub, 0, 0},
-        {with_cb(extensible(kPcm16, 3, 3, 16), 21), 0xFFFE, 0},
-        {kExtPcm16, 1, 1},
-        {extensible(plain(1, 2, 44100, 32), 3, 3, 32), 3, 3},
-        {kPcm16, 1, 0},
+        {plain(0x55, 2, 44100, 0), 0x55, 0, 0},
+        {extensible(plain(1, 2, 44100, 32), 0xFE00, 3, 24), 0xFE00, 0, 48},
+        {kUnknownSub, 0, 0, 0},
+        {high_data1, 0, 0, 0},
+        {with_cb(extensible(kPcm16, 3, 3, 16), 21), 0xFFFE, 0, 0},
+        {kExtPcm16, 1, 1, 17},
+        {extensible(plain(1, 2, 44100, 24), 1, 3, 20), 1, 1, 18},
+        {extensible(plain(1, 2, 44100, 32), 3, 3, 32), 3, 3, 32},
+        {kPcm16, 1, 0, 17},
+        {kExt24In32, 1, 1, 48},
+        {with_cb(extensible(plain(1, 2, 44100, 24), 1, 3, 24), 0), 0xFFFE, 0, 18},
     };
     for (size_t i = 0; i < std::size(rows); ++i) {
         WfxBuffer b(encode(rows[i].wfx));
         EXPECT_EQ(QzAudio_GetWaveFormatTag(b.wfx()), rows[i].tag) << "row " << i;
+        EXPECT_EQ(DWORD(QzAudio_GetSampleType(b.wfx())), rows[i].type) << "row " << i;
         DWORD tag = 77;
         auto* ext = reinterpret_cast<WAVEFORMATEXTENSIBLE*>(b.data);
         EXPECT_EQ(QzAudio_GetFormatTagExtensible(ext, &tag), rows[i].ext_tag != 0) << "row " << i;
         EXPECT_EQ(tag, rows[i].ext_tag ? rows[i].ext_tag : 77) << "row " << i;
     }
     EXPECT_EQ(QzAudio_GetWaveFormatTag(nullptr), 0);
+    EXPECT_EQ(QzAudio_GetSampleType(nullptr), QZST_NONE);
 }
 
-TEST(WaveFormatQueries, CompressedMeansNotALinearFrameLayout) {
-    const std::pair<Wfx, BOOL> rows[] = {
-        {kPcm16, FALSE},
-        {with_align(kPcm16, 2), TRUE},
-        {with_align(plain(0xFE02, 2, 44100, 24), 8), TRUE},
-        {plain(0xFE03, 2, 44100, 16), TRUE},  // above the linear tags
-        {plain(2, 1, 22050, 4), TRUE},
-        {extensible(plain(1, 2, 44100, 32), 3, 3, 32), FALSE},
-        {extensible(plain(1, 2, 44100, 32), 0xFE00, 3, 24), TRUE},
-        {with_cb(kExtPcm16, 20), TRUE},
-        {with_align(kExtPcm16, 7), FALSE},  // the extensible check looks at the sub-format only
-    };
-    for (size_t i = 0; i < std::size(rows); ++i) {
-        WfxBuffer b(encode(rows[i].first));
-        EXPECT_EQ(QzAudio_IsCompressed(b.wfx()), rows[i].second) << "row " << i;
-    }
-}
-
-TEST(WaveFormatQueries, FixBadWfxRepairsPcmOnly) {
+// Compressed means not a linear frame layout; FixBadWfx repairs the width
+// and blockAlign of PCM only (0 bits = left as it was).
+TEST(WaveFormatQueries, CompressedAndFixBadWfx) {
     const struct {
         Wfx in;
-        BOOL changed;
-        WORD bits, align;
+        BOOL compressed;
+        WORD fixed_bits, fixed_align;
     } rows[] = {
-        {kPcm16, FALSE, 16, 4},
+        {kPcm16, FALSE, 0, 0},
         {with_align(kPcm16, 2), TRUE, 16, 4},
         {with_align(plain(1, 2, 44100, 20), 5), TRUE, 24, 6},
-        {with_align(plain(3, 2, 44100, 32), 2), FALSE, 32, 2},  // float is left alone
+        {with_align(plain(3, 2, 44100, 32), 2), TRUE, 0, 0},  // float is left alone
+        {with_align(plain(0xFE02, 2, 44100, 24), 8), TRUE, 0, 0},
+        {plain(0xFE03, 2, 44100, 16), TRUE, 0, 0},  // above the linear tags
+        {plain(2, 1, 22050, 4), TRUE, 0, 0},
+        {extensible(plain(1, 2, 44100, 32), 3, 3, 32), FALSE, 0, 0},
+        {extensible(plain(1, 2, 44100, 32), 0xFE00, 3, 24), TRUE, 0, 0},
+        {with_cb(kExtPcm16, 20), TRUE, 0, 0},
+        // The extensible check looks at the sub-format only.
+        {with_align(kExtPcm16, 7), FALSE, 0, 0},
     };
     for (size_t i = 0; i < std::size(rows); ++i) {
-        WfxBuffer b(encode(rows[i].in));
-        EXPECT_EQ(QzAudio_FixBadWfx(b.wfx()), rows[i].changed) << "row " << i;
-        EXPECT_EQ(b.wfx()->wBitsPerSample, rows[i].bits) << "row " << i;
-        EXPECT_EQ(b.wfx()->nBlockAlign, rows[i].align) << "row " << i;
+        const auto& r = rows[i];
+        WfxBuffer b(encode(r.in));
+        EXPECT_EQ(QzAudio_IsCompressed(b.wfx()), r.compressed) << "row " << i;
+        EXPECT_EQ(QzAudio_FixBadWfx(b.wfx()), r.fixed_bits != 0) << "row " << i;
+        Wfx want = r.in;  // the byte rate is not touched
+        if (r.fixed_bits) want.bits = r.fixed_bits, want.align = r.fixed_align;
+        EXPECT_EQ(hex(b.data, 18), hex(prefix(encode(want), 18))) << "row " << i;
     }
 }
 
@@ -208,22 +194,6 @@ std::string fields(const _qzwaveformat& r) {
           r.channelMask, r.flags, DWORD(r.formatTag), DWORD(r.bitsPerSample), r.size})
         s += std::to_string(v) + " ";
     return s + hex(r.extra, r.size >= 34 ? r.extraSize : 0);
-}
-
-// The other kinds are pinned through the bytes they are copied out as.
-TEST(WaveFormatRecordFromWfx, FloatAlignAndForeignCodecBytes) {
-    // PCM keeps no codec bytes; 0xFE03 at 8 bits is foreign and does.
-    const Wfx pcm12 = out_plain(1, 1, 8000, 16000, 2, 12, 2, {0xAB, 0xCD});
-    const Wfx ra8 = out_plain(0xFE03, 1, 8000, 8000, 1, 8, 3, {1, 2, 3});
-    const std::pair<Wfx, const char*> rows[] = {
-        // float blockAlign is taken as it is
-        {with_align(plain(3, 2, 44100, 32), 7), "32 2 7 44100 352800 0 0 0 0 32 "},
-        {ra8, "0 1 1 8000 8000 0 8 65027 8 35 01 02 03"},
-        {pcm12, "0 1 1 8000 16000 0 8 1 12 32 "},
-        {kUnknownSub, "0 2 4 48000 192000 3 24 0 16 36 09 08 07 06"},
-    };
-    for (size_t i = 0; i < std::size(rows); ++i)
-        EXPECT_EQ(fields(record_of(rows[i].first)), rows[i].second) << "row " << i;
 }
 
 // Extensible headers with an empty sub-format, as some writers emit them.
