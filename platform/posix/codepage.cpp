@@ -103,14 +103,26 @@ int cp1252_encode(char32_t c) {
 }
 
 bool utf16_to_utf8(const WCHAR* text, size_t length, std::string* out) {
+    // No unit takes more than three bytes (a pair takes four for its two),
+    // so the text is written in place and the string cut to what it took.
+    const size_t start = out->size();
+    out->resize(start + 3 * length);
+    auto* written = reinterpret_cast<unsigned char*>(out->data() + start);
     const WCHAR* p = text;
     const WCHAR* end = text + length;
-    unsigned char bytes[4];
     while (p < end) {
+        if (*p < 0x80) {
+            *written++ = static_cast<unsigned char>(*p++);
+            continue;
+        }
         const char32_t c = utf16_decode(p, end);
-        if (c == kBadSequence) return false;
-        out->append(reinterpret_cast<const char*>(bytes), utf8_encode(c, bytes));
+        if (c == kBadSequence) {
+            out->resize(start);
+            return false;
+        }
+        written += utf8_encode(c, written);
     }
+    out->resize(size_t(reinterpret_cast<char*>(written) - out->data()));
     return true;
 }
 
