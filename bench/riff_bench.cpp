@@ -1,7 +1,7 @@
 // riff_* benchmarks, each against the plain system calls doing the same work.
 //
 //   FindLast/riff     riff_FindChunkHeader (with a budget) finding the last of
-//                     10,000 chunks: two 4-byte reads and a seek per chunk.
+//                     10,000 chunks, through the search's look-ahead block.
 //   FindLast/pread    the same headers visited with one 8-byte pread each.
 //
 //   Delete/riff       riff_DeleteChunk of the first chunk of a 256 MiB file:

@@ -6,8 +6,8 @@
  * It knows nothing of any chunk format: fields are decoded and encoded by
  * the layouts (chunk_layout.h). It adds no buffering: each call is one
  * call of the platform layer, so a chunk header costs one read.
- * ReadAheadSource is the buffered reader for the few readers that want
- * one.
+ * ReadAheadSource is the buffered reader for the searches and the few
+ * readers that take fields lying close together (walk_ahead).
  *
  * Relative moves go through the 64-bit seek: a chunk size of 2 GiB or more
  * taken as a signed 32-bit distance would step backwards and could walk
@@ -18,6 +18,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <tuple>
 
 #include "chunkfiles/chunk_walk.h"
 #include "platform/win32api.h"
@@ -89,7 +90,10 @@ static_assert(ChunkSource<FileSource>);
  */
 class ReadAheadSource {
 public:
-    ReadAheadSource(HANDLE file, uint64_t position) : file_(file), at_(position) {}
+    /* Reads from `position` on; `handle_is_there` when the handle's pointer
+       already is there, which spares the first move. */
+    ReadAheadSource(HANDLE file, uint64_t position, bool handle_is_there = false)
+        : file_(file), at_(position), handle_at_(position), handle_known_(handle_is_there) {}
 
     bool read(void* buffer, DWORD count) {
         DWORD got = 0;
@@ -108,11 +112,12 @@ public:
                 at_ += n;
                 continue;
             }
-            FileSource file(file_);
             block_at_ = at_;
             block_bytes_ = 0;
-            if (!file.seek_to(at_) || !file.read_some(block_, sizeof block_, &block_bytes_))
-                return false;
+            if (!move_handle_to(at_)) return false;
+            handle_known_ = FileSource(file_).read_some(block_, sizeof block_, &block_bytes_);
+            if (!handle_known_) return false;
+            handle_at_ = at_ + block_bytes_;
             if (block_bytes_ == 0) break;  // the end of the file
         }
         return true;
@@ -130,17 +135,51 @@ public:
         *position = at_;
         return true;
     }
-    bool sync() { return FileSource(file_).seek_to(at_); }
+    bool sync() { return move_handle_to(at_); }
 
 private:
+    bool move_handle_to(uint64_t position) {
+        if (handle_known_ && handle_at_ == position) return true;
+        handle_known_ = FileSource(file_).seek_to(position);
+        handle_at_ = position;
+        return handle_known_;
+    }
+
     HANDLE file_;
     uint64_t at_;
+    uint64_t handle_at_;  // where the handle's pointer is, when handle_known_
+    bool handle_known_;
     uint64_t block_at_ = 0;
     DWORD block_bytes_ = 0;
     unsigned char block_[512];
 };
 
 static_assert(ChunkSource<ReadAheadSource>);
+
+/*
+ * Runs a search `walk(source)` over the handle through a look-ahead block
+ * from the handle's position, then leaves the handle where the search
+ * stopped, as a walk reading header by header would have left it. A walk
+ * over many small chunks then costs one read per block instead of a read
+ * and a seek per chunk. `outputs` are the search's out-parameters (any may
+ * be null): when that last move fails they are put back as they were and
+ * the answer is QZE_FILE_READ, as for any failed move of the walk. A
+ * handle that cannot seek (ERROR_SEEK: a pipe) is walked header by header,
+ * as far as that goes without seeking.
+ */
+template <class Walk, class... Output>
+HRESULT walk_ahead(HANDLE file, Walk&& walk, Output*... outputs) {
+    FileSource direct(file);
+    uint64_t position = 0;
+    if (!direct.tell(&position)) return GetLastError() == ERROR_SEEK ? walk(direct) : QZE_FILE_READ;
+    const std::tuple<Output...> before{(outputs ? *outputs : Output{})...};
+    ReadAheadSource ahead(file, position, true);
+    const HRESULT hr = walk(ahead);
+    if (ahead.sync()) return hr;
+    std::apply([&](const Output&... saved) { ((outputs ? void(*outputs = saved) : void()), ...); },
+               before);
+    return QZE_FILE_READ;
+}
 
 /*
  * Closes a gap of `length` bytes at `start` by copying everything after it

@@ -13,31 +13,6 @@ HRESULT write_header(FileSource& file, const GUID& label, ULONGLONG data) {
     return chunks::write_chunk_header<Riff64Layout>(file, label, stored);
 }
 
-HRESULT read_file_id(FileSource& file, LONGLONG* remaining, GUID* form_type) {
-    // One read of header and form type. A header that did not arrive whole
-    // counts as an empty one without a label, which is what the family's
-    // callers have always seen: its budget is -16 and the label test fails.
-    const auto header = chunks::read_file_header<Riff64Layout>(file);
-    const bool whole = header.arrived >= kHeaderBytes;
-    const uint64_t data = whole ? chunks::data_size<Riff64Layout>(header.size) : 0;
-    // The budget counts from the form type on; a size beyond any file
-    // offset is held at the largest budget rather than turned negative.
-    if (remaining) *remaining = LONGLONG(std::min<uint64_t>(data, INT64_MAX)) - kTypeBytes;
-    if (!whole || !(header.id == kRiff64FileLabel)) {
-        // Left after the 24 header bytes, as a reader that stops there is.
-        if (whole) file.skip(int64_t(kHeaderBytes) - int64_t(header.arrived));
-        return QZE_NO_RIFF_HEADER;
-    }
-    if (header.arrived < kFileHeaderBytes) return QZE_FILE_READ;
-    if (form_type) *form_type = header.form;
-    return S_OK;
-}
-
-HRESULT rewind_to_top_level(FileSource& file, LONGLONG* remaining) {
-    if (!file.seek_to(uint64_t(0))) return QZE_FILE_READ;
-    return read_file_id(file, remaining, nullptr);
-}
-
 }  // namespace qz::riff64
 
 using namespace qz::riff64;

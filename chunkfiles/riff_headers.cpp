@@ -2,37 +2,6 @@
 #include "chunkfiles/riff_io.h"
 #include "qz/riff.h"
 
-namespace qz::riff {
-
-HRESULT read_file_header(FileSource& file, DWORD* riff_size, DWORD* form_type) {
-    // One read; the outcome and the position afterwards are those of
-    // reading the id first and stopping when it is not "RIFF": a file that
-    // is not RIFF is told apart from one cut short, and is left just after
-    // its first four bytes.
-    const auto header = chunks::read_file_header<chunks::RiffLayout>(file);
-    if (header.arrived < 4) return QZE_FILE_READ;
-    if (header.id != kRiffId) {
-        file.skip(int64_t(4) - int64_t(header.arrived));
-        return QZE_NO_RIFF_HEADER;
-    }
-    if (header.arrived < kFileHeaderBytes) return QZE_FILE_READ;
-    *riff_size = header.size;
-    *form_type = header.form;
-    return S_OK;
-}
-
-HRESULT rewind_to_top_level(FileSource& file, DWORD* remaining, DWORD* form_type) {
-    if (!file.seek_to(uint64_t(0))) return QZE_FILE_READ;
-    DWORD riff_size = 0;
-    const HRESULT hr = read_file_header(file, &riff_size, form_type);
-    if (FAILED(hr)) return hr;
-    // The size counts the form type; the walk's budget starts after it.
-    *remaining = riff_size - 4;
-    return S_OK;
-}
-
-}  // namespace qz::riff
-
 using namespace qz::riff;
 using qz::chunks::RiffLayout;
 

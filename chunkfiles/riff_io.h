@@ -33,12 +33,35 @@ inline HRESULT write_chunk_header(FileSource& file, DWORD id, DWORD size) {
  * Reads the file header at the position: id, size and form type, in one
  * read. QZE_FILE_READ when short, QZE_NO_RIFF_HEADER when the id is not
  * "RIFF" (the position is then 4 bytes on, after the id); *riff_size is
- * the size field as stored.
+ * the size field as stored. The outcome and the position are those of
+ * reading the id first and stopping when it is not "RIFF": a file that is
+ * not RIFF is told apart from one cut short.
  */
-HRESULT read_file_header(FileSource& file, DWORD* riff_size, DWORD* form_type);
+template <chunks::ChunkSource Source>
+HRESULT read_file_header(Source& file, DWORD* riff_size, DWORD* form_type) {
+    const auto header = chunks::read_file_header<RiffLayout>(file);
+    if (header.arrived < 4) return QZE_FILE_READ;
+    if (header.id != kRiffId) {
+        file.skip(int64_t(4) - int64_t(header.arrived));
+        return QZE_NO_RIFF_HEADER;
+    }
+    if (header.arrived < kFileHeaderBytes) return QZE_FILE_READ;
+    *riff_size = header.size;
+    *form_type = header.form;
+    return S_OK;
+}
 
 /* Rewinds and reads the file header; *remaining is the top-level budget. */
-HRESULT rewind_to_top_level(FileSource& file, DWORD* remaining, DWORD* form_type);
+template <chunks::ChunkSource Source>
+HRESULT rewind_to_top_level(Source& file, DWORD* remaining, DWORD* form_type) {
+    if (!file.seek_to(uint64_t(0))) return QZE_FILE_READ;
+    DWORD riff_size = 0;
+    const HRESULT hr = read_file_header(file, &riff_size, form_type);
+    if (FAILED(hr)) return hr;
+    // The size counts the form type; the walk's budget starts after it.
+    *remaining = riff_size - 4;
+    return S_OK;
+}
 
 }  // namespace qz::riff
 

@@ -43,9 +43,9 @@ TEST(RiffFaults, ReadersWritersAndWalksReportTheFailingStep) {
              EXPECT_TRUE(hr != QZE_FILE_READ || remaining == body);  // left as it was
              return hr;
          },
-         "R-R--", unchanged},
+         "R-P--", unchanged},
         {"FindListChunkFromStart", w, 30,
-         [](HANDLE h) { return riff_FindListChunkFromStart(h, cc("INFO"), nullptr); }, "R-R--",
+         [](HANDLE h) { return riff_FindListChunkFromStart(h, cc("INFO"), nullptr); }, "R-P--",
          unchanged},
         {"WriteChunk", Bytes{}, 0,
          [](HANDLE h) {

@@ -269,6 +269,10 @@ TEST(RiffWalk, BudgetsPadsAndShortReadsEndWhereTheBytesSay) {
     // A damaged LIST of size 2 ends 10 bytes after its start, where the next one begins.
     const Bytes short_list = header("LIST", 2) + text("xy") + list("INFO", {});
     const Bytes info = list("INFO", {});
+    // 100 entries of 10 bytes, so headers straddle the reader's blocks, then "last".
+    Bytes many;
+    for (int i = 0; i < 100; ++i) many = many + chunk("a   ", pattern(1));
+    many = many + chunk("last", pattern(2));
     struct Case {
         const char* name;
         Op op;
@@ -295,6 +299,8 @@ TEST(RiffWalk, BudgetsPadsAndShortReadsEndWhereTheBytesSay) {
         // Ending inside a body wraps instead of clamping, so the count runs on;
         // the failed header read counts too.
         {"count: wraps", Count, entries, 0, 0, 31, QZE_FILE_READ, 4, DWORD(31 - 44 - 8), 0},
+        {"many entries: find", Find, many, 0, cc("last"), 1010, S_OK, 2, 2, 1008},
+        {"many entries: count", Count, many, 0, 0, 1010, S_OK, 101, 0, 0},
         {"seek: index 0 stays", Seek, entries, 5, 0, 0, S_OK, kNone, 0, 5},
         {"seek: the end needs 8 to spare", Seek, entries, 0, 3, 34, QZE_NOT_FOUND, kNone, 0, 34},
         {"seek: the end", Seek, entries, 0, 3, 42, S_OK, kNone, 8, 34},

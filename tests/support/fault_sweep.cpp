@@ -11,7 +11,10 @@ namespace {
 
 using Codes = std::set<HRESULT>;
 
-Codes allowed(const FaultCase& c, int op) {
+Codes allowed(const FaultCase& c, int op, unsigned nth = 0) {
+    // A search takes a first position query failing with ERROR_SEEK for a
+    // pipe's answer and reads on header by header.
+    if (c.codes[op] == 'P') return nth == 1 ? Codes{QZE_FILE_READ, S_OK} : Codes{QZE_FILE_READ};
     static const std::map<char, Codes> by_letter = {{'R', {QZE_FILE_READ}},
                                                     {'W', {QZE_FILE_WRITE}},
                                                     {'B', {QZE_FILE_READ, QZE_FILE_WRITE}},
@@ -62,7 +65,7 @@ void sweep(const FaultCase& c) {
                 hr = c.run(f.handle());
                 EXPECT_EQ(plan.failures(FaultOp(op)), 1u) << c.name << " " << kOpNames[op] << n;
             }
-            EXPECT_TRUE(allowed(c, op).count(hr)) << c.name << ": " << kOpNames[op] << " #" << n
+            EXPECT_TRUE(allowed(c, op, n).count(hr)) << c.name << ": " << kOpNames[op] << " #" << n
                                                   << " failing gave 0x" << std::hex << uint32_t(hr);
             if (c.check) c.check(f, c.file, FaultOp(op));
         }

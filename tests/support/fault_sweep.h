@@ -25,7 +25,9 @@ struct FaultCase {
     std::function<HRESULT(HANDLE)> run;
     // One letter per kind (read, write, seek, truncate, alloc) for the codes
     // allowed when it fails: R read, W write, B either, L either or S_FALSE,
-    // H read or "no RIFF header", M out of memory, - no such calls at all.
+    // H read or "no RIFF header", M out of memory, - no such calls at all;
+    // P read, or S_OK when the first one fails (a search takes that for a
+    // pipe's answer and reads header by header).
     const char* codes;
     FaultCheck check;
 };
