@@ -1,6 +1,5 @@
 // riff64_*: chunk, list and file headers, read and written, streamed
 // chunks' headers, and the file's size.
-
 #include "chunkfiles/riff64_io.h"
 #include "qz/riff64.h"
 
