@@ -368,6 +368,9 @@ TEST(ZipReader, DamagedArchivesAreRefusedBeforeTheirSizesAreTrusted) {
          put16(stored, end + 20, 26) + "PK\x05\x06" + std::string(22, 'x'), S_OK, S_OK},
         {"comment past the end", put16(stored, end + 20, 1), QZE_CORRUPT_OR_UNKNOWN, 0},
         {"directory past the end record", put32(stored, end + 16, 60), QZE_CORRUPT_OR_UNKNOWN, 0},
+        // Offset and size add up past 4 GiB; in 32 bits they would wrap to 16.
+        {"directory past 4 GiB", put32(put32(stored, end + 12, 32), end + 16, 0xFFFFFFF0),
+         QZE_CORRUPT_OR_UNKNOWN, 0},
         {"second disk", put16(stored, end + 4, 1), QZE_UNSUPPORTED_FORMAT, 0},
         {"count wrong", put16(put16(stored, end + 8, 2), end + 10, 2), QZE_CORRUPT_OR_UNKNOWN, 0},
         {"bad central signature", put32(stored, 50, 0), QZE_CORRUPT_OR_UNKNOWN, 0},
@@ -375,6 +378,8 @@ TEST(ZipReader, DamagedArchivesAreRefusedBeforeTheirSizesAreTrusted) {
         {"local header past the data", put32(stored, 50 + 42, 40), S_OK, QZE_CORRUPT_OR_UNKNOWN},
         {"no local signature", put32(stored, 0, 0), S_OK, QZE_CORRUPT_OR_UNKNOWN},
         {"stored sizes differ", put32(stored, 50 + 24, 20), S_OK, QZE_CORRUPT_OR_UNKNOWN},
+        {"sizes past the data", put32(put32(stored, 50 + 20, 1000), 50 + 24, 1000), S_OK,
+         QZE_CORRUPT_OR_UNKNOWN},
         {"CRC mismatch", put32(stored, 50 + 16, 1), S_OK, QZE_CORRUPT_OR_UNKNOWN},
         {"unknown method", put16(stored, 50 + 10, 12), S_OK, QZE_CORRUPT_OR_UNKNOWN},
         {"encrypted", put16(stored, 50 + 8, 1), S_OK, QZE_UNSUPPORTED_FORMAT},
@@ -386,6 +391,10 @@ TEST(ZipReader, DamagedArchivesAreRefusedBeforeTheirSizesAreTrusted) {
         // be extracted twice over (the overlapping-entries bomb).
         {"entries share data", put32(build({{"a", hello}, {"b", hello}}), 100 + 47 + 42, 0), S_OK,
          QZE_CORRUPT_OR_UNKNOWN},
+        // The local header's name is 51 bytes where the directory says 1: the
+        // data it leads to is the next entry's.
+        {"local name runs into the next entry", put16(build({{"a", hello}, {"b", hello}}), 26, 51),
+         S_OK, QZE_CORRUPT_OR_UNKNOWN},
     };
     // clang-format on
     TempDir dir;
@@ -406,6 +415,7 @@ TEST(ZipReader, ExtractionNeverLeavesTheTargetFolder) {
     for (const char* name : {"ok.txt", "../up.txt", "/abs.txt", "\\back.txt", "C:drive.txt",
                              "a/../../x.txt", "sub/in.txt", "sub\\..\\y.txt", ". ./z.txt"})
         entries.push_back({name, "data"});
+    entries.push_back({std::string("nul\0.txt", 8), "data"});  // would be cut to "nul"
     const std::string bytes = build(entries);
     TempDir dir;
     const WString out = dir.wide("out");
@@ -413,7 +423,7 @@ TEST(ZipReader, ExtractionNeverLeavesTheTargetFolder) {
     EXPECT_EQ(QzZip_ExtractAll(archive.zip, out.c_str(), 0, nullptr), QZE_BAD_FILE_NAME);
     EXPECT_EQ(native_read(dir.file("out/ok.txt")), "data");
     EXPECT_EQ(native_read(dir.file("out/sub/in.txt")), "data");
-    for (const char* outside : {"up.txt", "x.txt", "y.txt", "out/y.txt", "/abs.txt"})
+    for (const char* outside : {"up.txt", "x.txt", "y.txt", "out/y.txt", "/abs.txt", "out/nul"})
         EXPECT_FALSE(native_exists(outside[0] == '/' ? outside : dir.file(outside))) << outside;
 
     // The safe walk shows only what can be extracted; an unsafe override is refused too.
