@@ -76,6 +76,15 @@ TEST(ExifRead, Table) {
         {"Exif IFD inside the 0th", inside, S_OK, {"650010F2 AB", "650013B2 Me"}},
         {"four levels", chain(4), S_OK, {"650010F2 Ab"}},
         {"five levels", chain(5), E_FAIL, {}},
+        // Offset and count that wrap in 32 bits: to 0, and to the header.
+        {"Exif IFD past 4 GiB", le.head() + le.ifd({{271, 2, 3, kAb}, {34665, 4, 1, le.u32(~1u)}}),
+         E_FAIL, {"650010F2 Ab"}},
+        {"text count past 4 GiB", le.head() + le.ifd({{271, 2, ~0u, le.u32(8)}}), S_OK, {}},
+        // Each IFD is walked once: the second pointer to the same one fails
+        // (a pointer back to itself or an earlier one the same way).
+        {"Exif IFD twice",
+         le.head() + le.ifd({{34665, 4, 1, le.u32(38)}, {34665, 4, 1, le.u32(38)}}) + make,
+         E_FAIL, {"650010F2 Ab"}},
         {"jpeg without SOI", "\xFF\xD9" + exif + image, E_FAIL, {}},
         {"jpeg cut in the identifier", "\xFF\xD8" + exif.substr(0, 9), E_FAIL, {}},
         // A non-EXIF APP1 is stepped into: this one reads as a comment marker
