@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <map>
+#include <memory>
 #include <set>
+#include <string>
 
 namespace qz::testing {
 
@@ -11,7 +14,7 @@ namespace {
 
 using Codes = std::set<HRESULT>;
 
-Codes allowed(const FaultCase& c, int op) {
+Codes allowed(const FaultCase& c, FaultOp op) {
     static const std::map<char, Codes> by_letter = {{'R', {QZE_FILE_READ}},
                                                     {'W', {QZE_FILE_WRITE}},
                                                     {'B', {QZE_FILE_READ, QZE_FILE_WRITE}},
@@ -19,10 +22,10 @@ Codes allowed(const FaultCase& c, int op) {
                                                     {'H', {QZE_FILE_READ, QZE_NO_RIFF_HEADER}},
                                                     {'M', {E_OUTOFMEMORY}},
                                                     {'-', {}}};
-    return by_letter.at(c.codes[op]);
+    return size_t(op) < std::strlen(c.codes) ? by_letter.at(c.codes[int(op)]) : Codes{};
 }
 
-const char* const kOpNames[] = {"read", "write", "seek", "truncate", "alloc"};
+const char* const kOpNames[] = {"read", "write", "seek", "truncate", "alloc", "open", "rename"};
 
 }  // namespace
 
@@ -40,33 +43,45 @@ FaultCheck nothing_past(size_t length) {
     };
 }
 
-void sweep(const FaultCase& c) {
-    unsigned counted[int(FaultOp::kCount)] = {};
+unsigned sweep_calls(const std::function<FaultStep()>& prepare,
+                     const std::function<void(FaultOp, HRESULT)>& check) {
+    unsigned counted[int(FaultOp::kCount)] = {}, runs = 0;
     {
-        TempFile f(c.file);
-        f.seek(c.start);
+        const FaultStep step = prepare();
         FaultPlan count;
-        ASSERT_TRUE(SUCCEEDED(c.run(f.handle()))) << c.name << ": the clean run must succeed";
+        EXPECT_TRUE(SUCCEEDED(step())) << "the clean run must succeed";
         for (int op = 0; op < int(FaultOp::kCount); ++op) counted[op] = count.calls(FaultOp(op));
     }
     for (int op = 0; op < int(FaultOp::kCount); ++op) {
-        if (counted[op] && allowed(c, op).empty())
-            ADD_FAILURE() << c.name << " makes unexpected " << kOpNames[op] << " calls";
-        for (unsigned n = 1; n <= counted[op]; ++n) {
-            TempFile f(c.file);
-            f.seek(c.start);
+        for (unsigned n = 1; n <= counted[op]; ++n, ++runs) {
+            SCOPED_TRACE(std::string(kOpNames[op]) + " #" + std::to_string(n) + " failing");
+            const FaultStep step = prepare();
             HRESULT hr;
             {
                 FaultPlan plan;
                 plan.fail(FaultOp(op), n);
-                hr = c.run(f.handle());
-                EXPECT_EQ(plan.failures(FaultOp(op)), 1u) << c.name << " " << kOpNames[op] << n;
+                hr = step();
+                EXPECT_EQ(plan.failures(FaultOp(op)), 1u);
             }
-            EXPECT_TRUE(allowed(c, op).count(hr)) << c.name << ": " << kOpNames[op] << " #" << n
-                                                  << " failing gave 0x" << std::hex << uint32_t(hr);
-            if (c.check) c.check(f, c.file, FaultOp(op));
+            check(FaultOp(op), hr);
         }
     }
+    return runs;
+}
+
+void sweep(const FaultCase& c) {
+    SCOPED_TRACE(c.name);
+    std::unique_ptr<TempFile> f;
+    sweep_calls(
+        [&]() -> FaultStep {
+            f = std::make_unique<TempFile>(c.file);
+            f->seek(c.start);
+            return [&] { return c.run(f->handle()); };
+        },
+        [&](FaultOp op, HRESULT hr) {
+            EXPECT_TRUE(allowed(c, op).count(hr)) << "gave 0x" << std::hex << uint32_t(hr);
+            if (c.check) c.check(*f, c.file, op);
+        });
 }
 
 void sweep_writes(const std::function<HRESULT(HANDLE)>& write,
