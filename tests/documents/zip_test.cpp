@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #endif
 
+#include <memory>
 #include <utility>
 #include <random>
 #include <set>
@@ -102,13 +103,16 @@ std::string patch(std::string s, size_t at, int bytes, uint32_t value) {
     return s;
 }
 
-/* An archive open over bytes in memory (kept by the caller). */
+/* An archive open over a copy of `bytes` in a block of exactly their size,
+   so that the sanitizer sees any read past them. */
 struct Open {
-    explicit Open(const std::string& bytes, DWORD flags = 0) {
-        QZZIP_MEMORY memory{bytes.data(), DWORD(bytes.size())};
+    explicit Open(const std::string& bytes, DWORD flags = 0) : copy(new char[bytes.size()]) {
+        bytes.copy(copy.get(), bytes.size());
+        QZZIP_MEMORY memory{copy.get(), DWORD(bytes.size())};
         hr = QzZip_Open(reinterpret_cast<LPCWSTR>(&memory), flags | QZZIP_OPEN_MEMORY, &zip);
     }
     ~Open() { QzZip_Close(zip); }
+    std::unique_ptr<char[]> copy;
     HRESULT hr;
     HQZZIP zip = nullptr;
 };
