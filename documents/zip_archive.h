@@ -45,6 +45,8 @@ struct Entry {
     uint64_t compressed = 0;
     uint64_t uncompressed = 0;
     uint64_t local_offset = 0;
+    /* Where the entry's bytes must end: the next local header, or the directory. */
+    uint64_t limit = 0;
     /* Set at open: the entry's data lies outside the entry area, or shares
        bytes with another entry's; it cannot be extracted. */
     bool damaged = false;

@@ -125,8 +125,7 @@ HRESULT check_entry(Archive& archive, const Entry& e, uint64_t* data_offset) {
     const uint16_t name_bytes = load_le16(h + 26);                      // name length
     const uint16_t extra_bytes = load_le16(h + 28);                     // extra-field length
     const uint64_t start = e.local_offset + kLocalHeaderBytes + name_bytes + extra_bytes;
-    const uint64_t size = archive.source->size();
-    if (start > size || e.compressed > size - start) return QZE_CORRUPT_OR_UNKNOWN;
+    if (start > e.limit || e.compressed > e.limit - start) return QZE_CORRUPT_OR_UNKNOWN;
     if (e.method == kMethodStored && e.compressed != e.uncompressed) return QZE_CORRUPT_OR_UNKNOWN;
     if (e.method == kMethodDeflate &&
         e.uncompressed / kMaxDeflateRatio > e.compressed + kRatioSlack)

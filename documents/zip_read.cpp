@@ -246,6 +246,7 @@ HRESULT read_directory(const BYTE* d, uint32_t size, const EndRecord& end, uint6
                     end.directory_offset - e.local_offset < kLocalHeaderBytes ||
                     e.compressed > end.directory_offset - e.local_offset - kLocalHeaderBytes ||
                     end.directory_offset > archive_bytes;
+        e.limit = end.directory_offset;
         entries->push_back(std::move(e));
         at += record_bytes;
     }
@@ -254,7 +255,12 @@ HRESULT read_directory(const BYTE* d, uint32_t size, const EndRecord& end, uint6
     return S_OK;
 }
 
-/* Marks entries whose header and data share bytes with another entry's. */
+/*
+ * Marks entries whose header and data share bytes with another entry's,
+ * and bounds each entry by the next local header: the local header's own
+ * name and extra lengths, which the directory does not give, must not carry
+ * its data into the next entry.
+ */
 void mark_overlaps(std::vector<Entry>& entries) {
     std::vector<size_t> order(entries.size());
     for (size_t i = 0; i < order.size(); ++i) order[i] = i;
@@ -264,6 +270,7 @@ void mark_overlaps(std::vector<Entry>& entries) {
     for (size_t k = 1; k < order.size(); ++k) {
         Entry& before = entries[order[k - 1]];
         Entry& after = entries[order[k]];
+        before.limit = std::min(before.limit, after.local_offset);
         if (before.damaged) continue;
         const uint64_t before_end = before.local_offset + kLocalHeaderBytes + before.compressed;
         if (after.local_offset < before_end) {

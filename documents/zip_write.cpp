@@ -441,6 +441,10 @@ HRESULT CArchive::AddEntryToArchive(LPCWSTR path, IQzProgress* progress, DWORD f
 HRESULT CArchive::AddCentralDirectory() {
     if (!m_entries || !m_file) return S_OK;
     return qz::base::guarded([&]() -> HRESULT {
+        // An entry that failed while patching its header may have left the
+        // position there: the directory goes after everything written.
+        const LARGE_INTEGER zero{};
+        if (!SetFilePointerEx(m_file, zero, nullptr, FILE_END)) return QZE_FILE_WRITE;
         const DWORD start = m_offset;
         BYTE header[kCentralHeaderBytes];
         const LONG count = QZLIST_COUNT(m_entries);

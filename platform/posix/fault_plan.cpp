@@ -21,6 +21,9 @@ DWORD usual_error(FaultOp op) {
             return ERROR_DISK_FULL;
         case FaultOp::Alloc:
             return ERROR_NOT_ENOUGH_MEMORY;
+        case FaultOp::Open:
+        case FaultOp::Rename:
+            return ERROR_ACCESS_DENIED;
         case FaultOp::kCount:
             break;
     }

@@ -2,11 +2,12 @@
  * fault_plan.h - fault injection for the POSIX platform layer.
  *
  * A test creates a FaultPlan and tells it which operations to fail: the
- * Nth read, write, seek, truncation or allocation counted from the moment
- * the plan was made (1 is the next one), optionally for several calls in a
- * row. A failed operation does nothing, sets the given Win32 error and
- * returns the operation's Win32 failure value. Only one plan is active at a
- * time; the destructor removes it.
+ * Nth read, write, seek, truncation, allocation, file opening (CreateFileW)
+ * or change of a file's name (DeleteFileW, MoveFileW) counted from the
+ * moment the plan was made (1 is the next one), optionally for several
+ * calls in a row. A failed operation does nothing, sets the given Win32
+ * error and returns the operation's Win32 failure value. Only one plan is
+ * active at a time; the destructor removes it.
  *
  *     qz::testing::FaultPlan plan;
  *     plan.fail(qz::testing::FaultOp::Write, 2);   // the second write fails
@@ -20,7 +21,7 @@
 
 namespace qz::testing {
 
-enum class FaultOp { Read, Write, Seek, Truncate, Alloc, kCount };
+enum class FaultOp { Read, Write, Seek, Truncate, Alloc, Open, Rename, kCount };
 
 class FaultPlan {
 public:

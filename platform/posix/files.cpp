@@ -360,6 +360,7 @@ QZ_EXTERN_C HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURI
         SetLastError(ERROR_INVALID_PARAMETER);
         return INVALID_HANDLE_VALUE;
     }
+    if (injected(FaultOp::Open)) return INVALID_HANDLE_VALUE;
     return open_file(native, rights, share, disposition, flags);
 }
 
@@ -606,7 +607,7 @@ int rename_no_replace(const std::string& from, const std::string& to) {
 
 QZ_EXTERN_C BOOL DeleteFileW(LPCWSTR path) {
     std::string native;
-    if (!path_to_native(path, &native)) return FALSE;
+    if (!path_to_native(path, &native) || injected(FaultOp::Rename)) return FALSE;
     return remove_unless_shared(native, [&](const struct stat& st) -> DWORD {
         if (S_ISDIR(st.st_mode)) return ERROR_ACCESS_DENIED;
         return ::unlink(native.c_str()) == 0 ? ERROR_SUCCESS : set_last_error_from_errno();
@@ -615,7 +616,9 @@ QZ_EXTERN_C BOOL DeleteFileW(LPCWSTR path) {
 
 QZ_EXTERN_C BOOL MoveFileW(LPCWSTR from, LPCWSTR to) {
     std::string source, target;
-    if (!path_to_native(from, &source) || !path_to_native(to, &target)) return FALSE;
+    if (!path_to_native(from, &source) || !path_to_native(to, &target) ||
+        injected(FaultOp::Rename))
+        return FALSE;
     return remove_unless_shared(source, [&](const struct stat&) -> DWORD {
         const int error = rename_no_replace(source, target);
         if (error == 0) return ERROR_SUCCESS;

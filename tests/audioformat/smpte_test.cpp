@@ -254,6 +254,7 @@ TEST(SmpteText, TypedTimecodesFillTheLabelFromTheRight) {
          QZTEXT("1\x0661"
                 "2"),
          "00:00:01:02", S_OK},  // only 0-9 are digits
+        {1, QZTEXT("-1:+2h"), "00:01:02:00", S_OK},  // signs and letters separate
         {1, QZTEXT("::"), "00:00:00:00", S_FALSE},
         {1, nullptr, "00:00:00:00", S_FALSE},
     };

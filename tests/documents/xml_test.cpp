@@ -134,6 +134,42 @@ TEST(XmlParse, SixteenBitTextNeedsTheMarkAndEightBitIsAnsi) {
     // An odd last byte of UTF-16 is not a character.
     auto odd = parse(std::string("\xFF\xFE<\0a\0/\0>\0<", 11));
     EXPECT_EQ(dump(odd->root()), "<a/>");
+
+    // Bytes no UTF-8 decoder takes, and 0x81, which Windows-1252 leaves
+    // unassigned, are characters all the same; so are lone surrogates.
+    auto bad8 = parse("<a>\xC0\x80\x81\xFF</a>");
+    EXPECT_EQ(dump(bad8->root()), "<a>T(\\u00C0\\u20AC\\u0081\\u00FF)</a>");
+    auto bad16 = parse(std::string("\xFF\xFE<\0\x00\xD8>\0\x00\xDC\xFF\xFF<\0/\0\x00\xD8>\0", 20));
+    EXPECT_EQ(dump(bad16->root()), "<\\uD800>T(\\uDC00\\uFFFF)</\\uD800>");
+}
+
+// Every prefix of a document of each construct, in both encodings: each
+// parse ends, reads nothing past the bytes it was given (each prefix is a
+// block of its own size), and leaves a tree whose links hold.
+TEST(XmlParse, EveryPrefixOfADocumentParses) {
+    const std::string text =
+        "<?xml version=\"1.0\"?><!DOCTYPE r [<!ENTITY e \"v\">]><!-- c > d --><r a=\"1\" "
+        "b=\"x&amp;y\"><e/><f g=\"2\"/>t\xE9<![CDATA[<z>]]><?p q?><n>v</n></r>";
+    std::string utf16 = "\xFF\xFE";
+    for (char c : text) utf16 += {c, '\0'};
+    for (const std::string& whole : {text, utf16}) {
+        for (size_t n = 0; n <= whole.size(); ++n) {
+            SCOPED_TRACE(n);
+            const std::unique_ptr<char[]> bytes(new char[n]);
+            whole.copy(bytes.get(), n);
+            CQzXML_Document doc;
+            if (FAILED(doc.OpenMemory(bytes.get(), n))) continue;
+            const HRESULT hr = doc.ParseFile();
+            EXPECT_TRUE(hr == S_OK || hr == E_FAIL) << std::hex << hr;
+            QZXML_CONTENT* root = nullptr;
+            doc.FindContentClose(doc.FindContentFirst(nullptr, &root));
+            const std::string tree = dump(root);
+            if (n == whole.size()) {
+                EXPECT_EQ(tree, "<r a=\"1\" b=\"x&amp;y\"><e/><f g=\"2\"></f>T(t\\u00E9)"
+                                "C([CDATA[<z)P(?p q?>)<n>T(v)</n></r>");
+            }
+        }
+    }
 }
 
 TEST(XmlQuery, ContentAttributesAndChildren) {

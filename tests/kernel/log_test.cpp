@@ -6,6 +6,7 @@
 #include <cctype>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -13,6 +14,9 @@
 
 #include "tests/support/error_support.h"
 #include "tests/support/faults.h"
+#if QZ_TEST_FAULTS
+#include "tests/support/fault_sweep.h"
+#endif
 
 namespace {
 
@@ -159,24 +163,37 @@ TEST_F(LogFile, FileMovesToPreviousWhenItReachesTheLimit) {
     EXPECT_EQ(contents(), last);
 }
 
-// The fault plan exists on POSIX only, and Windows removes no folder while
-// a file in it is open.
-#if QZ_TEST_FAULTS
-TEST_F(LogFile, WriteErrorsAndAFailedReopeningAreReported) {
-    CLog log;
-    ASSERT_EQ(log.Init(name_.c_str(), QZLOG_PLAIN, 10, 0), S_OK);
-    {
-        qz::testing::FaultPlan plan;
-        plan.fail(qz::testing::FaultOp::Write, 1);
-        EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("lost")), QZE_FILE_WRITE);
-    }
-    EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("kept")), S_OK);
-    EXPECT_EQ(contents(), "kept\n");
-    ASSERT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("more than ten bytes")), S_OK);
-    // The folder goes away under the open file: the rotation cannot reopen.
-    fs::remove_all(dir_.path());
-    EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("x")), QZE_FILE_OPEN);
-    EXPECT_EQ(log.Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("x")), QZE_INIT_FAILED);
+#if QZ_TEST_FAULTS  // the fault plan exists on POSIX only
+// Each platform call of a write that rotates fails in turn: the lines since
+// the last rotation are kept, in one file or the other, the new line follows
+// them when the write succeeds, and only a file that cannot be opened again
+// stops the log.
+TEST_F(LogFile, EachFailingCallOfARotationKeepsTheLines) {
+    auto line = [](int i) { return "line " + std::to_string(i) + std::string(44, '.'); };
+    auto text = [](const std::string& path) { return native_exists(path) ? read(path) : ""; };
+    const std::string recent = line(2) + "\n" + line(3) + "\n";
+    const HRESULT codes[] = {E_FAIL, QZE_FILE_WRITE, E_FAIL, E_FAIL, E_FAIL, QZE_FILE_OPEN, S_OK};
+    std::unique_ptr<CLog> log;
+    const unsigned runs = qz::testing::sweep_calls(
+        [&]() -> qz::testing::FaultStep {
+            log.reset();
+            fs::remove(path_);
+            fs::remove(path_ + ".previous");
+            log = std::make_unique<CLog>();
+            EXPECT_EQ(log->Init(name_.c_str(), QZLOG_PLAIN, 100, 0), S_OK);
+            // Lines of 50 bytes: the third moves the first two away.
+            for (int i = 0; i < 4; ++i) log->Write(QZLOG_PLAIN, nullptr, 0, wide(line(i)).c_str());
+            return [&] { return log->Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("last")); };
+        },
+        [&](qz::testing::FaultOp op, HRESULT hr) {
+            EXPECT_EQ(hr, codes[int(op)]);
+            const std::string all = text(path_ + ".previous") + text(path_);
+            const std::string kept = recent + (hr == S_OK ? "last\n" : "");
+            EXPECT_EQ(all.substr(all.size() - std::min(all.size(), kept.size())), kept);
+            EXPECT_EQ(log->Write(QZLOG_PLAIN, nullptr, 0, QZTEXT("next")),
+                      hr == QZE_FILE_OPEN ? QZE_INIT_FAILED : S_OK);
+        });
+    EXPECT_EQ(runs, 5u);  // two openings, the deletion, the renaming and the write
 }
 #endif
 

@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <map>
+#include <memory>
 #include <set>
+#include <string>
 
 namespace qz::testing {
 
@@ -11,10 +14,12 @@ namespace {
 
 using Codes = std::set<HRESULT>;
 
-Codes allowed(const FaultCase& c, int op, unsigned nth = 0) {
+Codes allowed(const FaultCase& c, FaultOp op, unsigned nth) {
+    if (size_t(op) >= std::strlen(c.codes)) return {};
     // A search takes a first position query failing with ERROR_SEEK for a
     // pipe's answer and reads on header by header.
-    if (c.codes[op] == 'P') return nth == 1 ? Codes{QZE_FILE_READ, S_OK} : Codes{QZE_FILE_READ};
+    if (c.codes[int(op)] == 'P')
+        return nth == 1 ? Codes{QZE_FILE_READ, S_OK} : Codes{QZE_FILE_READ};
     static const std::map<char, Codes> by_letter = {{'R', {QZE_FILE_READ}},
                                                     {'W', {QZE_FILE_WRITE}},
                                                     {'B', {QZE_FILE_READ, QZE_FILE_WRITE}},
@@ -22,10 +27,10 @@ Codes allowed(const FaultCase& c, int op, unsigned nth = 0) {
                                                     {'H', {QZE_FILE_READ, QZE_NO_RIFF_HEADER}},
                                                     {'M', {E_OUTOFMEMORY}},
                                                     {'-', {}}};
-    return by_letter.at(c.codes[op]);
+    return by_letter.at(c.codes[int(op)]);
 }
 
-const char* const kOpNames[] = {"read", "write", "seek", "truncate", "alloc"};
+const char* const kOpNames[] = {"read", "write", "seek", "truncate", "alloc", "open", "rename"};
 
 }  // namespace
 
@@ -43,33 +48,47 @@ FaultCheck nothing_past(size_t length) {
     };
 }
 
-void sweep(const FaultCase& c) {
-    unsigned counted[int(FaultOp::kCount)] = {};
+unsigned sweep_calls(const std::function<FaultStep()>& prepare,
+                     const std::function<void(FaultOp, HRESULT)>& check) {
+    unsigned counted[int(FaultOp::kCount)] = {}, runs = 0;
     {
-        TempFile f(c.file);
-        f.seek(c.start);
+        const FaultStep step = prepare();
         FaultPlan count;
-        ASSERT_TRUE(SUCCEEDED(c.run(f.handle()))) << c.name << ": the clean run must succeed";
+        EXPECT_TRUE(SUCCEEDED(step())) << "the clean run must succeed";
         for (int op = 0; op < int(FaultOp::kCount); ++op) counted[op] = count.calls(FaultOp(op));
     }
     for (int op = 0; op < int(FaultOp::kCount); ++op) {
-        if (counted[op] && allowed(c, op).empty())
-            ADD_FAILURE() << c.name << " makes unexpected " << kOpNames[op] << " calls";
-        for (unsigned n = 1; n <= counted[op]; ++n) {
-            TempFile f(c.file);
-            f.seek(c.start);
+        for (unsigned n = 1; n <= counted[op]; ++n, ++runs) {
+            SCOPED_TRACE(std::string(kOpNames[op]) + " #" + std::to_string(n) + " failing");
+            const FaultStep step = prepare();
             HRESULT hr;
             {
                 FaultPlan plan;
                 plan.fail(FaultOp(op), n);
-                hr = c.run(f.handle());
-                EXPECT_EQ(plan.failures(FaultOp(op)), 1u) << c.name << " " << kOpNames[op] << n;
+                hr = step();
+                EXPECT_EQ(plan.failures(FaultOp(op)), 1u);
             }
-            EXPECT_TRUE(allowed(c, op, n).count(hr)) << c.name << ": " << kOpNames[op] << " #" << n
-                                                  << " failing gave 0x" << std::hex << uint32_t(hr);
-            if (c.check) c.check(f, c.file, FaultOp(op));
+            check(FaultOp(op), hr);
         }
     }
+    return runs;
+}
+
+void sweep(const FaultCase& c) {
+    SCOPED_TRACE(c.name);
+    std::unique_ptr<TempFile> f;
+    unsigned nth[int(FaultOp::kCount)] = {};  // runs come in order of kind and call
+    sweep_calls(
+        [&]() -> FaultStep {
+            f = std::make_unique<TempFile>(c.file);
+            f->seek(c.start);
+            return [&] { return c.run(f->handle()); };
+        },
+        [&](FaultOp op, HRESULT hr) {
+            EXPECT_TRUE(allowed(c, op, ++nth[int(op)]).count(hr))
+                << "gave 0x" << std::hex << uint32_t(hr);
+            if (c.check) c.check(*f, c.file, op);
+        });
 }
 
 void sweep_writes(const std::function<HRESULT(HANDLE)>& write,

@@ -1,10 +1,9 @@
-// The fault sweep of the chunk-file suites: every failure of the platform
-// layer must come back as the family's code.
+// The fault sweep: every failure of the platform layer must come back as
+// the family's code, and leave the files as the family promises.
 //
-// Each case runs once without faults to count the calls of each kind it
-// makes, then again on a fresh copy of its file once per call, with just
-// that call failing; the result must be one of the codes the case allows
-// for that kind, and the case's check then looks at what the file holds.
+// A step runs once without faults to count the calls of each kind it
+// makes, then again from a fresh start once per call, with just that call
+// failing; the check then looks at the result and at what the files hold.
 #ifndef QZ_TESTS_SUPPORT_FAULT_SWEEP_H
 #define QZ_TESTS_SUPPORT_FAULT_SWEEP_H
 
@@ -16,6 +15,14 @@
 
 namespace qz::testing {
 
+// `prepare` sets up a fresh start, outside the fault plan, and returns the
+// step to run under it; `check` sees the kind of the failed call and the
+// step's result. The clean run must succeed. Returns the runs with a failure.
+using FaultStep = std::function<HRESULT()>;
+unsigned sweep_calls(const std::function<FaultStep()>& prepare,
+                     const std::function<void(FaultOp, HRESULT)>& check);
+
+// The chunk-file cases: a step on a handle to a copy of `file`, at `start`.
 using FaultCheck = std::function<void(const TempFile&, const Bytes& original, FaultOp)>;
 
 struct FaultCase {
@@ -23,11 +30,12 @@ struct FaultCase {
     Bytes file;
     uint64_t start;
     std::function<HRESULT(HANDLE)> run;
-    // One letter per kind (read, write, seek, truncate, alloc) for the codes
-    // allowed when it fails: R read, W write, B either, L either or S_FALSE,
-    // H read or "no RIFF header", M out of memory, - no such calls at all;
-    // P read, or S_OK when the first one fails (a search takes that for a
-    // pipe's answer and reads header by header).
+    // One letter per kind (read, write, seek, truncate, alloc; the kinds
+    // past the letters make no calls) for the codes allowed when it fails:
+    // R read, W write, B either, L either or S_FALSE, H read or "no RIFF
+    // header", M out of memory, - no such calls at all; P read, or S_OK when
+    // the first one fails (a search takes that for a pipe's answer and reads
+    // header by header).
     const char* codes;
     FaultCheck check;
 };

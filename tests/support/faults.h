@@ -11,7 +11,7 @@
 namespace qz::testing {
 // The operations alone, so that case tables can name them; the rows that
 // need a failure are passed over on Windows.
-enum class FaultOp { Read, Write, Seek, Truncate, Alloc, kCount };
+enum class FaultOp { Read, Write, Seek, Truncate, Alloc, Open, Rename, kCount };
 }  // namespace qz::testing
 #endif
 
