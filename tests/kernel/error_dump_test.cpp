@@ -35,14 +35,20 @@ std::string addr(uintptr_t p) {
     return hex_address(reinterpret_cast<const void*>(p));
 }
 
-// Runs a dump into a buffer with guard bytes past `size` and checks them.
-using DumpFn = int(QZ_STDCALL*)(char*, int, const void*, int);
-std::string dump_with(DumpFn dump, const void* address, int count, int size = 4096) {
+// Runs `dump(buffer, size)` into a buffer with guard bytes past `size`,
+// checks them and the length it returns, and gives the text.
+template <class Dump>
+std::string guarded(int size, Dump dump) {
     std::vector<char> buffer(size_t(size) + 16, kCanary);
-    const int n = dump(buffer.data(), size, address, count);
-    EXPECT_EQ(size_t(n), std::strlen(buffer.data()));
+    const int n = dump(buffer.data(), size);
     for (size_t i = size_t(size); i < buffer.size(); ++i) EXPECT_EQ(buffer[i], kCanary) << i;
-    return buffer.data();
+    const std::string text = size ? buffer.data() : "";
+    EXPECT_EQ(size_t(n), text.size());
+    return text;
+}
+using DumpFn = int(QZ_STDCALL*)(char*, int, const void*, int);
+std::string dump_with(DumpFn dump, const void* address, int count, int size) {
+    return guarded(size, [&](char* buffer, int n) { return dump(buffer, n, address, count); });
 }
 std::string hex_dump(const void* address, int count, int size = 4096) {
     return dump_with(QzErrorHandler_DumpHex, address, count, size);
@@ -53,38 +59,27 @@ std::string word_dump(const void* address, int count, int size = 4096) {
 
 // A readable page that ends at 0x5A5A0000, followed by a page that cannot
 // be read, so that dumps of it print the same addresses on every run.
-#if defined(_WIN32)
-// Windows reserves address space in 64 KiB units: the reservation holds the
-// 64 KiB below the boundary, committed and readable, and one page above it
-// left reserved only.
+// Windows reserves address space in 64 KiB units: there the reservation
+// holds the 64 KiB below the boundary, committed and readable, and one page
+// above it left reserved only.
 class GuardedPage {
 public:
     static constexpr uintptr_t kBoundary = 0x5A5A0000;
-    static constexpr size_t kGranule = 0x10000;
-    GuardedPage() {
-        void* const want = reinterpret_cast<void*>(kBoundary - kGranule);
-        void* p = VirtualAlloc(want, 2 * kGranule, MEM_RESERVE, PAGE_NOACCESS);
+#if defined(_WIN32)
+    GuardedPage() : size_(0x10000) {
+        void* const want = reinterpret_cast<void*>(kBoundary - size_);
+        void* p = VirtualAlloc(want, 2 * size_, MEM_RESERVE, PAGE_NOACCESS);
         if (p && p != want) VirtualFree(p, 0, MEM_RELEASE);
-        reserved_ = p == want ? static_cast<unsigned char*>(p) : nullptr;
-        if (reserved_ && !VirtualAlloc(reserved_, kGranule, MEM_COMMIT, PAGE_READWRITE)) {
-            VirtualFree(reserved_, 0, MEM_RELEASE);
-            reserved_ = nullptr;
+        base_ = p == want ? static_cast<unsigned char*>(p) : nullptr;
+        if (base_ && !VirtualAlloc(base_, size_, MEM_COMMIT, PAGE_READWRITE)) {
+            VirtualFree(base_, 0, MEM_RELEASE);
+            base_ = nullptr;
         }
     }
     ~GuardedPage() {
-        if (reserved_) VirtualFree(reserved_, 0, MEM_RELEASE);
+        if (base_) VirtualFree(base_, 0, MEM_RELEASE);
     }
-    bool ok() const { return reserved_ != nullptr; }
-    // The first byte that cannot be read.
-    unsigned char* boundary() const { return reserved_ + kGranule; }
-
-private:
-    unsigned char* reserved_;
-};
 #else
-class GuardedPage {
-public:
-    static constexpr uintptr_t kBoundary = 0x5A5A0000;
     GuardedPage() : size_(size_t(sysconf(_SC_PAGESIZE))) {
         void* const want = reinterpret_cast<void*>(kBoundary - size_);
         void* p = mmap(want, 2 * size_, PROT_READ | PROT_WRITE,
@@ -96,6 +91,7 @@ public:
     ~GuardedPage() {
         if (base_) munmap(base_, 2 * size_);
     }
+#endif
     bool ok() const { return base_ != nullptr; }
     // The first byte that cannot be read.
     unsigned char* boundary() const { return base_ + size_; }
@@ -104,7 +100,6 @@ private:
     size_t size_;
     unsigned char* base_;
 };
-#endif
 
 #define NEED_PAGE(page) \
     if (!(page).ok()) GTEST_SKIP() << "no page below 0x5A5A0000 for the literal rows"
@@ -307,16 +302,9 @@ FakeException access_violation(const GuardedPage& page) {
 
 std::string exception_dump(EXCEPTION_POINTERS* pointers, DWORD mask, LPCWSTR caption,
                            int size = 4096) {
-    std::vector<char> buffer(size_t(size) + 16, kCanary);
-    const int n = QzErrorHandler_DumpExceptionRecord(buffer.data(), size, caption, pointers, mask);
-    if (size == 0) {
-        EXPECT_EQ(n, 0);
-        EXPECT_EQ(buffer[0], kCanary);
-        return "";
-    }
-    EXPECT_EQ(size_t(n), std::strlen(buffer.data()));
-    for (size_t i = size_t(size); i < buffer.size(); ++i) EXPECT_EQ(buffer[i], kCanary);
-    return buffer.data();
+    return guarded(size, [&](char* buffer, int n) {
+        return QzErrorHandler_DumpExceptionRecord(buffer, n, caption, pointers, mask);
+    });
 }
 
 std::string thread_text(const char* caption) {
@@ -325,8 +313,8 @@ std::string thread_text(const char* caption) {
     qz::platform::current_thread_stack(&low, &high);
     char id[16];
     std::snprintf(id, sizeof id, "%X", unsigned(GetCurrentThreadId()));
-    return std::string("Thread: ") + caption + " ID=0x" + id + " Stack=0x" + hex_address(low) + "-0x" +
-           hex_address(high) + "\r\n";
+    return std::string("Thread: ") + caption + " ID=0x" + id + " Stack=0x" + hex_address(low) +
+           "-0x" + hex_address(high) + "\r\n";
 }
 
 TEST(ExceptionDump, EachSectionInItsExactFormat) {
@@ -403,25 +391,20 @@ TEST(ExceptionDump, NamesReadAndPartialRecords) {
     EXCEPTION_RECORD record{};
     EXCEPTION_POINTERS pointers{&record, nullptr};
     record.ExceptionAddress = reinterpret_cast<PVOID>(0x1000);
+    const std::string ip = by_model(" IP:0x0000000000001000\r\n", " IP:0x00001000\r\n");
     const struct {
         DWORD code;
         DWORD parameters;
         std::string line;
     } cases[] = {
-        {0xC0000094, 0,
-         by_model("Exception 0xC0000094 (integer divide by zero) IP:0x0000000000001000\r\n",
-                  "Exception 0xC0000094 (integer divide by zero) IP:0x00001000\r\n")},
-        {0xE0000042, 0,
-         by_model("Exception 0xE0000042 (Unknown Type) IP:0x0000000000001000\r\n",
-                  "Exception 0xE0000042 (Unknown Type) IP:0x00001000\r\n")},
+        {0xC0000094, 0, "Exception 0xC0000094 (integer divide by zero)" + ip},
+        {0xE0000042, 0, "Exception 0xE0000042 (Unknown Type)" + ip},
         // An access violation without its parameters names no access.
-        {0xC0000005, 0,
-         by_model("Exception 0xC0000005 (access violation) IP:0x0000000000001000\r\n",
-                  "Exception 0xC0000005 (access violation) IP:0x00001000\r\n")},
+        {0xC0000005, 0, "Exception 0xC0000005 (access violation)" + ip},
         {0xC0000005, 2,
-         by_model("Exception 0xC0000005 (access violation) READ:0x0000000000000044"
-                  " IP:0x0000000000001000\r\n",
-                  "Exception 0xC0000005 (access violation) READ:0x00000044 IP:0x00001000\r\n")}};
+         "Exception 0xC0000005 (access violation) READ:0x" +
+             by_model("0000000000000044", "00000044") + ip},
+    };
     record.ExceptionInformation[1] = 0x44;
     for (const auto& c : cases) {
         record.ExceptionCode = c.code;
