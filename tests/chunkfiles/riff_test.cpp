@@ -88,13 +88,11 @@ TEST(RiffWrite, LengthsPast32BitsAreHeldAtTheTop) {
 #if defined(_WIN32)
     void* body = VirtualAlloc(nullptr, span, MEM_RESERVE | MEM_COMMIT, PAGE_READONLY);
     ASSERT_NE(body, nullptr);
-    const HANDLE h = CreateFileW(QZTEXT("NUL"), GENERIC_WRITE, FILE_SHARE_WRITE, nullptr,
-                                 OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE h = open_path("NUL", GENERIC_WRITE);
 #else
     void* body = mmap(nullptr, span, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     ASSERT_NE(body, MAP_FAILED);
-    const HANDLE h = CreateFileW(QZTEXT("/dev/null"), GENERIC_WRITE, FILE_SHARE_WRITE, nullptr,
-                                 OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE h = open_path("/dev/null", GENERIC_WRITE);
 #endif
     DWORD written = 0;
     EXPECT_EQ(riff_WriteChunk(h, cc("data"), body, 0xFFFFFFF7, &written), S_OK);
