@@ -90,13 +90,11 @@ TEST_F(FrameInitTest, RepeatingKeepsOneListOneLanguageAndTheFirstProbe) {
     qz::frame::set_processor_probe([] { return DWORD(++g_probe_calls); });
     QzKernel_SetSplash(reinterpret_cast<HWND>(0x99));
 
-    struct Case {
-        DWORD flags, mode;
-    };
-    for (const Case& c : {Case{0x20, 2}, Case{0x21, 1}, Case{0x40, 0}, Case{1, 1}}) {
-        ASSERT_TRUE(QzKernel_EarlyInitialize(module_, c.flags));
-        EXPECT_EQ(state().startup_mode, c.mode) << c.flags;
-        EXPECT_EQ(state().init_flags, c.flags);
+    const DWORD modes[][2] = {{0x20, 2}, {0x21, 1}, {0x40, 0}, {1, 1}};  // flags, startup mode
+    for (const auto& [flags, mode] : modes) {
+        ASSERT_TRUE(QzKernel_EarlyInitialize(module_, flags));
+        EXPECT_EQ(state().startup_mode, mode) << flags;
+        EXPECT_EQ(state().init_flags, flags);
     }
     EXPECT_EQ(state().registered_objects, list);
     EXPECT_EQ(qz::lang::kernel_instance(), lang);
