@@ -314,9 +314,6 @@ TEST(GetFileSize, ReportsTheHighWordAndTellsAllOnesFromFailure) {
     DWORD high = 0;
     EXPECT_EQ(GetFileSize(h.get(), &high), 2u);
     EXPECT_EQ(high, 1u);
-    LARGE_INTEGER size;
-    ASSERT_TRUE(GetFileSizeEx(h.get(), &size));
-    EXPECT_EQ(size.QuadPart, 0x100000002LL);
 
     end.QuadPart = 0xFFFFFFFFLL;
     ASSERT_TRUE(SetFilePointerEx(h.get(), end, nullptr, FILE_BEGIN));
