@@ -110,7 +110,7 @@ std::string by_model(const char* wide, const char* narrow) {
     return sizeof(void*) == 8 ? wide : narrow;
 }
 
-TEST(DumpHex, EightBytesALinePaddedColumnsAndPrintableRange) {
+TEST(DumpHex, EightBytesOrFourWordsALinePaddedPrintableAndUnreadable) {
     GuardedPage page;
     NEED_PAGE(page);
     const unsigned char data[] = {31, 32, 126, 127, 0x80, 0xFF, '%', '\\', 'A', 0x01, 'z'};
@@ -120,6 +120,21 @@ TEST(DumpHex, EightBytesALinePaddedColumnsAndPrintableRange) {
                                         " 000000005A59FFF8: 41 01 7A                A.z\r\n",
                                         " 5A59FFF0: 1F 20 7E 7F 80 FF 25 5C . ~...%\\\r\n"
                                         " 5A59FFF8: 41 01 7A                A.z\r\n"));
+
+    const DWORD words[] = {0x12345678, 0xDEADBEEF, 0, 1, 0xFFFFFFFF};
+    p = page.boundary() - 26;
+    std::memcpy(p, words, sizeof words);
+    const std::string line = by_model(" 000000005A59FFE6: 12345678 DEADBEEF 00000000 00000001 \r\n",
+                                      " 5A59FFE6: 12345678 DEADBEEF 00000000 00000001 \r\n");
+    EXPECT_EQ(word_dump(p, 5),
+              line + by_model(" 000000005A59FFF6: FFFFFFFF \r\n", " 5A59FFF6: FFFFFFFF \r\n"));
+    EXPECT_EQ(word_dump(p, 5, int(kLineRoom)), line);
+    // A word half readable is unreadable as a word.
+    const DWORD first = 0xA1B2C3D4;
+    std::memcpy(page.boundary() - 6, &first, 4);
+    EXPECT_EQ(word_dump(page.boundary() - 6, 3),
+              by_model(" 000000005A59FFFA: A1B2C3D4 ........ ........ \r\n",
+                       " 5A59FFFA: A1B2C3D4 ........ ........ \r\n"));
 }
 
 TEST(DumpHex, LinesNeedFiftyCharactersOfRoomPlusExtraDigitsOrAreLeftOut) {
@@ -139,25 +154,6 @@ TEST(DumpHex, LinesNeedFiftyCharactersOfRoomPlusExtraDigitsOrAreLeftOut) {
     char untouched = kCanary;
     EXPECT_EQ(QzErrorHandler_DumpHexDWords(&untouched, -1, data, 1), 0);
     EXPECT_EQ(untouched, kCanary);
-}
-
-TEST(DumpHexDWords, FourWordsALineAndUnreadableWords) {
-    GuardedPage page;
-    NEED_PAGE(page);
-    const DWORD words[] = {0x12345678, 0xDEADBEEF, 0, 1, 0xFFFFFFFF};
-    unsigned char* p = page.boundary() - 26;
-    std::memcpy(p, words, sizeof words);
-    const std::string line = by_model(" 000000005A59FFE6: 12345678 DEADBEEF 00000000 00000001 \r\n",
-                                      " 5A59FFE6: 12345678 DEADBEEF 00000000 00000001 \r\n");
-    EXPECT_EQ(word_dump(p, 5),
-              line + by_model(" 000000005A59FFF6: FFFFFFFF \r\n", " 5A59FFF6: FFFFFFFF \r\n"));
-    EXPECT_EQ(word_dump(p, 5, int(kLineRoom)), line);
-    // A word half readable is unreadable as a word.
-    const DWORD first = 0xA1B2C3D4;
-    std::memcpy(page.boundary() - 6, &first, 4);
-    EXPECT_EQ(word_dump(page.boundary() - 6, 3),
-              by_model(" 000000005A59FFFA: A1B2C3D4 ........ ........ \r\n",
-                       " 5A59FFFA: A1B2C3D4 ........ ........ \r\n"));
 }
 
 #if defined(_WIN32)
@@ -218,23 +214,21 @@ struct ModuleOf {
 // The module that holds `address`, asked of the system another way than the
 // library asks: Windows' memory manager knows the image it was mapped from,
 // the POSIX loader the shared object.
-#if defined(_WIN32)
 ModuleOf module_of(const void* address) {
+#if defined(_WIN32)
     MEMORY_BASIC_INFORMATION info{};
     EXPECT_EQ(VirtualQuery(address, &info, sizeof info), sizeof info);
     char path[MAX_PATH] = {};
     GetModuleFileNameA(static_cast<HMODULE>(info.AllocationBase), path, MAX_PATH);
     const char* slash = std::strrchr(path, '\\');
     return {reinterpret_cast<uintptr_t>(info.AllocationBase), slash ? slash + 1 : path};
-}
 #else
-ModuleOf module_of(const void* address) {
     Dl_info info{};
     EXPECT_NE(dladdr(address, &info), 0);
     const char* slash = std::strrchr(info.dli_fname, '/');
     return {reinterpret_cast<uintptr_t>(info.dli_fbase), slash ? slash + 1 : info.dli_fname};
-}
 #endif
+}
 
 TEST(StackDump, WalkEndsAtTheTopOfTheThreadsStack) {
     const void* low = nullptr;
