@@ -300,6 +300,7 @@ TEST(WaveFormatEquality, RecordsAgainstRecordsAndStructures) {
         {kPcm16, plain(1, 2, 48000, 16), false, false},
         {kExt51, extensible(plain(1, 6, 48000, 24), 1, 0x60F, 24), false, false},
         {plain(0xFE00, 2, 44100, 32), kExt24In32, true, true},
+        {kAdpcm, kAdpcm, true, true},  // codec bytes filling the structure
         {kAdpcm, adpcm_other_extra, false, false},
         {kAdpcm, adpcm_short, false, false},
         {plain(1, 1, 8000, 12), plain(1, 1, 8000, 16), false, false},
