@@ -163,26 +163,23 @@ TEST(MriffRead, ReadDataSkipsAnOddCountsPadAndBoundedReadsTakeTheChunkSizeFourth
 
 TEST(MriffRead, ReadDataAllocAllocatesReadsAndFreesOnFailure) {
     Image img(text("hello world"));
-    QZRIFFDATA data{5, nullptr};
-    ASSERT_EQ(mriff_ReadDataAlloc(&img.m, &data), S_OK);
-    ASSERT_NE(data.pData, nullptr);
-    EXPECT_EQ(make_tuple(std::string(static_cast<char*>(data.pData), 5), img.at()),
-              make_tuple(std::string("hello"), 6u));  // odd count: pad skipped
-    GlobalUnlock(GlobalHandle(data.pData));
-    GlobalFree(GlobalHandle(data.pData));
+    const auto read = [&](QZRIFFDATA* data) { return mriff_ReadDataAlloc(&img.m, data); };
+    EXPECT_EQ(read_alloc_checked(read, text("hello")), S_OK);
+    EXPECT_EQ(img.at(), 6u);  // odd count: pad skipped
+    QZRIFFDATA data;
     for (const DWORD count : {10u, 0u}) {  // only 5 left; nothing asked
         data = {count, reinterpret_cast<LPVOID>(1)};
-        EXPECT_EQ(mriff_ReadDataAlloc(&img.m, &data), count ? QZE_FILE_READ : S_OK);
+        EXPECT_EQ(read(&data), count ? QZE_FILE_READ : S_OK);
         EXPECT_EQ(data.pData, nullptr);
     }
-    EXPECT_EQ(mriff_ReadDataAlloc(&img.m, nullptr), E_INVALIDARG);
+    EXPECT_EQ(read(nullptr), E_INVALIDARG);
 #if QZ_TEST_FAULTS  // the fault plan exists on POSIX only
     // No memory: nothing read, the position stays.
     img.go(0);
     FaultPlan plan;
     plan.fail(FaultOp::Alloc, 1);
     data = {4, reinterpret_cast<LPVOID>(1)};
-    EXPECT_EQ(mriff_ReadDataAlloc(&img.m, &data), E_OUTOFMEMORY);
+    EXPECT_EQ(read(&data), E_OUTOFMEMORY);
     EXPECT_EQ(make_tuple(data.pData, img.at()), make_tuple(LPVOID(nullptr), 0u));
 #endif
 }

@@ -9,10 +9,10 @@
 
 #include "tests/support/riff_files.h"
 
+namespace {
+
 using namespace qz::testing;
 using std::make_tuple;
-
-namespace {
 
 constexpr DWORD kNone = 0xDEADBEEF;  // no budget given; an output left alone
 
@@ -20,8 +20,6 @@ constexpr DWORD kNone = 0xDEADBEEF;  // no budget given; an output left alone
 const Bytes kWave = riff("WAVE", chunk("fmt ", pattern(16)) + chunk("junk", pattern(5)) +
                                      list("INFO", chunk("INAM", text("tone") + Bytes{0})) +
                                      chunk("data", pattern(6)));
-
-}  // namespace
 
 TEST(RiffHeaders, ReadsStopAtTheBodyAndLeaveTheOutputsOfAFailureAlone) {
     // 'c' chunk header (id, size), 'l' list header (type, size - 4), 'f' file
@@ -90,13 +88,11 @@ TEST(RiffWrite, LengthsPast32BitsAreHeldAtTheTop) {
 #if defined(_WIN32)
     void* body = VirtualAlloc(nullptr, span, MEM_RESERVE | MEM_COMMIT, PAGE_READONLY);
     ASSERT_NE(body, nullptr);
-    const HANDLE h = CreateFileW(QZTEXT("NUL"), GENERIC_WRITE, FILE_SHARE_WRITE, nullptr,
-                                 OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE h = open_path("NUL", GENERIC_WRITE);
 #else
     void* body = mmap(nullptr, span, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     ASSERT_NE(body, MAP_FAILED);
-    const HANDLE h = CreateFileW(QZTEXT("/dev/null"), GENERIC_WRITE, FILE_SHARE_WRITE, nullptr,
-                                 OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE h = open_path("/dev/null", GENERIC_WRITE);
 #endif
     DWORD written = 0;
     EXPECT_EQ(riff_WriteChunk(h, cc("data"), body, 0xFFFFFFF7, &written), S_OK);
@@ -233,8 +229,6 @@ TEST(RiffSize, UpdateAddsTheSignedDeltaOrCutsTheFileBackAtTheLimit) {
     EXPECT_EQ(cut.position(), 0u);
 }
 
-namespace {
-
 enum Op { Find, InRiff, List, FromStart, Count, Seek };
 
 HRESULT walk(Op op, HANDLE h, DWORD arg, DWORD* size, DWORD* left) {
@@ -254,8 +248,6 @@ HRESULT walk(Op op, HANDLE h, DWORD arg, DWORD* size, DWORD* left) {
     }
     return riff_SeekListEntry(h, arg, left);
 }
-
-}  // namespace
 
 TEST(RiffWalk, BudgetsPadsAndShortReadsEndWhereTheBytesSay) {
     const Bytes tail = kWave + chunk("tail", pattern(2));  // not part of the top level
@@ -322,14 +314,10 @@ TEST(RiffWalk, BudgetsPadsAndShortReadsEndWhereTheBytesSay) {
     EXPECT_EQ(riff_GetNumListEntries(f.handle(), nullptr, nullptr), E_INVALIDARG);
 }
 
-namespace {
-
 // Track 5 of a disc with serial 0x1234ABCD, starting at sector 33000 (7:20:00)
 // and lasting 15000 sectors (3:20:00).
 const Bytes kCdda = Bytes{1, 0, 5, 0} + le32(0x1234ABCD) + le32(33000) + le32(15000) +
                     Bytes{0, 20, 7, 0} + Bytes{0, 20, 3, 0};
-
-}  // namespace
 
 TEST(RiffCda, ReadsTheTrackRecordOfCddaFilesOnly) {
     const Bytes track = riff("CDDA", chunk("fmt ", kCdda));
@@ -367,3 +355,5 @@ TEST(RiffCda, ReadCdaFileFillsEveryOutputEvenAfterAFailure) {
               QZE_FILE_OPEN);
     EXPECT_EQ(number, 0u);
 }
+
+}  // namespace

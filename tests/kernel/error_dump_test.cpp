@@ -35,14 +35,20 @@ std::string addr(uintptr_t p) {
     return hex_address(reinterpret_cast<const void*>(p));
 }
 
-// Runs a dump into a buffer with guard bytes past `size` and checks them.
-using DumpFn = int(QZ_STDCALL*)(char*, int, const void*, int);
-std::string dump_with(DumpFn dump, const void* address, int count, int size = 4096) {
+// Runs `dump(buffer, size)` into a buffer with guard bytes past `size`,
+// checks them and the length it returns, and gives the text.
+template <class Dump>
+std::string guarded(int size, Dump dump) {
     std::vector<char> buffer(size_t(size) + 16, kCanary);
-    const int n = dump(buffer.data(), size, address, count);
-    EXPECT_EQ(size_t(n), std::strlen(buffer.data()));
+    const int n = dump(buffer.data(), size);
     for (size_t i = size_t(size); i < buffer.size(); ++i) EXPECT_EQ(buffer[i], kCanary) << i;
-    return buffer.data();
+    const std::string text = size ? buffer.data() : "";
+    EXPECT_EQ(size_t(n), text.size());
+    return text;
+}
+using DumpFn = int(QZ_STDCALL*)(char*, int, const void*, int);
+std::string dump_with(DumpFn dump, const void* address, int count, int size) {
+    return guarded(size, [&](char* buffer, int n) { return dump(buffer, n, address, count); });
 }
 std::string hex_dump(const void* address, int count, int size = 4096) {
     return dump_with(QzErrorHandler_DumpHex, address, count, size);
@@ -53,38 +59,27 @@ std::string word_dump(const void* address, int count, int size = 4096) {
 
 // A readable page that ends at 0x5A5A0000, followed by a page that cannot
 // be read, so that dumps of it print the same addresses on every run.
-#if defined(_WIN32)
-// Windows reserves address space in 64 KiB units: the reservation holds the
-// 64 KiB below the boundary, committed and readable, and one page above it
-// left reserved only.
+// Windows reserves address space in 64 KiB units: there the reservation
+// holds the 64 KiB below the boundary, committed and readable, and one page
+// above it left reserved only.
 class GuardedPage {
 public:
     static constexpr uintptr_t kBoundary = 0x5A5A0000;
-    static constexpr size_t kGranule = 0x10000;
-    GuardedPage() {
-        void* const want = reinterpret_cast<void*>(kBoundary - kGranule);
-        void* p = VirtualAlloc(want, 2 * kGranule, MEM_RESERVE, PAGE_NOACCESS);
+#if defined(_WIN32)
+    GuardedPage() : size_(0x10000) {
+        void* const want = reinterpret_cast<void*>(kBoundary - size_);
+        void* p = VirtualAlloc(want, 2 * size_, MEM_RESERVE, PAGE_NOACCESS);
         if (p && p != want) VirtualFree(p, 0, MEM_RELEASE);
-        reserved_ = p == want ? static_cast<unsigned char*>(p) : nullptr;
-        if (reserved_ && !VirtualAlloc(reserved_, kGranule, MEM_COMMIT, PAGE_READWRITE)) {
-            VirtualFree(reserved_, 0, MEM_RELEASE);
-            reserved_ = nullptr;
+        base_ = p == want ? static_cast<unsigned char*>(p) : nullptr;
+        if (base_ && !VirtualAlloc(base_, size_, MEM_COMMIT, PAGE_READWRITE)) {
+            VirtualFree(base_, 0, MEM_RELEASE);
+            base_ = nullptr;
         }
     }
     ~GuardedPage() {
-        if (reserved_) VirtualFree(reserved_, 0, MEM_RELEASE);
+        if (base_) VirtualFree(base_, 0, MEM_RELEASE);
     }
-    bool ok() const { return reserved_ != nullptr; }
-    // The first byte that cannot be read.
-    unsigned char* boundary() const { return reserved_ + kGranule; }
-
-private:
-    unsigned char* reserved_;
-};
 #else
-class GuardedPage {
-public:
-    static constexpr uintptr_t kBoundary = 0x5A5A0000;
     GuardedPage() : size_(size_t(sysconf(_SC_PAGESIZE))) {
         void* const want = reinterpret_cast<void*>(kBoundary - size_);
         void* p = mmap(want, 2 * size_, PROT_READ | PROT_WRITE,
@@ -96,6 +91,7 @@ public:
     ~GuardedPage() {
         if (base_) munmap(base_, 2 * size_);
     }
+#endif
     bool ok() const { return base_ != nullptr; }
     // The first byte that cannot be read.
     unsigned char* boundary() const { return base_ + size_; }
@@ -104,7 +100,6 @@ private:
     size_t size_;
     unsigned char* base_;
 };
-#endif
 
 #define NEED_PAGE(page) \
     if (!(page).ok()) GTEST_SKIP() << "no page below 0x5A5A0000 for the literal rows"
@@ -115,7 +110,7 @@ std::string by_model(const char* wide, const char* narrow) {
     return sizeof(void*) == 8 ? wide : narrow;
 }
 
-TEST(DumpHex, EightBytesALinePaddedColumnsAndPrintableRange) {
+TEST(DumpHex, EightBytesOrFourWordsALinePaddedPrintableAndUnreadable) {
     GuardedPage page;
     NEED_PAGE(page);
     const unsigned char data[] = {31, 32, 126, 127, 0x80, 0xFF, '%', '\\', 'A', 0x01, 'z'};
@@ -125,6 +120,21 @@ TEST(DumpHex, EightBytesALinePaddedColumnsAndPrintableRange) {
                                         " 000000005A59FFF8: 41 01 7A                A.z\r\n",
                                         " 5A59FFF0: 1F 20 7E 7F 80 FF 25 5C . ~...%\\\r\n"
                                         " 5A59FFF8: 41 01 7A                A.z\r\n"));
+
+    const DWORD words[] = {0x12345678, 0xDEADBEEF, 0, 1, 0xFFFFFFFF};
+    p = page.boundary() - 26;
+    std::memcpy(p, words, sizeof words);
+    const std::string line = by_model(" 000000005A59FFE6: 12345678 DEADBEEF 00000000 00000001 \r\n",
+                                      " 5A59FFE6: 12345678 DEADBEEF 00000000 00000001 \r\n");
+    EXPECT_EQ(word_dump(p, 5),
+              line + by_model(" 000000005A59FFF6: FFFFFFFF \r\n", " 5A59FFF6: FFFFFFFF \r\n"));
+    EXPECT_EQ(word_dump(p, 5, int(kLineRoom)), line);
+    // A word half readable is unreadable as a word.
+    const DWORD first = 0xA1B2C3D4;
+    std::memcpy(page.boundary() - 6, &first, 4);
+    EXPECT_EQ(word_dump(page.boundary() - 6, 3),
+              by_model(" 000000005A59FFFA: A1B2C3D4 ........ ........ \r\n",
+                       " 5A59FFFA: A1B2C3D4 ........ ........ \r\n"));
 }
 
 TEST(DumpHex, LinesNeedFiftyCharactersOfRoomPlusExtraDigitsOrAreLeftOut) {
@@ -144,25 +154,6 @@ TEST(DumpHex, LinesNeedFiftyCharactersOfRoomPlusExtraDigitsOrAreLeftOut) {
     char untouched = kCanary;
     EXPECT_EQ(QzErrorHandler_DumpHexDWords(&untouched, -1, data, 1), 0);
     EXPECT_EQ(untouched, kCanary);
-}
-
-TEST(DumpHexDWords, FourWordsALineAndUnreadableWords) {
-    GuardedPage page;
-    NEED_PAGE(page);
-    const DWORD words[] = {0x12345678, 0xDEADBEEF, 0, 1, 0xFFFFFFFF};
-    unsigned char* p = page.boundary() - 26;
-    std::memcpy(p, words, sizeof words);
-    const std::string line = by_model(" 000000005A59FFE6: 12345678 DEADBEEF 00000000 00000001 \r\n",
-                                      " 5A59FFE6: 12345678 DEADBEEF 00000000 00000001 \r\n");
-    EXPECT_EQ(word_dump(p, 5),
-              line + by_model(" 000000005A59FFF6: FFFFFFFF \r\n", " 5A59FFF6: FFFFFFFF \r\n"));
-    EXPECT_EQ(word_dump(p, 5, int(kLineRoom)), line);
-    // A word half readable is unreadable as a word.
-    const DWORD first = 0xA1B2C3D4;
-    std::memcpy(page.boundary() - 6, &first, 4);
-    EXPECT_EQ(word_dump(page.boundary() - 6, 3),
-              by_model(" 000000005A59FFFA: A1B2C3D4 ........ ........ \r\n",
-                       " 5A59FFFA: A1B2C3D4 ........ ........ \r\n"));
 }
 
 #if defined(_WIN32)
@@ -223,23 +214,21 @@ struct ModuleOf {
 // The module that holds `address`, asked of the system another way than the
 // library asks: Windows' memory manager knows the image it was mapped from,
 // the POSIX loader the shared object.
-#if defined(_WIN32)
 ModuleOf module_of(const void* address) {
+#if defined(_WIN32)
     MEMORY_BASIC_INFORMATION info{};
     EXPECT_EQ(VirtualQuery(address, &info, sizeof info), sizeof info);
     char path[MAX_PATH] = {};
     GetModuleFileNameA(static_cast<HMODULE>(info.AllocationBase), path, MAX_PATH);
     const char* slash = std::strrchr(path, '\\');
     return {reinterpret_cast<uintptr_t>(info.AllocationBase), slash ? slash + 1 : path};
-}
 #else
-ModuleOf module_of(const void* address) {
     Dl_info info{};
     EXPECT_NE(dladdr(address, &info), 0);
     const char* slash = std::strrchr(info.dli_fname, '/');
     return {reinterpret_cast<uintptr_t>(info.dli_fbase), slash ? slash + 1 : info.dli_fname};
-}
 #endif
+}
 
 TEST(StackDump, WalkEndsAtTheTopOfTheThreadsStack) {
     const void* low = nullptr;
@@ -307,16 +296,9 @@ FakeException access_violation(const GuardedPage& page) {
 
 std::string exception_dump(EXCEPTION_POINTERS* pointers, DWORD mask, LPCWSTR caption,
                            int size = 4096) {
-    std::vector<char> buffer(size_t(size) + 16, kCanary);
-    const int n = QzErrorHandler_DumpExceptionRecord(buffer.data(), size, caption, pointers, mask);
-    if (size == 0) {
-        EXPECT_EQ(n, 0);
-        EXPECT_EQ(buffer[0], kCanary);
-        return "";
-    }
-    EXPECT_EQ(size_t(n), std::strlen(buffer.data()));
-    for (size_t i = size_t(size); i < buffer.size(); ++i) EXPECT_EQ(buffer[i], kCanary);
-    return buffer.data();
+    return guarded(size, [&](char* buffer, int n) {
+        return QzErrorHandler_DumpExceptionRecord(buffer, n, caption, pointers, mask);
+    });
 }
 
 std::string thread_text(const char* caption) {
@@ -325,8 +307,8 @@ std::string thread_text(const char* caption) {
     qz::platform::current_thread_stack(&low, &high);
     char id[16];
     std::snprintf(id, sizeof id, "%X", unsigned(GetCurrentThreadId()));
-    return std::string("Thread: ") + caption + " ID=0x" + id + " Stack=0x" + hex_address(low) + "-0x" +
-           hex_address(high) + "\r\n";
+    return std::string("Thread: ") + caption + " ID=0x" + id + " Stack=0x" + hex_address(low) +
+           "-0x" + hex_address(high) + "\r\n";
 }
 
 TEST(ExceptionDump, EachSectionInItsExactFormat) {
@@ -403,25 +385,20 @@ TEST(ExceptionDump, NamesReadAndPartialRecords) {
     EXCEPTION_RECORD record{};
     EXCEPTION_POINTERS pointers{&record, nullptr};
     record.ExceptionAddress = reinterpret_cast<PVOID>(0x1000);
+    const std::string ip = by_model(" IP:0x0000000000001000\r\n", " IP:0x00001000\r\n");
     const struct {
         DWORD code;
         DWORD parameters;
         std::string line;
     } cases[] = {
-        {0xC0000094, 0,
-         by_model("Exception 0xC0000094 (integer divide by zero) IP:0x0000000000001000\r\n",
-                  "Exception 0xC0000094 (integer divide by zero) IP:0x00001000\r\n")},
-        {0xE0000042, 0,
-         by_model("Exception 0xE0000042 (Unknown Type) IP:0x0000000000001000\r\n",
-                  "Exception 0xE0000042 (Unknown Type) IP:0x00001000\r\n")},
+        {0xC0000094, 0, "Exception 0xC0000094 (integer divide by zero)" + ip},
+        {0xE0000042, 0, "Exception 0xE0000042 (Unknown Type)" + ip},
         // An access violation without its parameters names no access.
-        {0xC0000005, 0,
-         by_model("Exception 0xC0000005 (access violation) IP:0x0000000000001000\r\n",
-                  "Exception 0xC0000005 (access violation) IP:0x00001000\r\n")},
+        {0xC0000005, 0, "Exception 0xC0000005 (access violation)" + ip},
         {0xC0000005, 2,
-         by_model("Exception 0xC0000005 (access violation) READ:0x0000000000000044"
-                  " IP:0x0000000000001000\r\n",
-                  "Exception 0xC0000005 (access violation) READ:0x00000044 IP:0x00001000\r\n")}};
+         "Exception 0xC0000005 (access violation) READ:0x" +
+             by_model("0000000000000044", "00000044") + ip},
+    };
     record.ExceptionInformation[1] = 0x44;
     for (const auto& c : cases) {
         record.ExceptionCode = c.code;

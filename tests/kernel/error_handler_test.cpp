@@ -103,19 +103,7 @@ TEST(ErrorCompose, CallersSentenceTakesOneStringConversionAndTheMessageBelow1948
     }
 }
 
-TEST(ErrorCompose, ComposeErrorTextAppendsTheDetailsCode) {
-    WCHAR buffer[QZERROR_MESSAGE_CHARS];
-    EXPECT_EQ(QzErrorHandler_ComposeErrorText(QZERRCTX_FILE_READ, QZTEXT("a.aif"), nullptr),
-              E_POINTER);
-    QzErrorHandler_DetailsInit();
-    ASSERT_EQ(QzErrorHandler_DetailsAddString(QZE_FILE_READ, QZTEXT("offset 12")), S_OK);
-    EXPECT_EQ(QzErrorHandler_ComposeErrorText(QZERRCTX_FILE_READ, QZTEXT("a.aif"), buffer), S_OK);
-    EXPECT_EQ(WString(buffer),
-              QzErrorHandler_GetErrorMessage(QZERRCTX_FILE_READ, QZE_FILE_READ, QZTEXT("a.aif")));
-    QzErrorHandler_DetailsInit();
-}
-
-TEST(ErrorBox, BoxShowsMessageDetailsAndHyperlink) {
+TEST(ErrorBox, BoxAndComposedTextShowTheMessageOfTheDetailsCode) {
     QzErrorHandler_DetailsInit();
     ASSERT_EQ(
         QzErrorHandler_DetailsAddString(QZE_FILE_OPEN, QZTEXT("Path: %s"), QZTEXT("/music/a.wav")),
@@ -126,6 +114,10 @@ TEST(ErrorBox, BoxShowsMessageDetailsAndHyperlink) {
         S_OK);
     const WString message =
         QzErrorHandler_GetErrorMessage(QZERRCTX_FILE_OPEN, QZE_FILE_OPEN, QZTEXT("a.wav"));
+    WCHAR composed[QZERROR_MESSAGE_CHARS];
+    EXPECT_EQ(QzErrorHandler_ComposeErrorText(QZERRCTX_FILE_OPEN, QZTEXT("a.wav"), composed), S_OK);
+    EXPECT_EQ(WString(composed), message);
+    EXPECT_EQ(QzErrorHandler_ComposeErrorText(QZERRCTX_FILE_OPEN, nullptr, nullptr), E_POINTER);
     MessageBoxCapture capture(7);
     EXPECT_EQ(
         QzErrorHandler_MsgBox(nullptr, 0x30, QZERRCTX_FILE_OPEN, QZE_FILE_OPEN, QZTEXT("a.wav"), 0),

@@ -38,7 +38,8 @@ TEST(FrameTest, CheckVersionAgreesOrExplainsWhy) {
         {"Vegas", 0x0A000086, 2, FALSE, E_FAIL, incompatible + QZTEXT("Vegas.")},
         {nullptr, 0, 4, FALSE, E_FAIL, incompatible + QZTEXT(".")},
         {"Caf\xE9 \x80", 0, 1, FALSE, E_FAIL, incompatible + QZTEXT("Caf\u00e9 \u20ac.")},
-        {long_name.c_str(), 0, 1, FALSE, E_FAIL, incompatible + WString(128, QZTEXT('x')) + QZTEXT('.')}};
+        {long_name.c_str(), 0, 1, FALSE, E_FAIL,
+         incompatible + WString(128, QZTEXT('x')) + QZTEXT('.')}};
     HWND owner = reinterpret_cast<HWND>(0x42);
     for (const Case& c : cases) {
         MessageBoxCapture capture;
@@ -80,26 +81,20 @@ protected:
 };
 
 int g_probe_calls = 0;
-DWORD counting_probe() {
-    ++g_probe_calls;
-    return QZCPU_SSE | QZCPU_SSE2;
-}
 
 TEST_F(FrameInitTest, RepeatingKeepsOneListOneLanguageAndTheFirstProbe) {
     tQZLIST* const list = state().registered_objects;
     HQZLANG const lang = qz::lang::kernel_instance();
     const DWORD first_probe = state().probe_result;
     g_probe_calls = 0;
-    qz::frame::set_processor_probe(counting_probe);
+    qz::frame::set_processor_probe([] { return DWORD(++g_probe_calls); });
     QzKernel_SetSplash(reinterpret_cast<HWND>(0x99));
 
-    struct Case {
-        DWORD flags, mode;
-    };
-    for (const Case& c : {Case{0x20, 2}, Case{0x21, 1}, Case{0x40, 0}, Case{1, 1}}) {
-        ASSERT_TRUE(QzKernel_EarlyInitialize(module_, c.flags));
-        EXPECT_EQ(state().startup_mode, c.mode) << c.flags;
-        EXPECT_EQ(state().init_flags, c.flags);
+    const DWORD modes[][2] = {{0x20, 2}, {0x21, 1}, {0x40, 0}, {1, 1}};  // flags, startup mode
+    for (const auto& [flags, mode] : modes) {
+        ASSERT_TRUE(QzKernel_EarlyInitialize(module_, flags));
+        EXPECT_EQ(state().startup_mode, mode) << flags;
+        EXPECT_EQ(state().init_flags, flags);
     }
     EXPECT_EQ(state().registered_objects, list);
     EXPECT_EQ(qz::lang::kernel_instance(), lang);
@@ -132,13 +127,8 @@ TEST_F(FrameInitTest, LateTerminationClearsEveryHandle) {
 
 int g_registered = 0;
 int g_unregistered = 0;
-void count_register(HMODULE) {
-    ++g_registered;
-}
-void count_unregister(HMODULE) {
-    ++g_unregistered;
-}
-constexpr qz::frame::WindowSteps kCountingSteps = {count_register, count_unregister};
+constexpr qz::frame::WindowSteps kCountingSteps = {[](HMODULE) { ++g_registered; },
+                                                   [](HMODULE) { ++g_unregistered; }};
 
 TEST(FrameAttach, RunDllHostIsRecognisedAndSkipsTheWindowStepsBothWays) {
     const HMODULE module = QzKernel_GetAppKernel();

@@ -249,6 +249,7 @@ TEST(ListEntryRule, ForeignThreadsDeadAndNullListsAreRefused) {
         HRESULT insert, del, set_owner;
         int find;
         LONG_PTR size, user;
+        bool operator==(const Seen&) const = default;
     } seen{};
     auto from_other_thread = [&] {
         std::thread([&] {
@@ -262,12 +263,7 @@ TEST(ListEntryRule, ForeignThreadsDeadAndNullListsAreRefused) {
         }).join();
     };
     from_other_thread();
-    EXPECT_EQ(seen.insert, E_FAIL);
-    EXPECT_EQ(seen.del, E_FAIL);
-    EXPECT_EQ(seen.set_owner, E_FAIL);
-    EXPECT_EQ(seen.find, -1);
-    EXPECT_EQ(seen.size, -1);
-    EXPECT_EQ(seen.user, -1);
+    EXPECT_EQ(seen, (Seen{E_FAIL, E_FAIL, E_FAIL, -1, -1, -1}));
     EXPECT_EQ(values(list.get()), (V{5, 6, 7}));
 
     // Handing the list to another thread locks its creator out.
