@@ -20,13 +20,6 @@ Bytes be16(uint16_t v) {
 Bytes be32(uint32_t v) {
     return be16(uint16_t(v >> 16)) + be16(uint16_t(v));
 }
-// Bytes from pairs of hex digits; spaces are for the reader.
-Bytes hex(const std::string& digits) {
-    Bytes out;
-    for (size_t i = 0; i + 1 < digits.size(); i += digits[i] == ' ' ? 1 : 2)
-        if (digits[i] != ' ') out.push_back(uint8_t(std::stoul(digits.substr(i, 2), nullptr, 16)));
-    return out;
-}
 uint32_t id(const char* c) {
     return __builtin_bswap32(cc(c));
 }
