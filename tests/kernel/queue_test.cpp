@@ -49,12 +49,14 @@ struct Queue {
     Item items[9];
 };
 
-// The four waiting removals, by number; the last also waits on `extra`.
-tQZQELM* take(int way, tQZQHEAD* head, DWORD timeout, HANDLE extra) {
-    return way == 0   ? QzQueueRemove(head, timeout)
-           : way == 1 ? QzQueueRemoveTail(head, timeout)
-           : way == 2 ? QzQueueRemoveAlertable(head, timeout)
-                      : QzQueueRemoveEx(head, &extra, 1, 0, timeout, nullptr);
+// The four waiting removals, by number; the last also waits on an event
+// that is never signalled.
+tQZQELM* take(int way, Queue& q, DWORD timeout) {
+    static const HANDLE never = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    return way == 0   ? QzQueueRemove(&q.head, timeout)
+           : way == 1 ? QzQueueRemoveTail(&q.head, timeout)
+           : way == 2 ? QzQueueRemoveAlertable(&q.head, timeout)
+                      : QzQueueRemoveEx(&q.head, &never, 1, 0, timeout, nullptr);
 }
 
 // The event is set by the insertion that makes the queue non-empty and
@@ -187,15 +189,13 @@ TEST(QzQueue, ExtraHandlesFlagsAndTimeOutsDecideTheWait) {
 }
 
 TEST(QzQueue, DeletionWakesEveryWaiter) {
-    HANDLE extra = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     Queue q;
     std::atomic<int> woken{0};
     std::vector<std::thread> threads;
     const DWORD start = GetTickCount();
     for (int way = 0; way < 5; ++way)  // the four removals, then QzQueueWait
-        threads.emplace_back([&, way] {
-            woken += way < 4 ? !take(way, &q.head, 10000, extra) : !QzQueueWait(&q.head, 10000);
-        });
+        threads.emplace_back(
+            [&, way] { woken += way < 4 ? !take(way, q, 10000) : !QzQueueWait(&q.head, 10000); });
     Sleep(100);
     EXPECT_EQ(woken.load(), 0);
     QzQueueDelete(&q.head);
@@ -203,7 +203,6 @@ TEST(QzQueue, DeletionWakesEveryWaiter) {
     EXPECT_EQ(woken.load(), 5);
     EXPECT_LT(GetTickCount() - start, 5000u);
     EXPECT_EQ(q.head.not_empty, nullptr);  // the destructor's deletion does nothing
-    CloseHandle(extra);
 }
 
 // Four producers insert at either end and four consumers remove in the four
@@ -213,13 +212,12 @@ TEST(QzQueue, EveryElementArrivesExactlyOnce) {
     Queue q;
     std::vector<Item> items(kStressElements);
     std::vector<std::atomic<int>> seen(kStressElements);
-    HANDLE never = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     std::atomic<int> consumed{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
             while (consumed < kStressElements)
-                if (tQZQELM* e = take(t, &q.head, 10, never)) ++seen[size_t(key_of(e))], ++consumed;
+                if (tQZQELM* e = take(t, q, 10)) ++seen[size_t(key_of(e))], ++consumed;
         });
         threads.emplace_back([&, t] {
             for (int i = t; i < kStressElements; i += kThreads) {
@@ -232,7 +230,6 @@ TEST(QzQueue, EveryElementArrivesExactlyOnce) {
     EXPECT_EQ(std::count(seen.begin(), seen.end(), 1), kStressElements);
     EXPECT_EQ(q.keys(), Keys());
     EXPECT_FALSE(q.signalled());
-    CloseHandle(never);
 }
 
 }  // namespace
