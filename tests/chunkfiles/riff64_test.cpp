@@ -88,15 +88,12 @@ TEST(Riff64Write, WholeChunksStoreTheirDataStreamedOnesTheirPaddingAndWrappingSi
                        riff64_WriteToFile(h, "xyz", 3), riff64_Pad(h, 2)})  // 228 from 2: 4 more
         ASSERT_EQ(hr, S_OK);
     EXPECT_EQ(f.position(), 234u);
-    // The GUIDs in their file order: a Wave64 name, then "riff" and "list".
-    const Bytes fmt_label = hex("666D7420 F3AC D311 8CD1 00C04F8EDB8A");
-    const Bytes riff_label = hex("72696666 2E91 CF11 A5D6 28DB04C10000");
-    const Bytes list_label = hex("6C697374 2F91 CF11 A5D6 28DB04C10000");
+    // The labels in file order with their sizes: a Wave64 name, "riff" (+ 24) and "list".
     const Bytes expected =
-        pattern(3) + fmt_label + Bytes{29, 0, 0, 0, 0, 0, 0, 0} + text("abcde") + Bytes{0, 0, 0} +
-        guid(kData) + Bytes{32, 0, 0, 0, 0, 0, 0, 0} + text("abcde") + Bytes{0, 0, 0} + riff_label +
-        Bytes{0x20, 7, 6, 5, 4, 3, 2, 1} + guid(kWave) +  // + 24
-        list_label + Bytes{40, 0, 0, 0, 0, 0, 0, 0} + guid(kInfo) +
+        pattern(3) + hex("666D7420 F3AC D311 8CD1 00C04F8EDB8A 1D00000000000000") + text("abcde") +
+        Bytes(3, 0) + guid(kData) + hex("2000000000000000") + text("abcde") + Bytes(3, 0) +
+        hex("72696666 2E91 CF11 A5D6 28DB04C10000 2007060504030201") + guid(kWave) +
+        hex("6C697374 2F91 CF11 A5D6 28DB04C10000 2800000000000000") + guid(kInfo) +
         list64(kInfo, chunk64(kName, text("abcdefgh") + Bytes(8, 0))) + text("xyz") + Bytes(4, 0);
     for (HRESULT hr :
          {riff64_CompleteChunk(h, 235), riff64_WriteChunkHeader(h, kFmt, ~0ull - 23),
