@@ -253,11 +253,6 @@ TEST(AiffRate, EncodesAndDecodesTheExtendedRateWithItsCeiling) {
         EXPECT_EQ(be16(e) + be16(m[0]) + be16(m[1]) + be16(m[2]) + be16(m[3]), hex(words));
         EXPECT_EQ(aiff_ConvertRate(e, m), back);
     }
-    for (DWORD rate = 0; rate <= 192000; rate += 7) {
-        WORD e = 0, m[4] = {};
-        aiff_CreateRate(rate, &e, m);
-        ASSERT_EQ(aiff_ConvertRate(e, m), rate);
-    }
     // Sign, infinity, NaN, a denormal, exponents below the bias and past 64 bits, no mantissa.
     const WORD ones[4] = {0xFFFF, 0xFFFF, 0xFFFF, 0xFFFF}, tiny[4] = {0, 0, 0, 1};
     const WORD integer[4] = {0x8000, 0, 0, 0}, nan[4] = {0xC000, 0, 0, 0};
