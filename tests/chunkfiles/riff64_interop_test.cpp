@@ -17,14 +17,14 @@ namespace {
 // channels, bits and frames.
 std::string walk(const std::string& path) {
     const HANDLE h = open_path(path);
-    LONGLONG remaining = 0, copy = 0;
+    LONGLONG remaining = 0;
     GUID label{};
     ULONGLONG size = 0;
     DWORD count = 0;
     EXPECT_EQ(riff64_ReadFileID(h, &remaining, &label), S_OK) << path;
     EXPECT_EQ(label.Data1, cc("wave"));
-    copy = remaining;
-    EXPECT_EQ(riff64_GetNumListEntries(h, &count, &copy), S_OK);
+    LONGLONG budget = remaining;
+    EXPECT_EQ(riff64_GetNumListEntries(h, &count, &budget), S_OK);
     std::string out;
     for (; remaining >= 24 && riff64_ReadChunkHeader(h, &label, &size) == S_OK; --count) {
         std::string name(reinterpret_cast<const char*>(&label.Data1), 4);
@@ -40,8 +40,10 @@ std::string walk(const std::string& path) {
     qz::wave::decode_wfx(fmt, &wfx);
     EXPECT_EQ(riff64_FindChunkHeaderInRIFF(h, w64("data"), &size, nullptr), S_OK);
     CloseHandle(h);
-    return out + std::to_string(wfx.nSamplesPerSec) + " " + std::to_string(wfx.nChannels) + " " +
-           std::to_string(wfx.wBitsPerSample) + " " + std::to_string(size / wfx.nBlockAlign);
+    for (DWORD n : {DWORD(wfx.nSamplesPerSec), DWORD(wfx.nChannels), DWORD(wfx.wBitsPerSample),
+                    DWORD(size / wfx.nBlockAlign)})
+        out += std::to_string(n) + " ";
+    return out;
 }
 
 // The same as sndfile-info and soxi see the file; sndfile-info prints some
@@ -54,8 +56,8 @@ std::string tools_view(const std::string& path) {
     for (std::string line; std::getline(lines, line);)
         if (std::regex_match(line, m, chunk) && m[1] != "riff")
             out += m[1].str() + " : " + std::to_string((std::stoull(m[2]) + 7) & ~7ull) + "\n";
-    return out + sox_info("-r", path) + " " + sox_info("-c", path) + " " + sox_info("-b", path) +
-           " " + sox_info("-s", path);
+    for (const char* flag : {"-r", "-c", "-b", "-s"}) out += sox_info(flag, path) + " ";
+    return out;
 }
 
 }  // namespace
@@ -63,23 +65,19 @@ std::string tools_view(const std::string& path) {
 TEST(Riff64Interop, WalksWave64FilesThatSoxLibsndfileAndFfmpegWrite) {
     if (!have_tools("sox sndfile-info")) GTEST_SKIP() << "needs sox and sndfile-info";
     TempDir dir;
-    const std::string src = dir.file("tone.wav");
-    ASSERT_EQ(system(("sox -n -r 8000 -c 2 -b 16 " + quoted(src) + " synth 0.05 sine 440").c_str()),
-              0);
+    const std::string src = quoted(dir.file("tone.wav")), out = quoted(dir.file("out.w64"));
+    ASSERT_EQ(system(("sox -n -r 8000 -c 2 -b 16 " + src + " synth 0.05 sine 440").c_str()), 0);
     // An odd count of 24-bit mono frames leaves the last chunk without its padding.
-    std::vector<std::string> commands = {"sox -n -r 8000 -c 2 -b 16 -t w64 OUT synth 0.05 sine 440",
-                                         "sox -n -r 8000 -c 1 -b 24 -t w64 OUT synth 83s sine 440",
-                                         "sndfile-convert -pcm24 SRC OUT",
-                                         "sndfile-convert -float32 SRC OUT"};
+    std::vector<std::string> commands = {
+        "sox -n -r 8000 -c 2 -b 16 -t w64 " + out + " synth 0.05 sine 440",
+        "sox -n -r 8000 -c 1 -b 24 -t w64 " + out + " synth 83s sine 440",
+        "sndfile-convert -pcm24 " + src + " " + out, "sndfile-convert -float32 " + src + " " + out};
     if (have_tools("ffmpeg ffprobe"))
         for (const char* codec : {"pcm_s16le", "pcm_s24le", "pcm_f32le"})
-            commands.push_back(std::string("ffmpeg -v error -i SRC -c:a ") + codec + " -f w64 OUT");
-    for (std::string command : commands) {
-        const std::string out = dir.file("out.w64");
-        command = std::regex_replace(std::regex_replace(command, std::regex("SRC"), quoted(src)),
-                                     std::regex("OUT"), quoted(out));
-        ASSERT_EQ(system(("rm -f " + quoted(out) + "; " + command).c_str()), 0) << command;
-        EXPECT_EQ(walk(out), tools_view(out)) << command;
+            commands.push_back("ffmpeg -v error -i " + src + " -c:a " + codec + " -f w64 " + out);
+    for (const std::string& command : commands) {
+        ASSERT_EQ(system(("rm -f " + out + "; " + command).c_str()), 0) << command;
+        EXPECT_EQ(walk(dir.file("out.w64")), tools_view(dir.file("out.w64"))) << command;
     }
 }
 
@@ -90,9 +88,9 @@ TEST(Riff64Interop, ToolsReadWhatTheWritersWriteAndWhatDeletionLeaves) {
     // A provisional size, "fmt " and an odd "junk" written whole, "data"
     // streamed in two pieces, then the real size.
     const Bytes samples = tone_samples();
-    const WAVEFORMATEX wfx = {WAVE_FORMAT_PCM, 2, 44100, 0, 0, 16, 0};
     BYTE fmt[qz::wave::kWfxBytes];
-    const DWORD fmt_size = qz::wave::encode_format_body(wfx, fmt);
+    const DWORD fmt_size =
+        qz::wave::encode_format_body({WAVE_FORMAT_PCM, 2, 44100, 0, 0, 16, 0}, fmt);
     const HANDLE h = open_path(path, GENERIC_READ | GENERIC_WRITE, CREATE_ALWAYS);
     ULONGLONG start = 0, end = 0, removed = 0;
     ASSERT_EQ(riff64_WriteFileID(h, w64("wave"), 0), S_OK);

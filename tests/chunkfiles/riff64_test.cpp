@@ -32,8 +32,7 @@ TEST(Riff64Headers, ReadsReportWhatFollowsAndTheFileHeaderIgnoresItsOwnRead) {
     // it), 'f' file header (form type, budget); the position after.
     const std::tuple<char, Bytes, HRESULT, GUID, ULONGLONG, uint64_t> cases[] = {
         {'c', chunk64(kFmt, pattern(5)), S_OK, kFmt, 5, 24},
-        {'l', header64(w64("list"), 32) + guid(kInfo), S_OK, kInfo, 0,
-         40},  // shorter than its type
+        {'l', header64(w64("list"), 32) + guid(kInfo), S_OK, kInfo, 0, 40},  // size below type
         // The budget is reported before the label is judged, and a header
         // cut short counts as an empty one with no label.
         {'f', header64(kJunk, 56) + guid(kWave), QZE_NO_RIFF_HEADER, kUnset, 16, 24},
@@ -44,23 +43,22 @@ TEST(Riff64Headers, ReadsReportWhatFollowsAndTheFileHeaderIgnoresItsOwnRead) {
     };
     for (const auto& [op, bytes, expected, label, size, position] : cases) {
         TempFile f(bytes);
-        const HANDLE h = f.handle();
         GUID g = kUnset;
         ULONGLONG n = kNone;
-        EXPECT_EQ(op == 'c'   ? riff64_ReadChunkHeader(h, &g, &n)
-                  : op == 'l' ? riff64_ReadListHeader(h, &g, &n)
-                              : riff64_ReadFileID(h, reinterpret_cast<LONGLONG*>(&n), &g),
-                  expected);
-        EXPECT_TRUE(g == label) << op << position;
-        EXPECT_EQ(make_tuple(n, f.position()), make_tuple(size, position)) << op;
+        const HRESULT hr = op == 'c' ? riff64_ReadChunkHeader(f.handle(), &g, &n)
+                           : op == 'l'
+                               ? riff64_ReadListHeader(f.handle(), &g, &n)
+                               : riff64_ReadFileID(f.handle(), reinterpret_cast<LONGLONG*>(&n), &g);
+        EXPECT_EQ(make_tuple(hr, g, n, f.position()), make_tuple(expected, label, size, position))
+            << op << position;
     }
     // Bit 3 of the high word refuses, its top bit does not.
-    const std::pair<ULONGLONG, HRESULT> sizes[] = {{12, QZE_MISALIGNED_CHUNK},
-                                                   {0, QZE_ZERO_LENGTH_CHUNK},
-                                                   {16, S_OK},
-                                                   {1ull << 35, QZE_MISALIGNED_CHUNK},
-                                                   {1ull << 63, S_OK}};
-    for (const auto& [size, hr] : sizes) EXPECT_EQ(riff64_ValidateChunkHeader(kFmt, size), hr);
+    for (const auto& [size, hr] : {std::pair<ULONGLONG, HRESULT>{12, QZE_MISALIGNED_CHUNK},
+                                   {0, QZE_ZERO_LENGTH_CHUNK},
+                                   {16, S_OK},
+                                   {1ull << 35, QZE_MISALIGNED_CHUNK},
+                                   {1ull << 63, S_OK}})
+        EXPECT_EQ(riff64_ValidateChunkHeader(kFmt, size), hr);
     DWORD code = 7;
     EXPECT_EQ(
         make_tuple(riff64_getGUIDLabel(kFmt), riff64_getGUIDLabelProperly(kData, &code), code),
@@ -71,52 +69,41 @@ TEST(Riff64Write, WholeChunksStoreTheirDataStreamedOnesTheirPaddingAndWrappingSi
     TempFile f(pattern(3));  // 3 bytes ahead, so no start is on the grid
     const HANDLE h = f.handle();
     f.seek(3);
-    ULONGLONG list_start = 0, start = 0, written = 99;
-    ASSERT_EQ(riff64_WriteChunk(h, kFmt, "abcde", 5, &written), S_OK);
-    EXPECT_EQ(written, 32u);
-    ASSERT_EQ(riff64_WriteChunkToFile(h, kData, "abcde", 5), S_OK);
-    ASSERT_EQ(riff64_WriteFileID(h, kWave, 0x0102030405060708), S_OK);
-    ASSERT_EQ(riff64_WriteListHeader(h, kInfo, 16), S_OK);
-    // A streamed list: the data's own padding and then the chunk's, to 8 from its start.
-    ASSERT_EQ(riff64_PrepareList(h, kInfo, &list_start), S_OK);
-    ASSERT_EQ(riff64_PrepareChunk(h, kName, &start), S_OK);
-    ASSERT_EQ(riff64_WriteToFile(h, "ab", 2), S_OK);
-    ASSERT_EQ(riff64_WriteData(h, "cdefgh", 0x100000006ull, &written), S_OK);  // the low word
-    EXPECT_EQ(make_tuple(written, riff64_AmountWritten(h, start)), make_tuple(8ull, 24ull + 2 + 8));
+    // Whole chunks, a file and a list header, then a list streamed: the
+    // data's own padding, then the chunk's, to 8 from its start.
+    ULONGLONG list_start = 0, start = 0, whole = 0, streamed = 0;
+    const HRESULT writes[] = {riff64_WriteChunk(h, kFmt, "abcde", 5, &whole),
+                              riff64_WriteChunkToFile(h, kData, "abcde", 5),
+                              riff64_WriteFileID(h, kWave, 0x0102030405060708),
+                              riff64_WriteListHeader(h, kInfo, 16),
+                              riff64_PrepareList(h, kInfo, &list_start),
+                              riff64_PrepareChunk(h, kName, &start),
+                              riff64_WriteToFile(h, "ab", 2),
+                              riff64_WriteData(h, "cdefgh", 0x100000006ull, &streamed)};
+    for (HRESULT hr : writes) ASSERT_EQ(hr, S_OK) << &hr - writes;
+    EXPECT_EQ(make_tuple(whole, streamed, riff64_AmountWritten(h, start)),
+              make_tuple(32ull, 8ull, 24ull + 2 + 8));
     EXPECT_EQ(riff64_AmountWritten(h, start + 1000), 0u);
-    ASSERT_EQ(riff64_CompleteChunk(h, start), S_OK);
-    ASSERT_EQ(riff64_CompleteChunk(h, list_start), S_OK);
-    ASSERT_EQ(riff64_WriteToFile(h, "xyz", 3), S_OK);
-    ASSERT_EQ(riff64_Pad(h, 2), S_OK);  // 228 bytes from offset 2: 4 more
+    for (HRESULT hr : {riff64_CompleteChunk(h, start), riff64_CompleteChunk(h, list_start),
+                       riff64_WriteToFile(h, "xyz", 3), riff64_Pad(h, 2)})  // 228 from 2: 4 more
+        ASSERT_EQ(hr, S_OK);
     EXPECT_EQ(f.position(), 234u);
-    // The GUIDs in their file order: a Wave64 name, then "riff" and "list".
-    const Bytes fmt_label = {0x66, 0x6D, 0x74, 0x20, 0xF3, 0xAC, 0xD3, 0x11,
-                             0x8C, 0xD1, 0x00, 0xC0, 0x4F, 0x8E, 0xDB, 0x8A};
-    const Bytes riff_label = {0x72, 0x69, 0x66, 0x66, 0x2E, 0x91, 0xCF, 0x11,
-                              0xA5, 0xD6, 0x28, 0xDB, 0x04, 0xC1, 0x00, 0x00};
-    const Bytes list_label = {0x6C, 0x69, 0x73, 0x74, 0x2F, 0x91, 0xCF, 0x11,
-                              0xA5, 0xD6, 0x28, 0xDB, 0x04, 0xC1, 0x00, 0x00};
+    // The labels in file order with their sizes: a Wave64 name, "riff" (+ 24) and "list".
     const Bytes expected =
-        pattern(3) + fmt_label + Bytes{29, 0, 0, 0, 0, 0, 0, 0} + text("abcde") + Bytes{0, 0, 0} +
-        guid(kData) + Bytes{32, 0, 0, 0, 0, 0, 0, 0} + text("abcde") + Bytes{0, 0, 0} + riff_label +
-        Bytes{0x20, 7, 6, 5, 4, 3, 2, 1} + guid(kWave) +  // + 24
-        list_label + Bytes{40, 0, 0, 0, 0, 0, 0, 0} + guid(kInfo) +
+        pattern(3) + hex("666D7420 F3AC D311 8CD1 00C04F8EDB8A 1D00000000000000") + text("abcde") +
+        Bytes(3, 0) + guid(kData) + hex("2000000000000000") + text("abcde") + Bytes(3, 0) +
+        hex("72696666 2E91 CF11 A5D6 28DB04C10000 2007060504030201") + guid(kWave) +
+        hex("6C697374 2F91 CF11 A5D6 28DB04C10000 2800000000000000") + guid(kInfo) +
         list64(kInfo, chunk64(kName, text("abcdefgh") + Bytes(8, 0))) + text("xyz") + Bytes(4, 0);
-    const HRESULT refused[] = {
-        riff64_CompleteChunk(h, 235),
-        riff64_WriteChunkHeader(h, kFmt, ~0ull - 23),
-        riff64_WriteFileID(h, kWave, ~0ull - 10),
-        riff64_SetRIFFSize(h, ~0ull),
-        riff64_WriteChunk(h, kFmt, nullptr, 1, nullptr),
-        riff64_WriteData(h, nullptr, 1, nullptr),
-        riff64_WriteToFile(h, nullptr, 1),
-        riff64_WriteListHeader(h, kInfo, ~0ull),
-        riff64_WriteChunkToFile(h, kFmt, nullptr, 1),
-        riff64_PrepareChunk(h, kFmt, nullptr),
-    };
-    for (HRESULT hr : refused) EXPECT_EQ(hr, E_INVALIDARG);
+    for (HRESULT hr :
+         {riff64_CompleteChunk(h, 235), riff64_WriteChunkHeader(h, kFmt, ~0ull - 23),
+          riff64_WriteFileID(h, kWave, ~0ull - 10), riff64_SetRIFFSize(h, ~0ull),
+          riff64_WriteChunk(h, kFmt, nullptr, 1, nullptr), riff64_WriteData(h, nullptr, 1, nullptr),
+          riff64_WriteToFile(h, nullptr, 1), riff64_WriteListHeader(h, kInfo, ~0ull),
+          riff64_WriteChunkToFile(h, kFmt, nullptr, 1), riff64_PrepareChunk(h, kFmt, nullptr)})
+        EXPECT_EQ(hr, E_INVALIDARG);
     EXPECT_EQ(f.contents(), expected);
-    EXPECT_EQ(riff64_WriteData(h, nullptr, 0, &written), S_OK);
+    EXPECT_EQ(riff64_WriteData(h, nullptr, 0, &streamed), S_OK);
     EXPECT_EQ(riff64_WriteChunkHeader(h, kFmt, ~0ull - 24), S_OK);  // just fits
 }
 
@@ -155,23 +142,21 @@ TEST(Riff64Size, SkipsRiseToTheGridAndSizeUpdatesRefuseToWrap) {
         EXPECT_EQ(riff64_SkipChunk(f.handle(), size), size == 5 ? 8 : size);
     EXPECT_EQ(riff64_SeekDataStart(f.handle()), S_OK);
     EXPECT_EQ(f.position(), 40u);
-    // The size stored, the delta, the result and the size after.
-    const std::tuple<ULONGLONG, LONGLONG, HRESULT, ULONGLONG> cases[] = {
-        {56, 10, S_OK, 66},
-        {56, -57, E_INVALIDARG, 56},
-        {~0ull - 15, 16, E_INVALIDARG, ~0ull - 15},
+    // The size stored, the delta, the bytes of the file kept; the result and the size after.
+    const std::tuple<ULONGLONG, LONGLONG, size_t, HRESULT, ULONGLONG> cases[] = {
+        {56, 10, 56, S_OK, 66},
+        {56, -57, 56, E_INVALIDARG, 56},
+        {~0ull - 15, 16, 56, E_INVALIDARG, ~0ull - 15},
+        {56, 4, 20, QZE_FILE_READ, 56},  // cut inside the size
     };
-    for (const auto& [stored, delta, expected, after] : cases) {
-        TempFile g(header64(w64("riff"), stored) + guid(kWave) + pattern(16));
+    for (const auto& [stored, delta, kept, expected, after] : cases) {
+        TempFile g(prefix(header64(w64("riff"), stored) + guid(kWave) + pattern(16), kept));
         g.seek(45);
         EXPECT_EQ(riff64_UpdateRIFFSize(g.handle(), delta), expected) << delta;
         EXPECT_EQ(make_tuple(g.contents(), g.position()),
-                  make_tuple(header64(w64("riff"), after) + guid(kWave) + pattern(16), 45ull));
+                  make_tuple(prefix(header64(w64("riff"), after) + guid(kWave) + pattern(16), kept),
+                             45ull));
     }
-    TempFile cut(prefix(riff64(kWave, {}), 20));
-    cut.seek(3);
-    EXPECT_EQ(riff64_UpdateRIFFSize(cut.handle(), 4), QZE_FILE_READ);
-    EXPECT_EQ(cut.position(), 3u);
 }
 
 TEST(Riff64Walk, BudgetsGoNegativeAndHostileSizesNeitherLoopNorWrap) {
@@ -182,73 +167,61 @@ TEST(Riff64Walk, BudgetsGoNegativeAndHostileSizesNeitherLoopNorWrap) {
     // 5 bytes stored whole (29), 5 streamed (32, padding counted), then "c".
     const Bytes both = chunk64(a, pattern(5)) + header64(b, 32) + pattern(5) + Bytes(3, 0) +
                        chunk64(c, pattern(2));
-    const Bytes empty = header64(a, 0) + chunk64(b, pattern(1));  // a size below 24
-    const Bytes huge = header64(a, ~0ull) + pattern(8);           // past any file offset
-    const Bytes distant = header64(a, (1ull << 40) + 24) + pattern(8);
-    const Bytes big = chunk64(a, pattern(40)) + chunk64(kData, pattern(2));
-    // A damaged list of size 32 ends where the next begins.
-    const Bytes short_list = header64(w64("list"), 32) + pattern(8) + list64(kInfo, {});
     const Bytes info = list64(kInfo, {});
     enum Op { Find, InRiff, List, FromStart, Count, Seek };
-    // The call, the file and the position, the label or index, the budget;
-    // the result, the size (the count for Count), the budget after, the position.
-    struct Case {
-        const char* name;
-        Op op;
-        const Bytes& bytes;
-        uint64_t start;
-        GUID label;
-        DWORD index;
-        LONGLONG budget;
-        HRESULT expected;
-        ULONGLONG size;
-        LONGLONG left;
-        uint64_t position;
-    } cases[] = {
-        {"negative budget", Find, kFile, 40, kFmt, 0, -5, QZE_NOT_FOUND, kNone, -5, 40},
-        {"both size conventions", Find, both, 0, c, 0, 96, S_OK, 2, 8, 88},
-        {"below 24 is empty", Find, empty, 0, b, 0, kNone, S_OK, 1, kNone, 48},
-        {"huge: budget left alone", Find, huge, 0, b, 0, 1000, QZE_FILE_READ, kNone, 1000, 24},
-        {"past the file", Find, distant, 0, b, 0, 1000, QZE_NOT_FOUND, kNone, 976 - (1ll << 40),
-         (1ull << 40) + 24},
-        {"past the budget", Find, big, 0, kData, 0, 50, QZE_NOT_FOUND, kNone, -14, 64},
-        {"in riff: rewinds", InRiff, kFile, 30, kJunk, 0, 0, S_OK, 5, 112, 104},
-        {"list: 8 left reads the type", List, info, 0, kInfo, 0, 32, S_OK, 0, -8, 40},
-        {"list: 7 left does not", List, info, 0, kInfo, 0, 31, QZE_NOT_FOUND, kNone, 7, 24},
-        {"list: shorter than its type", List, short_list, 0, kInfo, 0, 72, S_OK, 0, 0, 72},
-        {"list: from the start", FromStart, kFile, 30, kInfo, 0, kNone, S_OK, 32, kNone, 152},
-        {"count: ends inside a body", Count, entries, 0, a, 0, 30, S_OK, 1, -2, 0},
-        {"seek: the end needs 24", Seek, entries, 0, a, 4, 144, QZE_NOT_FOUND, kNone, 16, 128},
-    };
-    for (const Case& c : cases) {
-        TempFile f(c.bytes);
-        f.seek(c.start);
+    // The call, the file and the position, the label or index, the budget; the result, the
+    // size (the count for Count), the budget after, the position.
+    const std::tuple<const char*, Op, Bytes, uint64_t, GUID, DWORD, LONGLONG, HRESULT, ULONGLONG,
+                     LONGLONG, uint64_t>
+        cases[] = {
+            {"negative budget", Find, kFile, 40, kFmt, 0, -5, QZE_NOT_FOUND, kNone, -5, 40},
+            {"both size conventions", Find, both, 0, c, 0, 96, S_OK, 2, 8, 88},
+            {"below 24 is empty", Find, header64(a, 0) + chunk64(b, pattern(1)), 0, b, 0, kNone,
+             S_OK, 1, kNone, 48},
+            {"huge: budget left alone", Find, header64(a, ~0ull) + pattern(8), 0, b, 0, 1000,
+             QZE_FILE_READ, kNone, 1000, 24},
+            {"past the file", Find, header64(a, (1ull << 40) + 24) + pattern(8), 0, b, 0, 1000,
+             QZE_NOT_FOUND, kNone, 976 - (1ll << 40), (1ull << 40) + 24},
+            {"past the budget", Find, chunk64(a, pattern(40)) + chunk64(kData, pattern(2)), 0,
+             kData, 0, 50, QZE_NOT_FOUND, kNone, -14, 64},
+            {"in riff: rewinds", InRiff, kFile, 30, kJunk, 0, 0, S_OK, 5, 112, 104},
+            {"list: 8 left reads the type", List, info, 0, kInfo, 0, 32, S_OK, 0, -8, 40},
+            {"list: 7 left does not", List, info, 0, kInfo, 0, 31, QZE_NOT_FOUND, kNone, 7, 24},
+            // A damaged list of size 32 ends where the next begins.
+            {"list: shorter than its type", List, header64(w64("list"), 32) + pattern(8) + info, 0,
+             kInfo, 0, 72, S_OK, 0, 0, 72},
+            {"list: from the start", FromStart, kFile, 30, kInfo, 0, kNone, S_OK, 32, kNone, 152},
+            {"count: ends inside a body", Count, entries, 0, a, 0, 30, S_OK, 1, -2, 0},
+            {"seek: the end needs 24", Seek, entries, 0, a, 4, 144, QZE_NOT_FOUND, kNone, 16, 128},
+        };
+    for (const auto& [name, op, bytes, start, label, index, budget, expected, size_after,
+                      left_after, position] : cases) {
+        TempFile f(bytes);
+        f.seek(start);
         const HANDLE h = f.handle();
         ULONGLONG size = kNone;
         DWORD count = 0;
-        LONGLONG left = c.budget, *budget = c.budget == LONGLONG(kNone) ? nullptr : &left;
-        const HRESULT hr = c.op == Find ? riff64_FindChunkHeader(h, c.label, &size, budget)
-                           : c.op == InRiff
-                               ? riff64_FindChunkHeaderInRIFF(h, c.label, &size, budget)
-                           : c.op == List      ? riff64_FindListChunk(h, c.label, &size, budget)
-                           : c.op == FromStart ? riff64_FindListChunkFromStart(h, c.label, &size)
-                           : c.op == Count     ? riff64_GetNumListEntries(h, &count, budget)
-                                               : riff64_SeekListEntry(h, c.index, budget);
-        if (c.op == Count) size = count;
-        EXPECT_EQ(hr, c.expected) << c.name;
-        EXPECT_EQ(make_tuple(size, left, f.position()), make_tuple(c.size, c.left, c.position))
-            << c.name;
+        LONGLONG left = budget, *given = budget == LONGLONG(kNone) ? nullptr : &left;
+        const HRESULT hr = op == Find        ? riff64_FindChunkHeader(h, label, &size, given)
+                           : op == InRiff    ? riff64_FindChunkHeaderInRIFF(h, label, &size, given)
+                           : op == List      ? riff64_FindListChunk(h, label, &size, given)
+                           : op == FromStart ? riff64_FindListChunkFromStart(h, label, &size)
+                           : op == Count     ? riff64_GetNumListEntries(h, &count, given)
+                                             : riff64_SeekListEntry(h, index, given);
+        if (op == Count) size = count;
+        EXPECT_EQ(make_tuple(hr, size, left, f.position()),
+                  make_tuple(expected, size_after, left_after, position))
+            << name;
     }
     EXPECT_EQ(riff64_GetNumListEntries(nullptr, nullptr, nullptr), E_INVALIDARG);
 }
 
 TEST(Riff64Delete, SpansMoveTheTailAndLowerTheSizeOrChangeNothing) {
-    // A last chunk that lacks its padding, as sox leaves it; the size covers it.
-    const Bytes unpadded = header64(w64("riff"), 110) + guid(kWave) + chunk64(kFmt, pattern(16)) +
-                           header64(kData, 30) + pattern(6);
-    // "junk" runs 10 bytes past the file's size of 110, though the file holds it.
-    const Bytes past_size = header64(w64("riff"), 110) + guid(kWave) + chunk64(kFmt, pattern(16)) +
-                            chunk64(kJunk, pattern(16));
+    // A file size of 110 after "fmt ": it covers a last chunk that lacks its
+    // padding, as sox leaves it, but not 10 bytes of a "junk" the file holds.
+    const Bytes head = header64(w64("riff"), 110) + guid(kWave) + chunk64(kFmt, pattern(16));
+    const Bytes unpadded = head + header64(kData, 30) + pattern(6);
+    const Bytes past_size = head + chunk64(kJunk, pattern(16));
     const Bytes past_file = riff64(kWave, header64(kData, 124) + pattern(20));
     // The file, the label, the result, what is left and the span removed.
     const std::tuple<Bytes, GUID, HRESULT, Bytes, ULONGLONG> cases[] = {

@@ -26,17 +26,15 @@ BOOL QZ_STDCALL key_at_least(tQZQELM* e, LONG_PTR key) {
 
 using Keys = std::vector<LONG_PTR>;
 
-// A queue holding items with the keys 1..n in that order.
+// Nine items keyed 1..9, the first n of them queued in that order.
 struct Queue {
-    explicit Queue(int n = 0) : items(size_t(n)) {
+    explicit Queue(int n = 0) {
         EXPECT_TRUE(QzQueueInitialize(&head));
-        for (int i = 0; i < n; ++i) {
-            items[size_t(i)].key = i + 1;
-            QzQueueInsert(&head, &items[size_t(i)].links);
-        }
+        for (int key = 1; key <= 9; ++key) items[size_t(key - 1)].key = key;
+        for (int key = 1; key <= n; ++key) QzQueueInsert(&head, item(key));
     }
     ~Queue() { QzQueueDelete(&head); }
-    tQZQELM* item(int key) { return key == 9 ? &added.links : &items[size_t(key - 1)].links; }
+    tQZQELM* item(int key) { return &items[size_t(key - 1)].links; }
     bool signalled() { return WaitForSingleObject(head.not_empty, 0) == WAIT_OBJECT_0; }
     // The keys from the front, each element's links agreeing with its neighbours'.
     Keys keys() {
@@ -48,9 +46,18 @@ struct Queue {
         return out;
     }
     tQZQHEAD head{};
-    std::vector<Item> items;
-    Item added{{}, 9};  // never queued unless a test inserts it
+    Item items[9];
 };
+
+// The four waiting removals, by number; the last also waits on an event
+// that is never signalled.
+tQZQELM* take(int way, Queue& q, DWORD timeout) {
+    static const HANDLE never = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    return way == 0   ? QzQueueRemove(&q.head, timeout)
+           : way == 1 ? QzQueueRemoveTail(&q.head, timeout)
+           : way == 2 ? QzQueueRemoveAlertable(&q.head, timeout)
+                      : QzQueueRemoveEx(&q.head, &never, 1, 0, timeout, nullptr);
+}
 
 // The event is set by the insertion that makes the queue non-empty and
 // reset by the removal that empties it, whichever call makes the change.
@@ -74,8 +81,7 @@ TEST(QzQueue, EventFollowsTheFirstInsertionAndTheLastRemoval) {
     EXPECT_TRUE(q.signalled());
     EXPECT_EQ(QzQueueRemove(&q.head, 0), q.item(2));
     EXPECT_FALSE(q.signalled());
-    EXPECT_EQ(q.item(2)->next, nullptr);
-    EXPECT_EQ(q.item(2)->prev, nullptr);
+    EXPECT_TRUE(!q.item(2)->next && !q.item(2)->prev);
     EXPECT_EQ(QzQueueRemoveTail(&q.head, 0), nullptr);
     // A waiting removal takes the element inserted meanwhile.
     std::thread inserter([&] {
@@ -119,19 +125,20 @@ TEST(QzQueue, SearchesInsertionsMovesAndMembership) {
         {move(QzQueueMoveToHead, 1), 0, {1, 2, 3, 4}},
         {move(QzQueueMoveToTail, 4), 0, {1, 2, 3, 4}},
         {move(QzQueueMoveToTail, 9), 0, {1, 2, 3, 4}},  // not queued
+        {move(IsInQzQueue, 3), 3, {1, 2, 3, 4}},
     };
-    for (size_t i = 0; i < std::size(cases); ++i) {
+    for (const auto& c : cases) {
         Queue q(4);
         ResetEvent(q.head.not_empty);
-        EXPECT_EQ(key_of(cases[i].step(q)), cases[i].result) << i;
-        EXPECT_EQ(q.keys(), cases[i].after) << i;
-        EXPECT_FALSE(q.signalled()) << i;  // the queue was never empty
+        EXPECT_EQ(key_of(c.step(q)), c.result) << &c - cases;
+        EXPECT_EQ(q.keys(), c.after) << &c - cases;
+        EXPECT_FALSE(q.signalled()) << &c - cases;  // the queue was never empty
     }
 
+    // Linked, but elsewhere; and, while another thread holds the lock, the
+    // answers that need not take it.
     Queue q(2), elsewhere(1);
-    EXPECT_TRUE(IsInQzQueue(&q.head, q.item(2)));
     EXPECT_FALSE(IsInQzQueue(&q.head, elsewhere.item(1)));
-    // Another thread holds the lock: answers that took it would wait.
     std::atomic<bool> answered{false};
     EnterCriticalSection(&q.head.lock);
     std::thread asker(
@@ -147,7 +154,7 @@ TEST(QzQueue, ExtraHandlesFlagsAndTimeOutsDecideTheWait) {
     for (HANDLE& h : extra) h = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     constexpr DWORD kUntouched = 12345;
     const struct {
-        bool flushed;  // the queue's event is signalled, the queue empty
+        bool flushed;  // the queue's one element is flushed, its event left signalled
         DWORD extras;  // bit i: extra handle i is signalled
         DWORD count, flags, timeout, expected;
     } cases[] = {
@@ -162,20 +169,17 @@ TEST(QzQueue, ExtraHandlesFlagsAndTimeOutsDecideTheWait) {
         {true, 7, 3, QZQUEUE_WAITALL, 1000, WAIT_OBJECT_0},
     };
     for (const auto& c : cases) {
-        Queue q;
+        Queue q(c.flushed);
         if (c.flushed) QzQueueFlush(&q.head);
         for (int h = 0; h < 3; ++h) (c.extras >> h & 1 ? SetEvent : ResetEvent)(extra[h]);
         DWORD result = kUntouched;
         EXPECT_EQ(QzQueueRemoveEx(&q.head, extra, c.count, c.flags, c.timeout, &result), nullptr);
         EXPECT_EQ(result, c.expected) << &c - cases;
+        // A flush forgets the element without touching it; the other waits
+        // end too when the event is set but the queue is empty.
+        EXPECT_TRUE(!c.flushed || (q.item(1)->next && !QzQueueRemoveTail(&q.head, 1000) &&
+                                   QzQueueWait(&q.head, 1000)));
     }
-    // A flush forgets the element without touching it; the other waits end
-    // too when the event is set but the queue is empty.
-    Queue flushed(1);
-    QzQueueFlush(&flushed.head);
-    EXPECT_NE(flushed.item(1)->next, nullptr);
-    EXPECT_EQ(QzQueueRemoveTail(&flushed.head, 1000), nullptr);
-    EXPECT_TRUE(QzQueueWait(&flushed.head, 1000));
     // 63 extra handles are refused before the queue is even looked at.
     std::vector<HANDLE> many(63, extra[0]);
     Queue filled(1);
@@ -185,49 +189,35 @@ TEST(QzQueue, ExtraHandlesFlagsAndTimeOutsDecideTheWait) {
 }
 
 TEST(QzQueue, DeletionWakesEveryWaiter) {
-    HANDLE extra = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     Queue q;
-    tQZQHEAD* head = &q.head;
-    const std::function<bool()> waits[] = {
-        [&] { return !QzQueueRemove(head, 10000); },
-        [&] { return !QzQueueRemoveTail(head, 10000); },
-        [&] { return !QzQueueRemoveAlertable(head, 10000); },
-        [&] { return !QzQueueRemoveEx(head, &extra, 1, 0, 10000, nullptr); },
-        [&] { return !QzQueueWait(head, 10000); },
-    };
     std::atomic<int> woken{0};
     std::vector<std::thread> threads;
     const DWORD start = GetTickCount();
-    for (const auto& wait : waits) threads.emplace_back([&] { woken += wait() ? 1 : 0; });
+    for (int way = 0; way < 5; ++way)  // the four removals, then QzQueueWait
+        threads.emplace_back(
+            [&, way] { woken += way < 4 ? !take(way, q, 10000) : !QzQueueWait(&q.head, 10000); });
     Sleep(100);
     EXPECT_EQ(woken.load(), 0);
-    QzQueueDelete(head);
+    QzQueueDelete(&q.head);
     for (auto& t : threads) t.join();
     EXPECT_EQ(woken.load(), 5);
     EXPECT_LT(GetTickCount() - start, 5000u);
     EXPECT_EQ(q.head.not_empty, nullptr);  // the destructor's deletion does nothing
-    CloseHandle(extra);
 }
 
-// Four producers insert at either end and four consumers remove in four
-// different ways; every element must arrive exactly once.
+// Four producers insert at either end and four consumers remove in the four
+// ways; every element must arrive exactly once.
 TEST(QzQueue, EveryElementArrivesExactlyOnce) {
     constexpr int kThreads = 4, kStressElements = 400000;
     Queue q;
     std::vector<Item> items(kStressElements);
     std::vector<std::atomic<int>> seen(kStressElements);
-    HANDLE never = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     std::atomic<int> consumed{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
-            while (consumed < kStressElements) {
-                tQZQELM* e = t == 0   ? QzQueueRemove(&q.head, 10)
-                             : t == 1 ? QzQueueRemoveTail(&q.head, 10)
-                             : t == 2 ? QzQueueRemoveAlertable(&q.head, 10)
-                                      : QzQueueRemoveEx(&q.head, &never, 1, 0, 10, nullptr);
-                if (e) ++seen[size_t(key_of(e))], ++consumed;
-            }
+            while (consumed < kStressElements)
+                if (tQZQELM* e = take(t, q, 10)) ++seen[size_t(key_of(e))], ++consumed;
         });
         threads.emplace_back([&, t] {
             for (int i = t; i < kStressElements; i += kThreads) {
@@ -240,7 +230,6 @@ TEST(QzQueue, EveryElementArrivesExactlyOnce) {
     EXPECT_EQ(std::count(seen.begin(), seen.end(), 1), kStressElements);
     EXPECT_EQ(q.keys(), Keys());
     EXPECT_FALSE(q.signalled());
-    CloseHandle(never);
 }
 
 }  // namespace

@@ -42,6 +42,13 @@ Bytes pattern(size_t count, uint8_t seed) {
     return out;
 }
 
+Bytes hex(const std::string& digits) {
+    Bytes out;
+    for (size_t i = 0; i + 1 < digits.size(); i += digits[i] == ' ' ? 1 : 2)
+        if (digits[i] != ' ') out.push_back(uint8_t(std::stoul(digits.substr(i, 2), nullptr, 16)));
+    return out;
+}
+
 Bytes header(const char (&id)[5], uint32_t size) {
     return le32(cc(id)) + le32(size);
 }

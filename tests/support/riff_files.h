@@ -26,6 +26,8 @@ Bytes text(const std::string& characters);
 Bytes prefix(const Bytes& bytes, size_t count);
 // `count` bytes 1, 2, 3, ... (mod 251), so moved bytes are recognisable.
 Bytes pattern(size_t count, uint8_t seed = 1);
+// Bytes from pairs of hex digits; spaces are for the reader.
+Bytes hex(const std::string& digits);
 
 // Header, body and the pad byte when the body is odd.
 Bytes chunk(const char (&id)[5], const Bytes& body);
