@@ -15,14 +15,7 @@
 
 namespace {
 
-using qz::testing::Bytes;
-using qz::testing::encode;
-using qz::testing::extensible;
-using qz::testing::pattern;
-using qz::testing::plain;
-using qz::testing::prefix;
-using qz::testing::Wfx;
-using qz::testing::WfxBuffer;
+using namespace qz::testing;
 
 std::string hex(const void* data, size_t n) {
     static const char* digits = "0123456789ABCDEF";

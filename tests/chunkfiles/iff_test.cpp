@@ -14,12 +14,6 @@ namespace {
 
 constexpr DWORD kNone = 0xDEADBEEF;  // an output left alone
 
-Bytes be16(uint16_t v) {
-    return {uint8_t(v >> 8), uint8_t(v)};
-}
-Bytes be32(uint32_t v) {
-    return be16(uint16_t(v >> 16)) + be16(uint16_t(v));
-}
 uint32_t id(const char* c) {
     return __builtin_bswap32(cc(c));
 }

@@ -25,16 +25,7 @@
 
 namespace {
 
-#if QZ_TEST_FAULTS
-using qz::testing::FaultOp;
-using qz::testing::FaultPlan;
-#endif
-using qz::testing::native_exists;
-using qz::testing::native_make_folder;
-using qz::testing::native_read;
-using qz::testing::native_write;
-using qz::testing::TempDir;
-using qz::testing::WString;
+using namespace qz::testing;
 
 /* Appends little-endian fields, each {bytes, value}. */
 void put(std::string& b, std::initializer_list<std::pair<int, uint64_t>> fields) {

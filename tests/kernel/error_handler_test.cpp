@@ -11,11 +11,7 @@
 
 namespace {
 
-using qz::testing::expanded;
-using qz::testing::MessageBoxCapture;
-using qz::testing::narrow;
-using qz::testing::wide;
-using qz::testing::WString;
+using namespace qz::testing;
 
 WString text_of(HRESULT code) {
     const LPCWSTR text = QzErrorHandler_GetHresultString(code);

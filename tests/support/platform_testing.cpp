@@ -56,22 +56,11 @@ TempDir::~TempDir() {
 }
 
 WString wide(const std::string& utf8) {
-    WString out;
-    for (size_t i = 0; i < utf8.size();) {
-        const auto b = static_cast<unsigned char>(utf8[i]);
-        if (b < 0x80) {
-            out.push_back(b);
-            i += 1;
-        } else if ((b & 0xE0) == 0xC0) {
-            out.push_back(static_cast<WCHAR>(((b & 0x1F) << 6) | (utf8[i + 1] & 0x3F)));
-            i += 2;
-        } else {
-            out.push_back(static_cast<WCHAR>(((b & 0x0F) << 12) | ((utf8[i + 1] & 0x3F) << 6) |
-                                             (utf8[i + 2] & 0x3F)));
-            i += 3;
-        }
-    }
-    return out;
+#if defined(_WIN32)
+    return native_path(utf8).wstring();
+#else
+    return native_path(utf8).u16string();
+#endif
 }
 
 bool native_exists(const std::string& path) {

@@ -23,6 +23,14 @@ Bytes le32(uint32_t value) {
     return {uint8_t(value), uint8_t(value >> 8), uint8_t(value >> 16), uint8_t(value >> 24)};
 }
 
+Bytes be16(uint16_t value) {
+    return {uint8_t(value >> 8), uint8_t(value)};
+}
+
+Bytes be32(uint32_t value) {
+    return {uint8_t(value >> 24), uint8_t(value >> 16), uint8_t(value >> 8), uint8_t(value)};
+}
+
 Bytes operator+(Bytes a, const Bytes& b) {
     a.insert(a.end(), b.begin(), b.end());
     return a;
@@ -137,7 +145,8 @@ void TempFile::seek(uint64_t position) const {
 }
 
 std::string run_tool(const std::string& command, int* status) {
-    FILE* pipe = popen((command.find("2>") != std::string::npos ? command : command + " 2>&1").c_str(), "r");
+    FILE* pipe =
+        popen((command.find("2>") != std::string::npos ? command : command + " 2>&1").c_str(), "r");
     std::string out;
     if (!pipe) return out;
     char buffer[4096];
@@ -152,8 +161,10 @@ std::string quoted(const std::string& path) {
 }
 
 std::string sox_info(const char* flag, const std::string& path) {
-    std::string out = run_tool(std::string("sox --i ") + flag + " " + quoted(path) + " 2>/dev/null");
-    while (!out.empty() && (out.back() == '\n' || out.back() == '\r' || out.back() == ' ')) out.pop_back();
+    std::string out =
+        run_tool(std::string("sox --i ") + flag + " " + quoted(path) + " 2>/dev/null");
+    while (!out.empty() && (out.back() == '\n' || out.back() == '\r' || out.back() == ' '))
+        out.pop_back();
     return out;
 }
 

@@ -20,6 +20,8 @@ using Bytes = std::vector<uint8_t>;
 uint32_t cc(const char* code);
 
 Bytes le32(uint32_t value);
+Bytes be16(uint16_t value);
+Bytes be32(uint32_t value);
 Bytes operator+(Bytes a, const Bytes& b);
 Bytes text(const std::string& characters);
 // The first `count` bytes.

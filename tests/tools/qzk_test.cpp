@@ -4,21 +4,14 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <array>
-#include <cstdio>
 #include <string>
+#include <utility>
 
 #include "tests/support/riff_files.h"
 
 namespace {
 
-using qz::testing::Bytes;
-using qz::testing::chunk;
-using qz::testing::header;
-using qz::testing::le32;
-using qz::testing::riff;
-using qz::testing::text;
-using qz::testing::operator+;
+using namespace qz::testing;
 
 struct Outcome {
     int status = -1;
@@ -27,14 +20,9 @@ struct Outcome {
 
 // Runs a shell command line and collects its standard output.
 Outcome run(const std::string& command) {
-    Outcome result;
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (!pipe) return result;
-    std::array<char, 4096> piece;
-    while (size_t got = std::fread(piece.data(), 1, piece.size(), pipe)) result.out.append(piece.data(), got);
-    const int status = ::pclose(pipe);
-    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return result;
+    int status = -1;
+    std::string out = qz::testing::run_tool(command + " 2>/dev/null", &status);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, std::move(out)};
 }
 
 const std::string kQzk = QZK_PATH;
@@ -53,9 +41,6 @@ protected:
 };
 
 TEST_F(QzkInput, PipeGivesTheSameTreeAsTheFile) {
-    const auto be32 = [](uint32_t v) {
-        return Bytes{uint8_t(v >> 24), uint8_t(v >> 16), uint8_t(v >> 8), uint8_t(v)};
-    };
     // AIFF "COMM": 1 channel, 3 frames, 16 bits, 8000 Hz (big-endian samples: type 64).
     const Bytes comm = {0, 1, 0, 0, 0, 3, 0, 16, 0x40, 0x0B, 0xFA, 0, 0, 0, 0, 0, 0, 0};
     const struct {
@@ -97,8 +82,9 @@ TEST_F(QzkInput, PipeGivesTheSameTreeAsTheFile) {
         }
     }
     // The data header past the head that wavinfo reads first.
-    const std::string far = write("far.wav", riff("WAVE", chunk("fmt ", kFmt) + chunk("JUNK", Bytes(5000, 0)) +
-                                                            chunk("data", Bytes(8, 0))));
+    const std::string far =
+        write("far.wav", riff("WAVE", chunk("fmt ", kFmt) + chunk("JUNK", Bytes(5000, 0)) +
+                                          chunk("data", Bytes(8, 0))));
     const Outcome far_info = run(kQzk + " wavinfo --json '" + far + "'");
     EXPECT_EQ(far_info.status, 0);
     EXPECT_NE(far_info.out.find("\"data_size\": 8"), std::string::npos) << far_info.out;
@@ -122,8 +108,7 @@ TEST_F(QzkInput, DamagedFilesPrintWhatWasReadAndFail) {
         Bytes bytes;
         const char* tree;  // after the file name line
     } cases[] = {
-        {"data cut short",
-         riff("WAVE", chunk("fmt ", kFmt) + header("data", 100) + Bytes(4, 0)),
+        {"data cut short", riff("WAVE", chunk("fmt ", kFmt) + header("data", 100) + Bytes(4, 0)),
          "RIFF 'WAVE'  offset 0  size 40\n"
          "  'fmt '  offset 12  size 16\n"
          "  'data'  offset 36  size 100  (runs past the end of the file)\n"
@@ -152,26 +137,27 @@ TEST_F(QzkInput, DamagedFilesPrintWhatWasReadAndFail) {
 }
 
 TEST_F(QzkInput, Wave64ShowsNamedLabelsFromFileAndPipeAndItsFormat) {
-    using qz::testing::chunk64;
-    using qz::testing::w64;
     const GUID other = {0x12345678, 0x9ABC, 0xDEF0, {1, 2, 3, 4, 5, 6, 7, 8}};
-    const std::string path = write("tone.w64", qz::testing::riff64(
-        w64("wave"), chunk64(w64("fmt "), kFmt) + chunk64(other, text("x")) +
-                         qz::testing::header64(w64("data"), 24 + 100) + Bytes(6, 0)));
+    const std::string path =
+        write("tone.w64",
+              qz::testing::riff64(w64("wave"),
+                                  chunk64(w64("fmt "), kFmt) + chunk64(other, text("x")) +
+                                      qz::testing::header64(w64("data"), 24 + 100) + Bytes(6, 0)));
     const std::string tree =
         "riff 'wave'  offset 0  size 118  (Wave64)\n"
         "  'fmt '  offset 40  size 16\n"
         "  '{12345678-9ABC-DEF0-0102-030405060708}'  offset 80  size 1\n"
         "  'data'  offset 112  size 100  (runs past the end of the file)\n"
         "damaged from offset 112: a chunk runs past the end of the file\n";
-    for (const std::string& command : {kQzk + " chunks '" + path + "'",
-                                       "cat '" + path + "' | " + kQzk + " chunks /dev/stdin"}) {
+    for (const std::string& command :
+         {kQzk + " chunks '" + path + "'", "cat '" + path + "' | " + kQzk + " chunks /dev/stdin"}) {
         const Outcome r = run(command + " 2>/dev/null");
         EXPECT_EQ(r.status, 1) << command;
         EXPECT_EQ(r.out.substr(r.out.find('\n') + 1), tree) << command;
     }
     const Outcome info = run(kQzk + " wavinfo --json '" + path + "'");
-    EXPECT_NE(info.out.find("\"sample_rate\": 8000, \"channels\": 1"), std::string::npos) << info.out;
+    EXPECT_NE(info.out.find("\"sample_rate\": 8000, \"channels\": 1"), std::string::npos)
+        << info.out;
     EXPECT_NE(info.out.find("\"data_size\": 100"), std::string::npos) << info.out;
 }
 
