@@ -20,13 +20,15 @@ Codes allowed(const FaultCase& c, FaultOp op, unsigned nth) {
     // pipe's answer and reads on header by header.
     if (c.codes[int(op)] == 'P')
         return nth == 1 ? Codes{QZE_FILE_READ, S_OK} : Codes{QZE_FILE_READ};
-    static const std::map<char, Codes> by_letter = {{'R', {QZE_FILE_READ}},
-                                                    {'W', {QZE_FILE_WRITE}},
-                                                    {'B', {QZE_FILE_READ, QZE_FILE_WRITE}},
-                                                    {'L', {QZE_FILE_READ, QZE_FILE_WRITE, S_FALSE}},
-                                                    {'H', {QZE_FILE_READ, QZE_NO_RIFF_HEADER}},
-                                                    {'M', {E_OUTOFMEMORY}},
-                                                    {'-', {}}};
+    static const std::map<char, Codes> by_letter = {
+        {'R', {QZE_FILE_READ}},
+        {'W', {QZE_FILE_WRITE}},
+        {'B', {QZE_FILE_READ, QZE_FILE_WRITE}},
+        {'L', {QZE_FILE_READ, QZE_FILE_WRITE, S_FALSE}},
+        {'H', {QZE_FILE_READ, QZE_NO_RIFF_HEADER}},
+        {'C', {QZE_FILE_READ, QZE_FILE_WRITE, QZE_CORRUPT_OR_UNKNOWN}},
+        {'M', {E_OUTOFMEMORY}},
+        {'-', {}}};
     return by_letter.at(c.codes[int(op)]);
 }
 

@@ -33,7 +33,8 @@ struct FaultCase {
     // One letter per kind (read, write, seek, truncate, alloc; the kinds
     // past the letters make no calls) for the codes allowed when it fails:
     // R read, W write, B either, L either or S_FALSE, H read or "no RIFF
-    // header", M out of memory, - no such calls at all; P read, or S_OK when
+    // header", C either or "corrupt or unknown", M out of memory, - no such
+    // calls at all; P read, or S_OK when
     // the first one fails (a search takes that for a pipe's answer and reads
     // header by header).
     const char* codes;
