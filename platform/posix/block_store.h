@@ -37,7 +37,7 @@ public:
     struct Slot {
         SizedBlock memory;  // data is null while the slot is free
         [[no_unique_address]] Extra extra{};  // kept while the slot is free
-        bool small = false;
+        uint32_t slab = kNone;  // the slab of a small block; kNone for a large one
     };
 
     BlockStore() = default;
@@ -52,10 +52,9 @@ public:
         Slot& s = at(slot);
         if (SlabPool::takes(bytes)) {
             size_t capacity = 0;
-            void* data = small_.allocate(bytes, zero, slot, &capacity);
+            void* data = small_.allocate(bytes, zero, slot, &capacity, &s.slab);
             if (!data) return give_back(slot);
             s.memory = SizedBlock{data, bytes, capacity};
-            s.small = true;
             return slot;
         }
         SizedBlock memory;
@@ -67,7 +66,6 @@ public:
             return give_back(slot);
         }
         s.memory = memory;
-        s.small = false;
         return slot;
     }
 
@@ -88,7 +86,7 @@ public:
      */
     bool resize(uint32_t slot, SIZE_T bytes, bool zero, bool may_move) {
         Slot& s = at(slot);
-        if (!s.small) return resize_large(s, slot, bytes, zero, may_move);
+        if (s.slab == kNone) return resize_large(s, slot, bytes, zero, may_move);
         if (bytes <= s.memory.capacity) {
             if (zero && bytes > s.memory.size)
                 std::memset(static_cast<char*>(s.memory.data) + s.memory.size, 0,
@@ -110,7 +108,7 @@ public:
     void release_all() {
         for (uint32_t slot = 0; slot < made_; ++slot) {
             Slot& s = at(slot);
-            if (s.memory.data && !s.small) free_block(s.memory);
+            if (s.memory.data && s.slab == kNone) free_block(s.memory);
         }
         small_.clear();
         pages_.clear();
@@ -148,14 +146,14 @@ private:
     }
 
     void free_memory(Slot& s) {
-        if (s.small) {
-            small_.release(s.memory.data);
+        if (s.slab != kNone) {
+            small_.release(s.memory.data, s.slab);
         } else {
             large_.erase(s.memory.data);
             free_block(s.memory);
         }
         s.memory = SizedBlock{};
-        s.small = false;
+        s.slab = kNone;
     }
 
     bool resize_large(Slot& s, uint32_t slot, SIZE_T bytes, bool zero, bool may_move) {
@@ -180,10 +178,9 @@ private:
         Slot moved;
         if (SlabPool::takes(wanted)) {
             size_t capacity = 0;
-            void* data = small_.allocate(wanted, false, slot, &capacity);
+            void* data = small_.allocate(wanted, false, slot, &capacity, &moved.slab);
             if (!data) return false;
             moved.memory = SizedBlock{data, bytes, capacity};
-            moved.small = true;
         } else {
             if (!allocate_block(moved.memory, wanted, false)) return false;
             try {
@@ -198,9 +195,9 @@ private:
         if (zero)
             std::memset(static_cast<char*>(moved.memory.data) + s.memory.size, 0,
                         bytes - s.memory.size);
-        small_.release(s.memory.data);
+        small_.release(s.memory.data, s.slab);
         s.memory = moved.memory;
-        s.small = moved.small;
+        s.slab = moved.slab;
         return true;
     }
 

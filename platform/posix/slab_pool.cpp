@@ -58,7 +58,8 @@ uint32_t SlabPool::new_slab(size_t size_class) {
     }
 }
 
-void* SlabPool::allocate(size_t bytes, bool zero, uint32_t owner, size_t* capacity) {
+void* SlabPool::allocate(size_t bytes, bool zero, uint32_t owner, size_t* capacity,
+                         uint32_t* slab_index) {
     const size_t size_class = class_of(bytes);
     std::vector<uint32_t>& room = partial_[size_class];
     const uint32_t index = room.empty() ? new_slab(size_class) : room.back();
@@ -76,6 +77,7 @@ void* SlabPool::allocate(size_t bytes, bool zero, uint32_t owner, size_t* capaci
     unsigned char* data = slab.base + size_t(object) * slab.object_size;
     if (zero) std::memset(data, 0, bytes);
     *capacity = slab.object_size;
+    *slab_index = index;
     return data;
 }
 
@@ -91,9 +93,8 @@ uint32_t SlabPool::find(const void* address) const {
     return slab.owners[object];
 }
 
-void SlabPool::release(void* address) {
+void SlabPool::release(void* address, uint32_t index) {
     const uintptr_t at = reinterpret_cast<uintptr_t>(address);
-    const uint32_t index = by_base_.find(reinterpret_cast<const void*>(at & ~(kSlabBytes - 1)));
     Slab& slab = slabs_[index];
     const auto object = uint32_t((at & (kSlabBytes - 1)) / slab.object_size);
     const size_t size_class = slab.object_size / kClassStep - 1;

@@ -63,16 +63,17 @@ public:
 
     /*
      * An object for `bytes` (at most kLargest) owned by `owner`; its
-     * capacity is the class size. Zeroes `bytes` bytes when asked. Null
+     * capacity is the class size and *slab the slab that holds it, which
+     * stays the same while it lives. Zeroes `bytes` bytes when asked. Null
      * when out of memory; throws nothing.
      */
-    void* allocate(size_t bytes, bool zero, uint32_t owner, size_t* capacity);
+    void* allocate(size_t bytes, bool zero, uint32_t owner, size_t* capacity, uint32_t* slab);
 
     /* The owner of the live object starting at `address`, or kNone. */
     uint32_t find(const void* address) const;
 
-    /* Gives back a live object found by find(). */
-    void release(void* address);
+    /* Gives back a live object, in the slab allocate() named. */
+    void release(void* address, uint32_t slab);
 
     /* Gives every slab back. */
     void clear();
